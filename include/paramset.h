@@ -1,0 +1,615 @@
+/*
+ * paramset: the parameter store of a camera pipeline.
+ *
+ * One process-wide store of typed values, keyed by camera, pipe, frame id and tag. A module registers a tag once;
+ * from then on any module sets the tag's bytes for a frame, and any other gets them, or waits a bounded time for
+ * them. A frame without a value of its own is answered by the newest earlier frame that was given one (a
+ * *checkpoint*), or by the pipe's standing *frame 0*. A tag's *erase point* is the frame id at or below which its
+ * own values are gone and frame 0 answers.
+ *
+ * A C compiler sees the limits, the result codes, `zarn_ops` and the C functions; a C++ compiler sees all of it.
+ *
+ * Words used below, each with one meaning:
+ *   thread-safe   any thread may call it, at any time;
+ *   set-up only   to be called before other threads use what it changes;
+ *   answered by   the frame whose buffer serves a read;
+ *   delivered     written by a synchronous set.
+ *
+ * What is copied: a value is a plain run of bytes of its tag's registered size, copied in by a set and out by a get,
+ * under the store's mutex. The store keeps no pointer of a caller's, and hands none of its own out but where it says
+ * so. Every call holds the store alive until it returns, also when it is destroyed meanwhile.
+ *
+ * Logging: every message has the module tag "ParamSet", a level (1 failures, 2 fall-backs and time-outs, 3 life cycle,
+ * 4 and 5 tracing) and begins with the source line and the name of the function that logs.
+ *
+ * The registry and the threads: registrations exclude one another, but who reads the registry takes no lock, by
+ * design. Finish registering a tag before any thread uses it, and best register all of them before the first get or
+ * set: a look-up that runs while another thread inserts an entry is not ordered with it.
+ *
+ * Memory: a failed allocation of anything but a value buffer ends the process.
+ */
+#ifndef PARAMSET_H
+#define PARAMSET_H
+
+#include <stdint.h>
+
+#if defined(__GNUC__)
+#define PARAMSET_API __attribute__((visibility("default")))
+#else
+#define PARAMSET_API
+#endif
+
+/** The platform's camera metadata record; opaque here. */
+struct camera_metadata;
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** Limits and fixed numbers of the store. */
+enum {
+    MAX_CAM_NUM = 5,       /**< camera ids are 0 to 4 */
+    MAX_PIPE_NUM = 14,     /**< pipe indexes are 0 to 13 */
+    DEFAULT_WAIT_MS = 50,  /**< wait of a synchronous get that names no time-out, in milliseconds */
+    METADATA_TAG = 0x20001 /**< reserved tag id that camera metadata is listed under; never register it */
+};
+
+/** Frame id of the newest frame of a pipe when getting or setting, of everything in a pipe when erasing. */
+static const uint32_t THE_LAST = 0xFFFFFFFFu;
+
+/** Result codes. Each function names those that it returns, with their causes. */
+#define PS_OK 0u                 /**< done */
+#define PS_OUT_OF_LIMIT 1u       /**< camera or pipe out of limit; nothing was done */
+#define PS_NO_DATA 2u            /**< null data, or no store; nothing was done */
+#define PS_NOT_OF_FRAME 3u       /**< the frame is erased, or did not get a value in time and an earlier one answered */
+#define PS_TIMED_OUT 6u          /**< the synchronous wait ended by its time-out */
+#define PS_NO_BUFFER 0xFFFFFFFFu /**< no buffer was found or could be made; nothing was copied */
+
+/**
+ * The operations of the external processor, installed by zarn::ParamSet::setPsOps.
+ *
+ * A command code of ioctrlOutsidePsParam selects the slot of the same number (0x8000 is `cmd0`, 0x800A is `cmd10`).
+ * The first argument is one of the camera's seven handles; @p in and @p out are the caller's pointers, passed through
+ * untouched. What an operation returns becomes the result of the call. A null slot is an operation that is not there.
+ * The operations run on the caller's thread, with no lock of the store held; they may run on several threads at once.
+ */
+typedef struct zarn_ops {
+    int (*cmd0)(void* handle0, int64_t arg, void* in);                   /**< 0x8000 */
+    int (*cmd1)(void* handle0, int64_t arg, void* in);                   /**< 0x8001 */
+    int (*cmd2)(void* handle4, int64_t arg, void* in);                   /**< 0x8002 */
+    int (*cmd3)(void* handle6, int32_t arg, void* in);                   /**< 0x8003, and getParamExternal */
+    int (*cmd4)(void* handle0, uint32_t cam, void* in);                  /**< 0x8004 */
+    int (*cmd5)(void* handle0, uint32_t cam, void* in);                  /**< 0x8005 */
+    int (*cmd6)(void* handle0, uint32_t cam, uint32_t value, void* out); /**< 0x8006; value is the uint32 at in */
+    int (*cmd7)(void* handle0, uint8_t value, void* out);                /**< 0x8007; value is the byte at in */
+    int (*cmd8)(void* handle5, void* in);                                /**< 0x8008 */
+    int (*cmd9)(void* handle0, void* in);                                /**< 0x8009 */
+    int (*cmd10)(void* handle0, uint32_t value);                         /**< 0x800A; value is the uint32 at in */
+} zarn_ops;
+
+/**
+ * Registers a tag that is kept short: 1 frame if @p tagType is 1, else 6.
+ *
+ * The first registration of a tag stands: a later one changes nothing and logs nothing. A tag that was set twice
+ * before its registration has an empty entry by then, and stays without buffers for the life of the process.
+ *
+ * @param tag       id of the tag; any number but METADATA_TAG
+ * @param size      bytes of a value; 0 makes a value of one byte that starts as zero. A size above 2147483647 gives no
+ *                  buffer: every get and set of the tag fails
+ * @param tagType   1: no history, frame 0 serves every frame. 2: the history holds as many frames as the retain number,
+ *                  trimmed as new ones arrive, and an ordinary erase leaves it alone. Any other: up to 300 frames,
+ *                  erased by erasePs
+ * @param name      name of the tag, for the log; copied. Null counts as an empty text
+ * @param dataType  the type of its value, for the log; copied. Null counts as an empty text
+ *
+ * Thread-safe, and the store need not exist. Does not wait for a get or a set. Logs the registration at level 3.
+ */
+PARAMSET_API void registerPsStaticParam(uint32_t tag, uint32_t size, int tagType, const char* name,
+                                        const char* dataType);
+
+/** Registers a tag with a retain number of 6 (1 if @p tagType is 1). Else as registerPsStaticParam. */
+PARAMSET_API void registerPsDynamicParam(uint32_t tag, uint32_t size, int tagType, const char* name,
+                                         const char* dataType);
+
+/**
+ * Registers a tag with a retain number of the caller's.
+ *
+ * @param retainNum  how many frames behind the erased one a value is kept (type 2: how many checkpoints the history
+ *                   holds). It counts from 7 up; a smaller one gives 6, or 1 if @p tagType is 1
+ *
+ * Else as registerPsStaticParam.
+ */
+PARAMSET_API void registerPsQueueParam(uint32_t tag, uint32_t size, int tagType, const char* name, const char* dataType,
+                                       int retainNum);
+
+/** The same as registerPsQueueParam, for a tag whose values must outlive the usual six frames. */
+PARAMSET_API void registerPsDynamicParamWithExtendingLife(uint32_t tag, uint32_t size, int tagType, const char* name,
+                                                          const char* dataType, int retainNum);
+
+/**
+ * Copies the value of @p tag for frame @p frame into @p data. Does not wait for it.
+ *
+ * Answered by the frame itself if it was given the tag, else by the newest earlier frame that was, else by frame 0.
+ * Frame 0 also answers for frame 0, for a tag of type 1, and for a frame at or below the tag's erase point. A tag that
+ * frame 0 never received has undefined bytes there (zero if it was registered with size 0).
+ *
+ * @param cam    camera id, 0 to 4
+ * @param pipe   pipe index, 0 to 13
+ * @param frame  frame id; 0 is the pipe's standing frame, THE_LAST its newest (frame 0 if it has none)
+ * @param tag    id of a registered tag
+ * @param data   receives as many bytes as the tag was registered with
+ * @return PS_OK (0): copied.
+ *         PS_OUT_OF_LIMIT (1): the camera is out of limit.
+ *         PS_NO_DATA (2): @p data is null, or there is no store.
+ *         PS_NO_BUFFER (0xFFFFFFFF): the pipe is out of limit, the tag is not registered, or the checkpoint that
+ *         should answer has no buffer.
+ *         @p data is untouched unless the result is 0.
+ *
+ * Thread-safe; waits only for the store's mutex. Logs the camera or the pipe out of limit and a failure at level 1, a
+ * frame at or below the erase point with the retain number that would have served it at level 2, and how it was
+ * answered at level 5 (4 for the traced tag).
+ *
+ * A tag asked for without ever being registered leaves an entry of its erase point in the pipe, and one in its
+ * checkpoint lists if it was asked for a frame above 0: a caller that makes up new tag ids grows the store.
+ */
+PARAMSET_API uint32_t getPsParam(uint32_t cam, int32_t pipe, uint32_t frame, uint32_t tag, void* data);
+
+/**
+ * Copies the value of @p tag for frame @p frame from @p data into the store. Wakes nobody: see setPsParamSyn.
+ *
+ * A frame that does not have the tag yet gets a buffer and a checkpoint, and is made if it does not exist; a frame that
+ * has it is overwritten in place. Frame 0, a tag of type 1 and a frame at or below the erase point go to frame 0.
+ * A new checkpoint first lets the history be trimmed: to 299 checkpoints, or for type 2 to one less than the retain
+ * number; what is trimmed moves the erase point.
+ *
+ * @param cam    camera id, 0 to 4
+ * @param pipe   pipe index, 0 to 13
+ * @param frame  frame id; 0 is the pipe's standing frame, THE_LAST its newest (frame 0 if it has none)
+ * @param tag    id of a registered tag
+ * @param data   holds as many bytes as the tag was registered with
+ * @return PS_OK (0): copied.
+ *         PS_OUT_OF_LIMIT (1): the camera is out of limit.
+ *         PS_NO_DATA (2): @p data is null, or there is no store.
+ *         PS_NO_BUFFER (0xFFFFFFFF): the pipe is out of limit, or the tag is not registered; the frame and the
+ *         checkpoint may have been made all the same.
+ *
+ * Thread-safe; waits only for the store's mutex. Logs as getPsParam does, and each new frame and checkpoint at level 5.
+ */
+PARAMSET_API uint32_t setPsParam(uint32_t cam, int32_t pipe, uint32_t frame, uint32_t tag, void* data);
+
+/** getPsParamSynTimeout with a time-out of DEFAULT_WAIT_MS (50 ms). */
+PARAMSET_API uint32_t getPsParamSyn(uint32_t cam, int32_t pipe, uint32_t frame, uint32_t tag, void* data);
+
+/**
+ * Copies the value of @p tag for frame @p frame into @p data, waiting once for setPsParamSyn to deliver it if need be.
+ *
+ * It does not wait when the frame has the tag and it was delivered, or, for frame 0, when frame 0's was ever delivered
+ * since everything in the pipe was last erased. A frame that does not exist is made here, without a checkpoint. A
+ * plain set does not end the wait; an erase that reaches the frame does.
+ *
+ * @param cam      camera id, 0 to 4
+ * @param pipe     pipe index, 0 to 13
+ * @param frame    frame id; 0 is the pipe's standing frame. THE_LAST is not resolved here: it is a frame id like others
+ * @param tag      id of a registered tag
+ * @param data     receives as many bytes as the tag was registered with
+ * @param timeout  longest wait in milliseconds; 0 means DEFAULT_WAIT_MS
+ * @return PS_OK (0): the value was there, or came in time.
+ *         PS_OUT_OF_LIMIT (1): the camera or the pipe is out of limit.
+ *         PS_NO_DATA (2): @p data is null, or there is no store.
+ *         PS_NOT_OF_FRAME (3): the frame is at or below the erase point, or had no value when the wait ended and an
+ *         earlier frame (or frame 0) answered.
+ *         PS_TIMED_OUT (6): timed out, but the frame has a value by then, or it is frame 0.
+ *         The code does not say whether bytes were copied: an unregistered tag copies nothing, whatever the code.
+ *
+ * Thread-safe; blocks for at most @p timeout plus the wait for the store's mutex. Logs a time-out at level 2, each
+ * wait's milliseconds at level 4, a copy that was not done at level 1, one that was at level 5.
+ *
+ * Synchronous gets of ever new frames that nobody delivers and nobody erases make the store grow by a frame each; an
+ * ordinary erase frees them only if another tag that is not of type 2 has checkpoints in the pipe.
+ */
+PARAMSET_API uint32_t getPsParamSynTimeout(uint32_t cam, int32_t pipe, uint32_t frame, uint32_t tag, void* data,
+                                           uint32_t timeout);
+
+/**
+ * Copies a value as setPsParam does, marks it delivered and wakes every synchronous get that waits for it.
+ *
+ * It differs from setPsParam in two ways: THE_LAST is a frame id like others, and a frame at or below the erase point
+ * is written, and made if it does not exist.
+ *
+ * @param cam    camera id, 0 to 4
+ * @param pipe   pipe index, 0 to 13
+ * @param frame  frame id; 0 is the pipe's standing frame
+ * @param tag    id of a registered tag
+ * @param data   holds as many bytes as the tag was registered with
+ * @return PS_OK (0): copied; or not copied, for want of a registration, at a frame above the erase point.
+ *         PS_OUT_OF_LIMIT (1): the camera or the pipe is out of limit.
+ *         PS_NO_DATA (2): @p data is null, or there is no store.
+ *         PS_NOT_OF_FRAME (3): not copied, for want of a registration, at a frame at or below the erase point.
+ *         Delivered and woken all the same when nothing was copied; only the log tells.
+ *
+ * Thread-safe; waits only for the store's mutex. Logs a copy that was not done at level 1, one that was and the waking
+ * of waiters at level 5.
+ */
+PARAMSET_API uint32_t setPsParamSyn(uint32_t cam, int32_t pipe, uint32_t frame, uint32_t tag, void* data);
+
+/**
+ * Erases the old frames of a pipe: for each tag those further back than @p frame minus the tag's retain number.
+ *
+ * The newest value of a tag that goes is copied to frame 0 first; the tag's erase point moves up to the last erased
+ * frame id; a frame without any value left is removed; synchronous gets that wait in the erased frames are woken.
+ * Metadata is erased with pipe 0, six frames behind @p frame, and not saved. Tags of type 2 are left alone. A @p frame
+ * below 8 erases nothing.
+ *
+ * @param cam    camera id, 0 to 4
+ * @param pipe   pipe index, 0 to 13
+ * @param frame  newest frame id; THE_LAST erases everything in the pipe, type 2 and metadata included, sets the erase
+ *               points back to 0 and makes frame 0 wait for deliveries again
+ * @return PS_OK (0): done.
+ *         PS_OUT_OF_LIMIT (1): the camera or the pipe is out of limit.
+ *         PS_NO_DATA (2): there is no store.
+ *         PS_NO_BUFFER (0xFFFFFFFF): the last value that was to be saved to frame 0 could not be; the rest is done.
+ *
+ * Thread-safe; waits only for the store's mutex. Logs a value that could not be saved at level 1, each saved one at
+ * level 5, erasing everything at level 4.
+ */
+PARAMSET_API uint32_t erasePs(uint32_t cam, int32_t pipe, uint32_t frame);
+
+/**
+ * Forwards a command to the external processor, see zarn_ops.
+ *
+ * @param cam   camera id, 0 to 4
+ * @param code  command code, 0x8000 to 0x800A
+ * @param arg   passed on by the codes 0x8000 to 0x8003
+ * @param in    passed on, or read: 0x8006 and 0x800A read a uint32 there, 0x8007 a byte; those three need it
+ * @param out   passed on by 0x8006 and 0x8007
+ * @return what the operation returns, or
+ *         0: also for an unknown code, deliberately; it is logged at level 1.
+ *         PS_OUT_OF_LIMIT (1): there is no such camera (logged at level 1).
+ *         PS_NO_DATA (2): no store, no such operation, or a null @p in where it is read (logged at level 1).
+ *
+ * Thread-safe once the handles and operations are set. Takes no lock; blocks as long as the operation does.
+ */
+PARAMSET_API uint32_t ioctrlOutsidePsParam(uint32_t cam, uint32_t code, int32_t arg, void* in, void* out);
+
+#ifdef __cplusplus
+} /* extern "C" */
+
+#include <condition_variable>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace zarn {
+
+using ::DEFAULT_WAIT_MS;
+using ::MAX_CAM_NUM;
+using ::MAX_PIPE_NUM;
+using ::METADATA_TAG;
+using ::THE_LAST;
+
+class ParamSet;
+
+/**
+ * Makes the value buffers of one tag. Owned by the registry.
+ *
+ * The library is built without run-time type information, so nothing here is out of line: who derives from it with
+ * run-time type information must find no symbol missing.
+ */
+class creator_base_t {
+public:
+    /** Makes a buffer, filled from @p src unless that is null. Null inside when the allocation failed. */
+    virtual std::shared_ptr<void> create(void* src) const = 0;
+    virtual ~creator_base_t() = default;
+};
+
+template <typename T>
+class param_creator_t;
+
+/** Makes buffers of a fixed number of bytes. */
+template <>
+class param_creator_t<char> : public creator_base_t {
+public:
+    /** @param size  bytes of a buffer; 0 makes buffers of one byte that start as zero */
+    explicit param_creator_t(uint32_t size)
+        : mSize(size != 0 ? static_cast<int32_t>(size) : 1), mUseMalloc(size != 0) {}
+
+    /** The bytes are undefined when @p src is null and the size is not 0. */
+    std::shared_ptr<void> create(void* src) const override {
+        std::shared_ptr<void> buffer;
+        if (mUseMalloc != 0) {
+            buffer = std::shared_ptr<void>(std::malloc(static_cast<size_t>(mSize)), std::free);
+        } else {
+            buffer = std::shared_ptr<char>(new char(0));
+        }
+        if (src != nullptr && buffer != nullptr) std::memcpy(buffer.get(), src, static_cast<size_t>(mSize));
+        return buffer;
+    }
+
+    int32_t mSize;        ///< bytes of a buffer
+    uint32_t mUseMalloc;  ///< nonzero unless the registered size was 0
+};
+
+/** What the registry knows of a tag. */
+struct tag_info_t {
+    std::string mDataType;                     ///< type of the value, only logged
+    std::string mName;                         ///< name of the tag, only logged
+    std::shared_ptr<creator_base_t> mCreator;  ///< null: the tag counts as unregistered when a buffer is wanted
+    int32_t mTagType = 0;                      ///< 1: frame 0 only; 2: trimmed to mRetainNum; others: erased explicitly
+    int32_t mSize = 0;                         ///< bytes of a value
+    int32_t mRetainNum = 0;                    ///< frames that a value is kept behind the erased one
+};
+
+/**
+ * The registry: tag id to what is known of the tag. Lives from load to unload of the library, whatever becomes of the
+ * store. Entries are only added. Insertions hold gRigisterMutex; readers take no lock, deliberately: see the top.
+ */
+extern PARAMSET_API std::map<uint32_t, tag_info_t> gTagInfo;
+extern PARAMSET_API std::mutex gRigisterMutex;
+
+/**
+ * Log switches, read from the properties "persist.vendor.cam.log.ps", ".tag" and ".erase" when a store is built; 0 when
+ * unset. They choose levels, and suppress nothing. Shared by all threads without a lock: read and write them with
+ * relaxed atomic builtins.
+ */
+extern PARAMSET_API int ps_log;        ///< nonzero while the traced tag is worked on: tracing rises from level 5 to 4
+extern PARAMSET_API int ps_log_tag;    ///< the tag to trace
+extern PARAMSET_API int ps_log_erase;  ///< nonzero traces every explicit erase
+
+/** Where a synchronous get and a synchronous set of one tag in one frame meet. */
+struct FrameStatus {
+    uint32_t mFrameID = 0;  ///< frame id of the last get that began to wait here; stays 0 in frame 0
+    int32_t mState = 0;     ///< 0: nothing yet; 1: delivered; 2: waited for. Guarded by the store's mutex
+    std::condition_variable mCond;
+    std::mutex mMutex;  ///< held by a waiting get alone, around its timed wait; a set never takes it
+};
+
+/**
+ * The values of one frame of one pipe: a buffer per tag, the frame's metadata, the status records.
+ *
+ * Takes no lock: whoever calls it keeps other threads away. Within the store that is the store's mutex.
+ */
+class ParamFrame {
+public:
+    /**
+     * @param camID    camera id, only logged
+     * @param frameID  frame id, only logged
+     * @param owner    the store; kept, not used, may be null
+     * @param tagInfo  the registry to find creators in; must outlive the frame
+     *
+     * Logs at level 5, as does the destructor.
+     */
+    PARAMSET_API ParamFrame(uint32_t camID, uint32_t frameID, ParamSet* owner, std::map<uint32_t, tag_info_t>* tagInfo);
+    PARAMSET_API ~ParamFrame();
+    ParamFrame(const ParamFrame&) = delete;
+    ParamFrame& operator=(const ParamFrame&) = delete;
+
+    /**
+     * Makes the tag's buffer anew, filled from @p src unless that is null; who holds the old one keeps it.
+     *
+     * @return the buffer; empty if the tag is not registered (logged at level 1), or if the allocation failed
+     */
+    PARAMSET_API std::shared_ptr<void> createTag(uint32_t tag, void* src);
+
+    /** The tag's buffer, shared; empty if the frame has none. */
+    PARAMSET_API std::shared_ptr<void> getTag(uint32_t tag);
+
+    /** Whether the frame has an entry for the tag. */
+    PARAMSET_API bool existTag(uint32_t tag);
+
+    /** Removes the tag's buffer, if there is one. The status record stays. Always 0. */
+    PARAMSET_API int eraseTag(uint32_t tag);
+
+    /** The number of tags that the frame has. */
+    PARAMSET_API uint32_t getActiveTagSize();
+
+    /** The frame's own metadata, null if none; valid until the next setMetadata or the end of the frame. */
+    PARAMSET_API camera_metadata* getMetadata();
+
+    /** Keeps a clone of @p src; frees the clone it had before (logged at level 5). Always 0. */
+    PARAMSET_API int setMetadata(const camera_metadata* src);
+
+    ParamSet* mParamSet;                              ///< the store; not owned
+    uint32_t mCamID;                                  ///< camera id
+    uint32_t mFrameID;                                ///< frame id, 0 for a pipe's frame 0
+    std::map<uint32_t, tag_info_t>* mTagInfo;         ///< the registry; not owned
+    std::map<uint32_t, std::shared_ptr<void>> mTags;  ///< tag id to value buffer
+    std::shared_ptr<camera_metadata> mMetadata;       ///< own copy, or null
+    std::map<uint32_t, FrameStatus> mStatus;          ///< tag id to status record
+};
+
+/** One pipe of a camera. Guarded by the store's mutex. */
+struct pipe_elem {
+    std::shared_ptr<ParamFrame> mF0;                                         ///< frame 0; never erased
+    std::map<uint32_t, std::shared_ptr<ParamFrame>> mFrames;                 ///< live frames, by frame id
+    std::map<uint32_t, std::shared_ptr<std::vector<uint32_t>>> mCheckPoint;  ///< by tag: ascending ids of frames that
+                                                                             ///< were given a value; may be null
+    std::map<uint32_t, uint32_t> mErasePoint;                                ///< by tag: last erased frame id
+};
+
+/** One camera. */
+struct cam_elem {
+    pipe_elem mPipe[MAX_PIPE_NUM];
+    void* mHandle[7];  ///< the external processor's handles; not owned
+};
+
+/**
+ * The store. One at a time exists in a process; there is no way to have another.
+ *
+ * The static operations with a C function of similar name are that function: getParam is getPsParam, and so on.
+ */
+class ParamSet {
+public:
+    /**
+     * Builds the store, or returns the one that exists. Cameras 0 to 4 each get 14 pipes with a frame 0, and the log
+     * switches are read.
+     *
+     * Thread-safe against itself and every other operation but destroyInstance: who races with that may be handed a
+     * pointer that dies. Logs at level 3 when it builds.
+     *
+     * @return the store; owned by the library, valid until destroyInstance
+     */
+    PARAMSET_API static ParamSet* createInstance();
+
+    /** The store, or null; owned by the library, valid until destroyInstance. Thread-safe, logs nothing. */
+    PARAMSET_API static ParamSet* getInstance();
+
+    /**
+     * Lets go of the store. Calls that are running finish on it, and the last of them destroys it; later ones find no
+     * store. Registered tags stay; values, handles and operations go. Thread-safe. Logs at level 3.
+     */
+    PARAMSET_API static void destroyInstance();
+
+    /**
+     * What the C registration functions call.
+     *
+     * @param creator  made with new; ownership passes in, also when the tag is registered already. With null the tag
+     *                 gets an entry without buffers
+     *
+     * Else as registerPsQueueParam.
+     */
+    template <typename T>
+    static void register_tag(uint32_t tag, param_creator_t<T>* creator, int tagType, const char* name,
+                             const char* dataType, int retainNum);
+
+    /** Copies the registry into @p out, replacing what it holds. Takes no lock: set-up only. Logs nothing. */
+    PARAMSET_API static void getTagInfo(std::map<uint32_t, tag_info_t>& out);
+
+    PARAMSET_API static uint32_t getParam(uint32_t cam, int pipe, uint32_t frame, uint32_t tag, void* data);
+    PARAMSET_API static uint32_t setParam(uint32_t cam, int pipe, uint32_t frame, uint32_t tag, void* data);
+    PARAMSET_API static uint32_t getParamSyn(uint32_t cam, int pipe, uint32_t frame, uint32_t tag, void* data);
+    PARAMSET_API static uint32_t getParamSynTimeout(uint32_t cam, int pipe, uint32_t frame, uint32_t tag, void* data,
+                                                    uint32_t timeout);
+    PARAMSET_API static uint32_t setParamSyn(uint32_t cam, int pipe, uint32_t frame, uint32_t tag, void* data);
+    PARAMSET_API static uint32_t erase(uint32_t camID, int pipe, uint32_t frameID);
+
+    /**
+     * The metadata that was stored for a frame of a camera, or that of the newest earlier frame that has some, or
+     * frame 0's. Frame 0 also answers for a frame at or below the metadata's erase point.
+     *
+     * @param camID    camera id, 0 to 4
+     * @param frameID  frame id
+     * @return the store's own copy, not the caller's to free; null if there is none, no store, or the camera is out of
+     *         limit. Valid until metadata is stored for the same frame again (for frame 0's: for any frame at or below
+     *         the erase point) or the frame is erased. No lock is held for the reader
+     *
+     * Thread-safe; waits only for the store's mutex. Logs the camera out of limit at level 1, a fall-back to frame 0
+     * because of the erase point, or because the frame that had it is gone, at level 2.
+     */
+    PARAMSET_API static camera_metadata* getMetadata(uint32_t camID, uint32_t frameID);
+
+    /**
+     * Keeps a clone of @p metadata for a frame of a camera, in pipe 0, replacing the frame's earlier one. Frame 0 and a
+     * frame at or below the metadata's erase point go to frame 0. A frame that does not exist is made.
+     *
+     * @param camID     camera id, 0 to 4
+     * @param frameID   frame id
+     * @param metadata  stays the caller's; not referred to after the call
+     * @return PS_OK (0): stored. PS_OUT_OF_LIMIT (1): the camera is out of limit. PS_NO_DATA (2): @p metadata is null,
+     *         or there is no store.
+     *
+     * Thread-safe; waits only for the store's mutex. Logs the camera out of limit at level 1, storing to frame 0 at
+     * level 2, each freed clone at level 5.
+     *
+     * Only an erase of pipe 0 frees metadata: while only other pipes are erased, the store grows with every frame that
+     * is given some. Storing again for one frame lists the frame again, and the list grows until it is erased.
+     */
+    PARAMSET_API static uint32_t setMetadata(uint32_t camID, uint32_t frameID, const camera_metadata* metadata);
+
+    /** Installs a copy of the operations table, replacing all of the earlier one. @p ops not null. Set-up only. */
+    PARAMSET_API void setPsOps(zarn_ops* ops);
+
+    /**
+     * Keeps the seven handles of a camera, in order; never owned, never looked into. Handles 1 to 3 are passed to no
+     * operation. Set-up only. For a camera out of limit nothing is kept, and a line is logged at level 1.
+     */
+    PARAMSET_API void setPsHandle(uint32_t cam, void* handle0, void* handle1, void* handle2, void* handle3,
+                                  void* handle4, void* handle5, void* handle6);
+
+    /**
+     * The camera's record; owned by the store. Its pipes are guarded by the store's mutex, so that it is for tests,
+     * tools and set-up. Null, and a line at level 1, if there is no such camera; a line at level 5 else.
+     */
+    PARAMSET_API cam_elem* getPsHandle(uint32_t cam);
+
+    /**
+     * Reads a parameter of the external processor through `cmd3`, which is given handle 6, the tag, and the address
+     * 8 bytes past @p data. @p pipe and @p frame are not used.
+     *
+     * @return what `cmd3` returns; -1, with a line at level 1, if there is no `cmd3`, no such camera or @p data is null
+     *
+     * Thread-safe once the handles and operations are set. Takes no lock; blocks as long as the operation does.
+     */
+    PARAMSET_API int getParamExternal(uint32_t cam, int32_t pipe, uint32_t frame, uint32_t tag, void* data);
+
+    /** See ioctrlOutsidePsParam. */
+    PARAMSET_API static uint32_t ioctrlOutsideParam(uint32_t cam, uint32_t code, int32_t arg, void* in, void* out);
+
+    /** For the library's own pointer to the store: called when the last call on it has returned. */
+    ~ParamSet();
+    ParamSet(const ParamSet&) = delete;
+    ParamSet& operator=(const ParamSet&) = delete;
+
+private:
+    struct Request;
+    struct Command;
+    using Buffer = std::shared_ptr<void>;
+
+    ParamSet();
+    static std::shared_ptr<ParamSet> holdInstance();
+    pipe_elem& pipeElem(uint32_t camID, int pipe);  // both within their limits
+
+    // mMutex held. A buffer is returned by reference to where its frame holds it: nothing is counted, as nobody keeps
+    // it beyond mMutex. An empty one is no buffer.
+    const Buffer& getParamInternal(Request& request);
+    uint32_t preproc(const Request& request);
+    const Buffer& getDirectly(const Request& request, ParamFrame& frame);
+    const Buffer& getF0(const Request& request);
+    const Buffer& permiProc(const Request& request, ParamFrame* frame);
+    const Buffer& createNew(const Request& request);
+    static uint32_t getSize(const tag_info_t* info);
+    static uint32_t findRelated(const std::vector<uint32_t>* ids, uint32_t desID);
+    uint32_t _getParam(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, void* data);
+    uint32_t _setParam(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, void* data);
+
+    // mMutex not held
+    uint32_t _getParamSyn(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, void* data, uint32_t timeout);
+    uint32_t _setParamSyn(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, void* data);
+
+    // mMutex held, through the lock that is passed; released for the time of a wait
+    const Buffer& awaitF0(const Request& request, std::unique_lock<std::mutex>& lock, uint32_t timeout,
+                          uint32_t& result);
+    const Buffer& awaitFrame(const Request& request, std::unique_lock<std::mutex>& lock, uint32_t timeout,
+                             std::shared_ptr<ParamFrame>& held, uint32_t& result);
+
+    // mMutex held
+    const Buffer& deliver(const Request& request);
+    void autoErase(const Request& request, std::vector<uint32_t>& queue);
+    uint32_t _erase(uint32_t camID, int pipe, uint32_t frameID);
+    void eraseCheckpoints(const Request& request, std::vector<uint32_t>& checkpoints, uint32_t limit, uint32_t& result);
+    uint32_t saveToF0(const Request& request, uint32_t frameID);
+    camera_metadata* _getMetadata(uint32_t camID, uint32_t frameID);
+    uint32_t _setMetadata(uint32_t camID, uint32_t frameID, const camera_metadata* metadata);
+
+    // mMutex not held
+    uint32_t forward(const cam_elem* elem, const Command& command);
+
+    static std::shared_ptr<ParamSet> sInstance;  // atomic operations on shared pointers only
+
+    zarn_ops mOps;      // set-up only
+    std::mutex mMutex;  // guards mElem and everything reachable from it, but for the handles
+    std::map<int, std::shared_ptr<cam_elem>> mElem;  // cameras 0 to 4 from construction to destruction
+};
+
+/** The one kind of value that there is: plain bytes. */
+template <>
+PARAMSET_API void ParamSet::register_tag<char>(uint32_t tag, param_creator_t<char>* creator, int tagType,
+                                               const char* name, const char* dataType, int retainNum);
+
+}  // namespace zarn
+#endif /* __cplusplus */
+
+#endif /* PARAMSET_H */

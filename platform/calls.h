@@ -1,0 +1,19 @@
+// What the store wants of the platform, beside the log: its calls into system properties and the metadata library.
+
+#ifndef PARAMSET_PLATFORM_CALLS_H
+#define PARAMSET_PLATFORM_CALLS_H
+
+struct camera_metadata;
+
+namespace zarn {
+
+/// The number that a system property begins with; 0 if it is unset, or no number.
+int readSwitch(const char* key);
+
+/// A copy of the caller's record, for freeMetadata; null if the platform could not make one.
+camera_metadata* cloneMetadata(const camera_metadata* source);
+void freeMetadata(camera_metadata* metadata);
+
+}  // namespace zarn
+
+#endif  // PARAMSET_PLATFORM_CALLS_H

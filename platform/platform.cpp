@@ -1,0 +1,23 @@
+#include "platform/platform.h"
+
+#include <cstdlib>
+
+#include "platform/calls.h"
+
+namespace zarn {
+
+int readSwitch(const char* key) {
+    char value[PROP_VALUE_MAX] = {};
+    property_get(key, value, nullptr);
+    return std::atoi(value);
+}
+
+camera_metadata* cloneMetadata(const camera_metadata* source) {
+    return clone_camera_metadata(source);
+}
+
+void freeMetadata(camera_metadata* metadata) {
+    free_camera_metadata(metadata);
+}
+
+}  // namespace zarn

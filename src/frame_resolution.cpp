@@ -1,0 +1,161 @@
+// Which buffer answers a request for (camera, pipe, frame, tag): the frame's own, the one of the newest earlier frame
+// that was given a value, or the one of the pipe's frame 0; and the plain get and set on top of it.
+// Everything here runs with ParamSet::mMutex held by the caller.
+
+#include <algorithm>
+
+#include "src/store.h"
+
+namespace zarn {
+
+namespace {
+
+// The retain number that would have kept the tag's value for this frame, as the log names it.
+int32_t neededLife(const tag_info_t& info, uint32_t frameID, uint32_t erasePoint) {
+    return static_cast<int32_t>(erasePoint - frameID + static_cast<uint32_t>(info.mRetainNum) + 1);
+}
+
+bool isStatic(const tag_info_t* info) {
+    return info != nullptr && info->mTagType == kTagTypeStatic;
+}
+
+}  // namespace
+
+pipe_elem& ParamSet::pipeElem(uint32_t camID, int pipe) {
+    return mElem.find(static_cast<int>(camID))->second->mPipe[pipe];
+}
+
+const ParamSet::Buffer& ParamSet::getParamInternal(Request& request) {
+    if (!isPipe(request.pipe)) {
+        PS_LOG(1, "pipe %d out of limit, please check tag %d", request.pipe, request.tag);
+        return kNoBuffer;
+    }
+    pipe_elem& elem = pipeElem(request.camID, request.pipe);
+    request.elem = &elem;
+    if (request.frameID == THE_LAST) {
+        request.frameID = newestFrameID(elem);
+        PS_LOG(5, "THE_LAST frame is %d", request.frameID);
+    }
+    const auto& [camID, pipe, frameID, tag, modifiable, info, unused] = request;
+    const uint32_t erasePoint = elem.mErasePoint.try_emplace(tag, 0).first->second;
+    PS_LOG(5, "E cam %d pipe %d frame %d tag %d erasePoint:%d", camID, pipe, frameID, tag, erasePoint);
+
+    if (frameID == 0 || isStatic(info)) return getF0(request);
+    if (frameID <= erasePoint) {
+        const tag_info_t& known = tagInfoOrNew(tag);
+        PS_LOG(2, "frameID %d <= Erased %d, %s need life >= %d", frameID, erasePoint, known.mName.c_str(), neededLife(known, frameID, erasePoint));
+        return getF0(request);
+    }
+    ParamFrame* frame = findFrame(elem, frameID);
+    return frame != nullptr ? getDirectly(request, *frame) : createNew(request);
+}
+
+uint32_t ParamSet::preproc(const Request& request) {
+    const auto& [camID, pipe, frameID, tag, modifiable, info, elem] = request;
+    const uint32_t erasePoint = elem->mErasePoint.try_emplace(tag, 0).first->second;
+    if (frameID == 0) return PS_OK;
+    if (frameID == THE_LAST) {
+        PS_LOG(4, "THE_LAST frame is %d", newestFrameID(*elem));
+        return PS_OK;
+    }
+    if (isStatic(info) || erasePoint < frameID) return PS_OK;
+    const tag_info_t& known = tagInfoOrNew(tag);
+    PS_LOG(2, "frameID %d <= Erased %d, %s need life >= %d", frameID, erasePoint, known.mName.c_str(), neededLife(known, frameID, erasePoint));
+    return PS_NOT_OF_FRAME;
+}
+
+const ParamSet::Buffer& ParamSet::getDirectly(const Request& request, ParamFrame& frame) {
+    const auto it = frame.mTags.find(request.tag);
+    return it != frame.mTags.end() ? it->second : permiProc(request, &frame);
+}
+
+const ParamSet::Buffer& ParamSet::getF0(const Request& request) {
+    ParamFrame& f0 = *request.elem->mF0;
+    const auto it = f0.mTags.find(request.tag);
+    return it != f0.mTags.end() ? it->second : createTag(f0, request.tag, request.info, nullptr);
+}
+
+uint32_t ParamSet::getSize(const tag_info_t* info) {
+    return info != nullptr ? static_cast<uint32_t>(info->mSize) : 0;
+}
+
+uint32_t ParamSet::findRelated(const std::vector<uint32_t>* ids, uint32_t desID) {
+    uint32_t related = 0;
+    if (ids != nullptr) {
+        const auto later = std::upper_bound(ids->begin(), ids->end(), desID);
+        if (later != ids->begin()) related = *(later - 1);
+    }
+    PS_LOG(5, "desID %d, relateID[%d]", desID, related);
+    return related;
+}
+
+// A write needs its frame; a read does without.
+const ParamSet::Buffer& ParamSet::permiProc(const Request& request, ParamFrame* frame) {
+    const auto& [camID, pipe, frameID, tag, modifiable, info, elem] = request;
+    std::shared_ptr<std::vector<uint32_t>>& ids = elem->mCheckPoint[tag];
+    if (modifiable == 0) {
+        const uint32_t related = findRelated(ids.get(), frameID);
+        PS_LOG(traceLevel(), "cam %u pipe %d tag %d destID %u relatedID:%u", camID, pipe, tag, frameID, related);
+        if (related == 0) return getF0(request);
+        // The checkpoint's frame may have gone with another tag's last value.
+        const ParamFrame* checkpoint = findFrame(*elem, related);
+        return checkpoint != nullptr ? findBuffer(*checkpoint, tag) : kNoBuffer;
+    }
+
+    if (ids == nullptr) {
+        ids = std::make_shared<std::vector<uint32_t>>(1, frameID);
+    } else {
+        autoErase(request, *ids);
+        ids->insert(std::upper_bound(ids->begin(), ids->end(), frameID), frameID);
+    }
+    PS_LOG(5, "add checkPoint[%d] size:%d,permiProc:%s", frameID, static_cast<int>(ids->size()), "_modifiable");
+    return createTag(*frame, tag, info, nullptr);
+}
+
+const ParamSet::Buffer& ParamSet::createNew(const Request& request) {
+    PS_LOG(5, "createNew ParamFrame");
+    if (request.modifiable == 0) return permiProc(request, nullptr);
+
+    std::shared_ptr<ParamFrame>& frame = request.elem->mFrames[request.frameID];
+    frame.reset(new ParamFrame(request.camID, request.frameID, this, &gTagInfo));
+    return permiProc(request, frame.get());
+}
+
+uint32_t ParamSet::_getParam(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, void* data) {
+    storeSwitch(ps_log, isTracedTag(tag));
+    Request request{camID, pipe, frameID, tag, 0, findTagInfo(gTagInfo, tag), nullptr};
+    const Buffer& value = getParamInternal(request);
+    const uint32_t size = getSize(request.info);
+
+    uint32_t result = PS_NO_BUFFER;
+    if (size == 0 || data == nullptr || value == nullptr) {
+        PS_LOG(1, "fail " PS_COPY_TEXT, camID, pipe, frameID, tag, value.get(), data, size);
+    } else {
+        std::memcpy(data, value.get(), size);
+        PS_LOG(traceLevel(), "success  " PS_COPY_TEXT, camID, pipe, frameID, tag, value.get(), data, size);
+        result = PS_OK;
+    }
+    storeSwitch(ps_log, 0);
+    return result;
+}
+
+uint32_t ParamSet::_setParam(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, void* data) {
+    storeSwitch(ps_log, isTracedTag(tag));
+    Request request{camID, pipe, frameID, tag, 1, findTagInfo(gTagInfo, tag), nullptr};
+    const Buffer& value = getParamInternal(request);
+    const uint32_t size = getSize(request.info);
+
+    uint32_t result = PS_NO_BUFFER;
+    if (size == 0 || data == nullptr || value == nullptr) {
+        PS_LOG(1, "fail " PS_COPY_TEXT, camID, pipe, frameID, tag, value.get(), data, size);
+    } else {
+        // An erase may save what frame 0 itself answered: then both are the same buffer.
+        std::memmove(value.get(), data, size);
+        PS_LOG(traceLevel(), "success " PS_COPY_TEXT, camID, pipe, frameID, tag, value.get(), data, size);
+        result = PS_OK;
+    }
+    storeSwitch(ps_log, 0);
+    return result;
+}
+
+}  // namespace zarn

@@ -1,0 +1,236 @@
+// The core of the store: the tag registry, the one instance and its layout, a frame's container, and the plain get and
+// set entries. gTagInfo is inserted into under gRigisterMutex and read under no lock; sInstance is touched with atomic
+// operations only; what lies below mElem is guarded by mMutex.
+
+#include "paramset.h"
+
+#include "platform/calls.h"
+#include "src/store.h"
+
+namespace zarn {
+
+// Destroyed in reverse: the store goes first, the registry last.
+std::map<uint32_t, tag_info_t> gTagInfo;
+std::mutex gRigisterMutex;
+std::shared_ptr<ParamSet> ParamSet::sInstance;
+
+int ps_log = 0;
+int ps_log_tag = 0;
+int ps_log_erase = 0;
+
+// ---- registry
+
+namespace {
+
+constexpr int kStaticRetainNum = 1;
+constexpr int kDynamicRetainNum = 6;
+
+int32_t retainNumOf(int tagType, int asked) {
+    if (asked > kDynamicRetainNum) return asked;
+    return tagType == kTagTypeStatic ? kStaticRetainNum : kDynamicRetainNum;
+}
+
+void registerBytes(uint32_t tag, uint32_t size, int tagType, const char* name, const char* dataType, int retainNum) {
+    ParamSet::register_tag<char>(tag, new param_creator_t<char>(size), tagType, name, dataType, retainNum);
+}
+
+}  // namespace
+
+template <>
+void ParamSet::register_tag<char>(uint32_t tag, param_creator_t<char>* creator, int tagType, const char* name,
+                                  const char* dataType, int retainNum) {
+    std::shared_ptr<creator_base_t> owned(creator);
+    if (findTagInfo(gTagInfo, tag) != nullptr) return;
+
+    // Another thread may have registered the tag since; then the later one stands.
+    const std::lock_guard<std::mutex> lock(gRigisterMutex);
+    tag_info_t& info = gTagInfo[tag];
+    info.mDataType = dataType != nullptr ? dataType : "";
+    info.mCreator = std::move(owned);
+    info.mTagType = tagType;
+    info.mSize = creator != nullptr ? creator->mSize : 0;
+    info.mName = name != nullptr ? name : "";
+    info.mRetainNum = retainNumOf(tagType, retainNum);
+    PS_LOG(3, "ParamSet tag:%d, name:%s, dataType:%s, size:%d, tagType:%d, retainNum:%d", tag, info.mName.c_str(), info.mDataType.c_str(), info.mSize, tagType, info.mRetainNum);
+}
+
+void ParamSet::getTagInfo(std::map<uint32_t, tag_info_t>& out) {
+    out = gTagInfo;
+}
+
+const tag_info_t& tagInfoOrNew(uint32_t tag) {
+    if (const tag_info_t* info = findTagInfo(gTagInfo, tag)) return *info;
+    // Looking up takes no lock, but two threads must never insert at once.
+    const std::lock_guard<std::mutex> lock(gRigisterMutex);
+    return gTagInfo[tag];
+}
+
+// ---- instance
+
+ParamSet* ParamSet::createInstance() {
+    if (ParamSet* instance = getInstance()) return instance;
+
+    static std::mutex sInstanceMutex;
+    const std::lock_guard<std::mutex> lock(sInstanceMutex);
+    std::shared_ptr<ParamSet> instance = holdInstance();
+    if (instance == nullptr) {
+        PS_LOG(3, "create");
+        instance = std::shared_ptr<ParamSet>(new ParamSet());
+        std::atomic_store(&sInstance, instance);
+    }
+    return instance.get();
+}
+
+ParamSet* ParamSet::getInstance() {
+    return holdInstance().get();
+}
+
+void ParamSet::destroyInstance() {
+    PS_LOG(3, "destory");
+    std::atomic_exchange(&sInstance, std::shared_ptr<ParamSet>());
+}
+
+std::shared_ptr<ParamSet> ParamSet::holdInstance() {
+    return std::atomic_load(&sInstance);
+}
+
+ParamSet::ParamSet() {
+    PS_LOG(3, "E");
+    for (int camID = 0; camID < MAX_CAM_NUM; ++camID) {
+        mElem.emplace(camID, new cam_elem());
+    }
+    for (const auto& [camID, cam] : mElem) {
+        for (pipe_elem& elem : cam->mPipe) {
+            elem.mF0.reset(new ParamFrame(static_cast<uint32_t>(camID), 0, this, &gTagInfo));
+        }
+    }
+    storeSwitch(ps_log, readSwitch("persist.vendor.cam.log.ps"));
+    storeSwitch(ps_log_tag, readSwitch("persist.vendor.cam.log.tag"));
+    storeSwitch(ps_log_erase, readSwitch("persist.vendor.cam.log.erase"));
+    mOps = {};
+    PS_LOG(3, "X");
+}
+
+ParamSet::~ParamSet() {
+    mElem.clear();
+}
+
+// ---- frame
+
+namespace {
+
+// Bound to the frame that it is a member of, and so never outlives it.
+struct MetadataDeleter {
+    const ParamFrame* frame;
+
+    void operator()(camera_metadata* metadata) const {
+        PS_LOG(5, "free_camera_metadata mCamID:%d,mFrameID:%d", frame->mCamID, frame->mFrameID);
+        freeMetadata(metadata);
+    }
+};
+
+}  // namespace
+
+ParamFrame::ParamFrame(uint32_t camID, uint32_t frameID, ParamSet* owner, std::map<uint32_t, tag_info_t>* tagInfo)
+    : mParamSet(owner), mCamID(camID), mFrameID(frameID), mTagInfo(tagInfo) {
+    PS_LOG(5, "E cam[%d] frame[%d]", camID, frameID);
+}
+
+ParamFrame::~ParamFrame() {
+    PS_LOG(5, "delete cam[%d] frame[%d], and total tag Num:%d", mCamID, mFrameID, getActiveTagSize());
+}
+
+const std::shared_ptr<void>& createTag(ParamFrame& frame, uint32_t tag, const tag_info_t* info, void* src) {
+    if (info == nullptr || info->mCreator == nullptr) {
+        PS_LOG(1, "X Failed to create tag, no such creator: %d", tag);
+        return kNoBuffer;
+    }
+    std::shared_ptr<void>& buffer = frame.mTags[tag];
+    buffer = info->mCreator->create(src);
+    PS_LOG(5, "X:%s", buffer != nullptr ? "ok" : "fail");
+    return buffer;
+}
+
+std::shared_ptr<void> ParamFrame::createTag(uint32_t tag, void* src) {
+    return zarn::createTag(*this, tag, findTagInfo(*mTagInfo, tag), src);
+}
+
+std::shared_ptr<void> ParamFrame::getTag(uint32_t tag) {
+    return findBuffer(*this, tag);
+}
+
+bool ParamFrame::existTag(uint32_t tag) {
+    return mTags.find(tag) != mTags.end();
+}
+
+int ParamFrame::eraseTag(uint32_t tag) {
+    mTags.erase(tag);
+    return 0;
+}
+
+uint32_t ParamFrame::getActiveTagSize() {
+    return static_cast<uint32_t>(mTags.size());
+}
+
+camera_metadata* ParamFrame::getMetadata() {
+    return mMetadata.get();
+}
+
+int ParamFrame::setMetadata(const camera_metadata* src) {
+    mMetadata.reset(cloneMetadata(src), MetadataDeleter{this});
+    return 0;
+}
+
+// ---- plain entries
+
+uint32_t ParamSet::getParam(uint32_t cam, int pipe, uint32_t frame, uint32_t tag, void* data) {
+    const std::shared_ptr<ParamSet> store = holdInstance();
+    if (data == nullptr || store == nullptr) return PS_NO_DATA;
+    if (cam >= MAX_CAM_NUM) {
+        PS_LOG(1, "cam %d out of limit, tag %d get failed", cam, tag);
+        return PS_OUT_OF_LIMIT;
+    }
+    const std::lock_guard<std::mutex> lock(store->mMutex);
+    return store->_getParam(cam, pipe, frame, tag, data);
+}
+
+uint32_t ParamSet::setParam(uint32_t cam, int pipe, uint32_t frame, uint32_t tag, void* data) {
+    const std::shared_ptr<ParamSet> store = holdInstance();
+    if (data == nullptr || store == nullptr) return PS_NO_DATA;
+    if (cam >= MAX_CAM_NUM) {
+        PS_LOG(1, "cam %d out of limit, tag %d set failed", cam, tag);
+        return PS_OUT_OF_LIMIT;
+    }
+    const std::lock_guard<std::mutex> lock(store->mMutex);
+    return store->_setParam(cam, pipe, frame, tag, data);
+}
+
+}  // namespace zarn
+
+// ---- C functions
+
+void registerPsStaticParam(uint32_t tag, uint32_t size, int tagType, const char* name, const char* dataType) {
+    zarn::registerBytes(tag, size, tagType, name, dataType, zarn::kStaticRetainNum);
+}
+
+void registerPsDynamicParam(uint32_t tag, uint32_t size, int tagType, const char* name, const char* dataType) {
+    zarn::registerBytes(tag, size, tagType, name, dataType, zarn::kDynamicRetainNum);
+}
+
+void registerPsQueueParam(uint32_t tag, uint32_t size, int tagType, const char* name, const char* dataType,
+                          int retainNum) {
+    zarn::registerBytes(tag, size, tagType, name, dataType, retainNum);
+}
+
+void registerPsDynamicParamWithExtendingLife(uint32_t tag, uint32_t size, int tagType, const char* name,
+                                             const char* dataType, int retainNum) {
+    zarn::registerBytes(tag, size, tagType, name, dataType, retainNum);
+}
+
+uint32_t getPsParam(uint32_t cam, int32_t pipe, uint32_t frame, uint32_t tag, void* data) {
+    return zarn::ParamSet::getParam(cam, pipe, frame, tag, data);
+}
+
+uint32_t setPsParam(uint32_t cam, int32_t pipe, uint32_t frame, uint32_t tag, void* data) {
+    return zarn::ParamSet::setParam(cam, pipe, frame, tag, data);
+}

@@ -1,0 +1,90 @@
+// What the subsystems share: the request that travels down from an entry point, the look-ups that insert nothing, and
+// the trace switch.
+
+#ifndef PARAMSET_STORE_H
+#define PARAMSET_STORE_H
+
+#include <cinttypes>
+
+#include "include/paramset.h"
+#include "platform/log.h"
+
+// Text of the line that ends every get and set, after its first word.
+#define PS_COPY_TEXT "camID: %d, pipe: %d, frameID: %d, tag: %d,intrData:%p,extrData:%p,tagSize:%d"
+
+namespace zarn {
+
+// Checkpoints that a tag not of type 2 may have.
+constexpr uint64_t kCheckpointBound = 300;
+
+constexpr int32_t kTagTypeStatic = 1;  // frame 0 only
+constexpr int32_t kTagTypeQueue = 2;   // history trimmed to the retain number
+
+constexpr int32_t kDelivered = 1;  // FrameStatus::mState
+constexpr int32_t kWaitedFor = 2;
+
+inline const std::shared_ptr<void> kNoBuffer;
+
+// One access to a value, with what it looked up once. Lives for a stretch under ParamSet::mMutex.
+struct ParamSet::Request {
+    uint32_t camID;
+    int pipe;
+    uint32_t frameID;
+    uint32_t tag;
+    int modifiable;          // nonzero: a write
+    const tag_info_t* info;  // null if the tag is not registered
+    pipe_elem* elem;
+};
+
+// The log switches are shared by all threads and guarded by nothing; they choose log levels only.
+
+inline int loadSwitch(const int& value) {
+    return __atomic_load_n(&value, __ATOMIC_RELAXED);
+}
+
+inline void storeSwitch(int& target, int value) {
+    __atomic_store_n(&target, value, __ATOMIC_RELAXED);
+}
+
+inline bool isTracedTag(uint32_t tag) {
+    return static_cast<uint32_t>(loadSwitch(ps_log_tag)) == tag;
+}
+
+inline int traceLevel() {
+    return loadSwitch(ps_log) != 0 ? 4 : 5;
+}
+
+inline bool isPipe(int pipe) {
+    return static_cast<uint32_t>(pipe) < MAX_PIPE_NUM;
+}
+
+// The registry is read without gRigisterMutex, as everywhere.
+inline const tag_info_t* findTagInfo(const std::map<uint32_t, tag_info_t>& registry, uint32_t tag) {
+    const auto it = registry.find(tag);
+    return it == registry.end() ? nullptr : &it->second;
+}
+
+// The tag's entry, made without a creator if the tag was never registered.
+const tag_info_t& tagInfoOrNew(uint32_t tag);
+
+inline ParamFrame* findFrame(const pipe_elem& elem, uint32_t frameID) {
+    const auto it = elem.mFrames.find(frameID);
+    return it == elem.mFrames.end() ? nullptr : it->second.get();
+}
+
+inline const std::shared_ptr<void>& findBuffer(const ParamFrame& frame, uint32_t tag) {
+    const auto it = frame.mTags.find(tag);
+    return it == frame.mTags.end() ? kNoBuffer : it->second;
+}
+
+// Greatest frame id of a pipe; frame 0 stands in for a pipe without frames.
+inline uint32_t newestFrameID(const pipe_elem& elem) {
+    return elem.mFrames.empty() ? 0 : elem.mFrames.rbegin()->first;
+}
+
+// ParamFrame::createTag for a tag that was looked up already; the buffer stays where the frame holds it.
+const std::shared_ptr<void>& createTag(ParamFrame& frame, uint32_t tag, const tag_info_t* info, void* src);
+
+}  // namespace zarn
+
+#endif  // PARAMSET_STORE_H

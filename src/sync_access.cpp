@@ -1,0 +1,210 @@
+// Reads that wait for a value and writes that deliver one. A get and a set meet in the FrameStatus record of their
+// (frame, tag); its state is guarded by ParamSet::mMutex, its own mutex is held by a waiting get alone.
+// A waiting get holds its frame, and so the record, alive; a set notifies under mMutex and never takes the record's
+// mutex, so that it cannot block on a reader. A notification that falls between the get's release of mMutex and its
+// wait is lost, by design: the wait is bounded, and the value is found after it.
+
+#include <chrono>
+
+#include "src/store.h"
+
+namespace zarn {
+
+namespace {
+
+// One wait on a record, begun and ended with the store's mutex held. Tells whether it timed out.
+struct TimedWait {
+    uint32_t camID;
+    int pipe;
+    uint32_t frameID;
+    uint32_t tag;
+    uint32_t timeout;  // milliseconds
+
+    bool operator()(FrameStatus& status, std::unique_lock<std::mutex>& storeLock) const {
+        using std::chrono::milliseconds;
+        using std::chrono::steady_clock;
+
+        storeLock.unlock();
+        std::unique_lock<std::mutex> recordLock(status.mMutex);
+        const steady_clock::time_point start = steady_clock::now();
+        storeSwitch(ps_log, 0);
+        status.mCond.wait_for(recordLock, milliseconds(timeout));
+        const steady_clock::duration spent = steady_clock::now() - start;
+        const double elapsed = static_cast<double>(std::chrono::duration_cast<milliseconds>(spent).count());
+        const bool timedOut = spent >= milliseconds(timeout);
+        if (timedOut) {
+            PS_LOG(2, "cam %d pipe %d sof %d tag %d, wait timeout", camID, pipe, frameID, tag);
+        }
+        storeSwitch(ps_log, isTracedTag(tag));
+        PS_LOG(4, "cam %d pipe %d sof %d tag %d, wait: %f ms.", camID, pipe, frameID, tag, elapsed);
+        storeLock.lock();
+        return timedOut;
+    }
+};
+
+void wakeAndMarkDelivered(FrameStatus& status) {
+    if (status.mState == kWaitedFor) status.mCond.notify_all();
+    status.mState = kDelivered;
+}
+
+}  // namespace
+
+uint32_t ParamSet::_getParamSyn(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, void* data,
+                                uint32_t timeout) {
+    storeSwitch(ps_log, isTracedTag(tag));
+    std::unique_lock<std::mutex> lock(mMutex);
+    PS_LOG(traceLevel(), "camID: %d, pipe: %d, frameID: %d, tag: %d,", camID, pipe, frameID, tag);
+    if (!isPipe(pipe)) {
+        PS_LOG(1, "pipe %d out of limit, please check tag %d", pipe, tag);
+        return PS_OUT_OF_LIMIT;
+    }
+    const Request request{camID, pipe, frameID, tag, 0, findTagInfo(gTagInfo, tag), &pipeElem(camID, pipe)};
+    uint32_t result = preproc(request);
+
+    const uint32_t wait = timeout != 0 ? timeout : static_cast<uint32_t>(DEFAULT_WAIT_MS);
+    std::shared_ptr<ParamFrame> held;  // an erase during the wait may take the frame out of the pipe
+    const Buffer& value =
+        frameID == 0 ? awaitF0(request, lock, wait, result) : awaitFrame(request, lock, wait, held, result);
+
+    const uint32_t size = getSize(request.info);
+    if (size != 0 && data != nullptr && value != nullptr) {
+        std::memcpy(data, value.get(), size);
+        PS_LOG(5, "success  " PS_COPY_TEXT, camID, pipe, frameID, tag, value.get(), data, size);
+    } else {
+        PS_LOG(1, "fail " PS_COPY_TEXT, camID, pipe, frameID, tag, value.get(), data, size);
+    }
+    storeSwitch(ps_log, 0);
+    return result;
+}
+
+const ParamSet::Buffer& ParamSet::awaitF0(const Request& request, std::unique_lock<std::mutex>& lock, uint32_t timeout,
+                                          uint32_t& result) {
+    const auto& [camID, pipe, frameID, tag, modifiable, info, elem] = request;
+    FrameStatus& status = elem->mF0->mStatus[tag];
+    if (status.mState != kDelivered) {
+        status.mState = kWaitedFor;
+        if (TimedWait{camID, pipe, frameID, tag, timeout}(status, lock)) result = PS_TIMED_OUT;
+    }
+    return getF0(request);
+}
+
+const ParamSet::Buffer& ParamSet::awaitFrame(const Request& request, std::unique_lock<std::mutex>& lock,
+                                             uint32_t timeout, std::shared_ptr<ParamFrame>& held, uint32_t& result) {
+    const auto& [camID, pipe, frameID, tag, modifiable, info, elem] = request;
+    std::shared_ptr<ParamFrame>& entry = elem->mFrames[frameID];
+    if (entry == nullptr) entry.reset(new ParamFrame(camID, frameID, this, &gTagInfo));
+    held = entry;
+
+    FrameStatus& status = held->mStatus[tag];
+    const auto own = held->mTags.find(tag);
+    if (own == held->mTags.end()) {
+        status.mFrameID = frameID;
+        status.mState = kWaitedFor;
+    } else if (status.mState == kDelivered) {
+        return own->second;
+    }
+    if (TimedWait{camID, pipe, frameID, tag, timeout}(status, lock)) result = PS_TIMED_OUT;
+
+    // The frame may have been erased meanwhile, and even made again.
+    const ParamFrame* now = findFrame(*elem, frameID);
+    if (now != nullptr && now->mTags.find(tag) != now->mTags.end()) return findBuffer(*held, tag);
+    result = PS_NOT_OF_FRAME;
+    return permiProc(request, nullptr);
+}
+
+uint32_t ParamSet::_setParamSyn(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, void* data) {
+    const bool traced = isTracedTag(tag);
+    storeSwitch(ps_log, traced);
+    PS_LOG(traced ? 4 : 5, "camID: %d, pipe: %d, frameID: %d, tag: %d,", camID, pipe, frameID, tag);
+    const std::lock_guard<std::mutex> lock(mMutex);
+    if (!isPipe(pipe)) {
+        PS_LOG(1, "pipe %d out of limit, please check tag %d", pipe, tag);
+        return PS_OUT_OF_LIMIT;
+    }
+    const Request request{camID, pipe, frameID, tag, 1, findTagInfo(gTagInfo, tag), &pipeElem(camID, pipe)};
+    uint32_t result = preproc(request);
+
+    const Buffer& value = deliver(request);
+
+    const uint32_t size = getSize(request.info);
+    if (data != nullptr && value != nullptr && size != 0) {
+        std::memcpy(value.get(), data, size);
+        PS_LOG(5, "success " PS_COPY_TEXT, camID, pipe, frameID, tag, value.get(), data, size);
+        result = PS_OK;
+    } else {
+        PS_LOG(1, "fail " PS_COPY_TEXT, camID, pipe, frameID, tag, value.get(), data, size);
+    }
+    storeSwitch(ps_log, 0);
+    return result;
+}
+
+// The woken gets retake mMutex before they read, so that they see what is copied in only after this.
+const ParamSet::Buffer& ParamSet::deliver(const Request& request) {
+    pipe_elem& elem = *request.elem;
+    if (request.frameID == 0) {
+        const Buffer& value = getF0(request);
+        FrameStatus& status = elem.mF0->mStatus[request.tag];
+        if (status.mState == kWaitedFor) PS_LOG(5, "set notify all");
+        wakeAndMarkDelivered(status);
+        return value;
+    }
+    if (ParamFrame* frame = findFrame(elem, request.frameID)) {
+        const Buffer& value = getDirectly(request, *frame);
+        FrameStatus& status = frame->mStatus[request.tag];
+        if (status.mState == kWaitedFor) PS_LOG(5, "set notify all");
+        wakeAndMarkDelivered(status);
+        return value;
+    }
+    const Buffer& value = createNew(request);
+    FrameStatus& status = elem.mFrames.find(request.frameID)->second->mStatus[request.tag];
+    if (status.mState == kWaitedFor) PS_LOG(5, "set notify all");
+    wakeAndMarkDelivered(status);
+    return value;
+}
+
+// ---- entries
+
+uint32_t ParamSet::getParamSyn(uint32_t cam, int pipe, uint32_t frame, uint32_t tag, void* data) {
+    const std::shared_ptr<ParamSet> store = holdInstance();
+    if (data == nullptr || store == nullptr) return PS_NO_DATA;
+    if (cam >= MAX_CAM_NUM) {
+        PS_LOG(1, "cam %d out of limit, tag %d get failed", cam, tag);
+        return PS_OUT_OF_LIMIT;
+    }
+    return store->_getParamSyn(cam, pipe, frame, tag, data, 0);
+}
+
+uint32_t ParamSet::getParamSynTimeout(uint32_t cam, int pipe, uint32_t frame, uint32_t tag, void* data,
+                                      uint32_t timeout) {
+    const std::shared_ptr<ParamSet> store = holdInstance();
+    if (data == nullptr || store == nullptr) return PS_NO_DATA;
+    if (cam >= MAX_CAM_NUM) {
+        PS_LOG(1, "cam %d out of limit, tag %d get failed", cam, tag);
+        return PS_OUT_OF_LIMIT;
+    }
+    return store->_getParamSyn(cam, pipe, frame, tag, data, timeout);
+}
+
+uint32_t ParamSet::setParamSyn(uint32_t cam, int pipe, uint32_t frame, uint32_t tag, void* data) {
+    const std::shared_ptr<ParamSet> store = holdInstance();
+    if (data == nullptr || store == nullptr) return PS_NO_DATA;
+    if (cam >= MAX_CAM_NUM) {
+        PS_LOG(1, "cam %d out of limit, tag %d set failed", cam, tag);
+        return PS_OUT_OF_LIMIT;
+    }
+    return store->_setParamSyn(cam, pipe, frame, tag, data);
+}
+
+}  // namespace zarn
+
+uint32_t getPsParamSyn(uint32_t cam, int32_t pipe, uint32_t frame, uint32_t tag, void* data) {
+    return zarn::ParamSet::getParamSyn(cam, pipe, frame, tag, data);
+}
+
+uint32_t getPsParamSynTimeout(uint32_t cam, int32_t pipe, uint32_t frame, uint32_t tag, void* data, uint32_t timeout) {
+    return zarn::ParamSet::getParamSynTimeout(cam, pipe, frame, tag, data, timeout);
+}
+
+uint32_t setPsParamSyn(uint32_t cam, int32_t pipe, uint32_t frame, uint32_t tag, void* data) {
+    return zarn::ParamSet::setParamSyn(cam, pipe, frame, tag, data);
+}
