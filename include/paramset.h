@@ -586,10 +586,10 @@ private:
                              std::shared_ptr<ParamFrame>& held, uint32_t& result);
 
     // mMutex held
-    const Buffer& deliver(const Request& request);
+    const Buffer& _setParamSyn(const Request& request);
     void autoErase(const Request& request, std::vector<uint32_t>& queue);
     uint32_t _erase(uint32_t camID, int pipe, uint32_t frameID);
-    void eraseCheckpoints(const Request& request, std::vector<uint32_t>& checkpoints, uint32_t limit, uint32_t& result);
+    void _erase(const Request& request, std::vector<uint32_t>& checkpoints, uint32_t limit, uint32_t& result);
     uint32_t saveToF0(const Request& request, uint32_t frameID);
     camera_metadata* _getMetadata(uint32_t camID, uint32_t frameID);
     uint32_t _setMetadata(uint32_t camID, uint32_t frameID, const camera_metadata* metadata);

@@ -109,7 +109,7 @@ uint32_t ParamSet::_erase(uint32_t camID, int pipe, uint32_t frameID) {
         if (frameID == THE_LAST && tag == METADATA_TAG) elem.mErasePoint[tag] = 0;
         if (checkpoints != nullptr && !checkpoints->empty()) {
             const Request request{camID, pipe, 0, tag, 0, info, &elem};
-            eraseCheckpoints(request, *checkpoints, limit.frameID, result);
+            _erase(request, *checkpoints, limit.frameID, result);
         }
         eraseFromFrames(elem, tag, limit.frameID);
     }
@@ -118,9 +118,9 @@ uint32_t ParamSet::_erase(uint32_t camID, int pipe, uint32_t frameID) {
     return result;
 }
 
-// Drops the checkpoints at or below the limit, the newest of them saved to frame 0. The result is that of the saving.
-void ParamSet::eraseCheckpoints(const Request& request, std::vector<uint32_t>& checkpoints, uint32_t limit,
-                                uint32_t& result) {
+// One tag's part: drops its checkpoints at or below the limit, the newest of them saved to frame 0. The result is that
+// of the saving, if there is any.
+void ParamSet::_erase(const Request& request, std::vector<uint32_t>& checkpoints, uint32_t limit, uint32_t& result) {
     const uint32_t tag = request.tag;
     PS_LOG(traceLevel(), "tag:%d checkPoint size:%d", tag, static_cast<int>(checkpoints.size()));
     const auto kept = std::upper_bound(checkpoints.begin(), checkpoints.end(), limit);

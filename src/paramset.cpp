@@ -30,6 +30,23 @@ int32_t retainNumOf(int tagType, int asked) {
     return tagType == kTagTypeStatic ? kStaticRetainNum : kDynamicRetainNum;
 }
 
+// A name of its own for the log: compilers disagree about that of a specialised template.
+void register_tag(uint32_t tag, std::shared_ptr<creator_base_t> creator, int32_t size, int tagType, const char* name,
+                  const char* dataType, int retainNum) {
+    if (findTagInfo(gTagInfo, tag) != nullptr) return;
+
+    // Another thread may have registered the tag since; then the later one stands.
+    const std::lock_guard<std::mutex> lock(gRigisterMutex);
+    tag_info_t& info = gTagInfo[tag];
+    info.mDataType = dataType != nullptr ? dataType : "";
+    info.mCreator = std::move(creator);
+    info.mTagType = tagType;
+    info.mSize = size;
+    info.mName = name != nullptr ? name : "";
+    info.mRetainNum = retainNumOf(tagType, retainNum);
+    PS_LOG(3, "ParamSet tag:%d, name:%s, dataType:%s, size:%d, tagType:%d, retainNum:%d", tag, info.mName.c_str(), info.mDataType.c_str(), size, tagType, info.mRetainNum);
+}
+
 void registerBytes(uint32_t tag, uint32_t size, int tagType, const char* name, const char* dataType, int retainNum) {
     ParamSet::register_tag<char>(tag, new param_creator_t<char>(size), tagType, name, dataType, retainNum);
 }
@@ -39,19 +56,8 @@ void registerBytes(uint32_t tag, uint32_t size, int tagType, const char* name, c
 template <>
 void ParamSet::register_tag<char>(uint32_t tag, param_creator_t<char>* creator, int tagType, const char* name,
                                   const char* dataType, int retainNum) {
-    std::shared_ptr<creator_base_t> owned(creator);
-    if (findTagInfo(gTagInfo, tag) != nullptr) return;
-
-    // Another thread may have registered the tag since; then the later one stands.
-    const std::lock_guard<std::mutex> lock(gRigisterMutex);
-    tag_info_t& info = gTagInfo[tag];
-    info.mDataType = dataType != nullptr ? dataType : "";
-    info.mCreator = std::move(owned);
-    info.mTagType = tagType;
-    info.mSize = creator != nullptr ? creator->mSize : 0;
-    info.mName = name != nullptr ? name : "";
-    info.mRetainNum = retainNumOf(tagType, retainNum);
-    PS_LOG(3, "ParamSet tag:%d, name:%s, dataType:%s, size:%d, tagType:%d, retainNum:%d", tag, info.mName.c_str(), info.mDataType.c_str(), info.mSize, tagType, info.mRetainNum);
+    const int32_t size = creator != nullptr ? creator->mSize : 0;
+    zarn::register_tag(tag, std::shared_ptr<creator_base_t>(creator), size, tagType, name, dataType, retainNum);
 }
 
 void ParamSet::getTagInfo(std::map<uint32_t, tag_info_t>& out) {

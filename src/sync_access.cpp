@@ -124,7 +124,7 @@ uint32_t ParamSet::_setParamSyn(uint32_t camID, int pipe, uint32_t frameID, uint
     const Request request{camID, pipe, frameID, tag, 1, findTagInfo(gTagInfo, tag), &pipeElem(camID, pipe)};
     uint32_t result = preproc(request);
 
-    const Buffer& value = deliver(request);
+    const Buffer& value = _setParamSyn(request);
 
     const uint32_t size = getSize(request.info);
     if (data != nullptr && value != nullptr && size != 0) {
@@ -138,8 +138,9 @@ uint32_t ParamSet::_setParamSyn(uint32_t camID, int pipe, uint32_t frameID, uint
     return result;
 }
 
-// The woken gets retake mMutex before they read, so that they see what is copied in only after this.
-const ParamSet::Buffer& ParamSet::deliver(const Request& request) {
+// The record's part: finds or makes the buffer, and wakes who waits for it. The woken gets retake mMutex before they
+// read, so that they see what is copied in only after this.
+const ParamSet::Buffer& ParamSet::_setParamSyn(const Request& request) {
     pipe_elem& elem = *request.elem;
     if (request.frameID == 0) {
         const Buffer& value = getF0(request);

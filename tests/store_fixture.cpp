@@ -1,0 +1,149 @@
+#include "tests/store_fixture.h"
+
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <fstream>
+#include <regex>
+
+namespace {
+
+std::string withoutRunDetails(const char* message) {
+    static const std::regex lineNumber("^[0-9]+, ");
+    static const std::regex address("(intrData|extrData|mElem):[^,]*");
+    static const std::regex duration("wait: [0-9]+[.]000000 ms");
+    std::string text = std::regex_replace(message, lineNumber, "");
+    text = std::regex_replace(text, address, "$1:*");
+    return std::regex_replace(text, duration, "wait: * ms");
+}
+
+// Whether a thread of this process sleeps, as the kernel sees it.
+bool sleeps(pid_t thread) {
+    std::ifstream stat("/proc/self/task/" + std::to_string(thread) + "/stat");
+    std::string text;
+    std::getline(stat, text);
+    const size_t nameEnd = text.rfind(')');
+    return nameEnd != std::string::npos && text.compare(nameEnd, 3, ") S") == 0;
+}
+
+}  // namespace
+
+void StoreTest::SetUp() {
+    host::setLogLevel(0);
+    zarn::ParamSet::destroyInstance();
+    zarn::gTagInfo.clear();
+    for (const char* name : {"ps", "tag", "erase"}) {
+        property_set((std::string("persist.vendor.cam.log.") + name).c_str(), "");
+    }
+    zarn::ParamSet::createInstance();
+    // No tag that a test uses is the traced one.
+    __atomic_store_n(&zarn::ps_log_tag, -1, __ATOMIC_RELAXED);
+    host::setLogLevel(5);
+    host::setLogSink(keepLine, this);
+}
+
+void StoreTest::TearDown() {
+    zarn::ParamSet::destroyInstance();
+    host::setLogSink(nullptr, nullptr);
+    host::setLogLevel(3);
+    EXPECT_EQ(host::liveMetadata(), 0u) << "metadata leaked";
+}
+
+void StoreTest::keepLine(void* self, pipeline_loglevel level, const char* module, const char* message) {
+    auto* test = static_cast<StoreTest*>(self);
+    const std::lock_guard<std::mutex> lock(test->mLogMutex);
+    EXPECT_STREQ(module, "ParamSet");
+    test->mLog.push_back(std::to_string(level) + " " + withoutRunDetails(message));
+}
+
+Lines StoreTest::takeLog(int level) {
+    const std::lock_guard<std::mutex> lock(mLogMutex);
+    Lines taken;
+    for (std::string& line : mLog) {
+        if (line[0] - '0' <= level) taken.push_back(std::move(line));
+    }
+    mLog.clear();
+    return taken;
+}
+
+size_t StoreTest::countLogged(const std::string& text) {
+    const std::lock_guard<std::mutex> lock(mLogMutex);
+    size_t count = 0;
+    for (const std::string& line : mLog) count += line.find(text) != std::string::npos;
+    return count;
+}
+
+zarn::pipe_elem& StoreTest::pipe(int index) {
+    const int before = host::logLevel();
+    host::setLogLevel(0);
+    zarn::cam_elem* cam = zarn::ParamSet::getInstance()->getPsHandle(kCam);
+    host::setLogLevel(before);
+    return cam->mPipe[index];
+}
+
+std::vector<uint32_t> StoreTest::frames(int index) {
+    std::vector<uint32_t> ids;
+    for (const auto& [id, frame] : pipe(index).mFrames) {
+        EXPECT_NE(frame, nullptr) << "an empty entry was left for frame " << id;
+        ids.push_back(id);
+    }
+    return ids;
+}
+
+std::vector<uint32_t> StoreTest::checkpoints(uint32_t tag, int index) {
+    const auto it = pipe(index).mCheckPoint.find(tag);
+    if (it == pipe(index).mCheckPoint.end() || it->second == nullptr) return {};
+    return *it->second;
+}
+
+uint32_t StoreTest::set(uint32_t frame, uint32_t value, uint32_t tag) {
+    return setPsParam(kCam, kPipe, frame, tag, &value);
+}
+
+uint32_t StoreTest::deliver(uint32_t frame, uint32_t value, uint32_t tag) {
+    return setPsParamSyn(kCam, kPipe, frame, tag, &value);
+}
+
+uint32_t StoreTest::get(uint32_t frame, uint32_t tag) {
+    uint32_t value = kNothing;
+    const uint32_t result = getPsParam(kCam, kPipe, frame, tag, &value);
+    EXPECT_EQ(result == PS_OK, value != kNothing) << "result " << result << " for frame " << frame;
+    return value;
+}
+
+std::ostream& operator<<(std::ostream& out, const Got& got) {
+    return out << "result " << got.result << " value " << got.value;
+}
+
+Got getSyn(uint32_t frame, uint32_t tag, uint32_t timeout, int pipe) {
+    Got got = {0, 0xEEEEEEEE};
+    got.result = getPsParamSynTimeout(0, pipe, frame, tag, &got.value, timeout);
+    return got;
+}
+
+void await(const std::function<bool()>& condition) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+    while (!condition()) {
+        ASSERT_LT(std::chrono::steady_clock::now(), end) << "the condition does not come to hold";
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+}
+
+WaitingGet::WaitingGet(uint32_t frame, uint32_t tag, uint32_t timeout) {
+    std::atomic<pid_t> thread{0};
+    mThread = std::thread([this, frame, tag, timeout, &thread] {
+        thread = static_cast<pid_t>(syscall(SYS_gettid));
+        mGot = getSyn(frame, tag, timeout);
+    });
+    await([&] { return thread != 0; });
+    // One look could meet it on its way there, asleep on a mutex.
+    int timesAsleep = 0;
+    await([&] { return (timesAsleep = sleeps(thread) ? timesAsleep + 1 : 0) == 20; });
+}
+
+Got WaitingGet::finish() {
+    mThread.join();
+    return mGot;
+}
