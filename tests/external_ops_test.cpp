@@ -2,6 +2,11 @@
 
 #include "tests/store_fixture.h"
 
+extern "C" {
+int runCClient(zarn_ops* ops);
+int cClientLastArgument(void);
+}
+
 namespace {
 
 using zarn::ParamSet;
@@ -129,6 +134,15 @@ TEST_F(ExternalOps, WhatCannotBeForwardedIsRefused) {
     takeLog();
     EXPECT_EQ(ioctrlOutsidePsParam(0, 0x8000, 0, data, data), PS_NO_DATA);
     EXPECT_EQ(takeLog(), (Lines{"5 ioctrlOutsideParam: E"}));
+}
+
+// The module in tests/c_client.c, whose operation the store then calls.
+TEST_F(ExternalOps, ModuleInCUsesTheHeaderAlone) {
+    zarn_ops ops = {};
+    EXPECT_EQ(runCClient(&ops), 0) << "the step that failed";
+    ParamSet::getInstance()->setPsOps(&ops);
+    EXPECT_EQ(ioctrlOutsidePsParam(0, 0x8000, 7, nullptr, nullptr), PS_OK);
+    EXPECT_EQ(cClientLastArgument(), 7);
 }
 
 }  // namespace

@@ -1,0 +1,62 @@
+// A program that brings a platform of its own: its definitions come first for the dynamic linker, so that the store
+// calls them and not the host's.
+
+#include <gtest/gtest.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "paramset.h"
+#include "platform/platform.h"
+
+struct camera_metadata {
+    int number;
+};
+
+namespace {
+
+std::vector<std::string> gLines;
+int gLiveMetadata = 0;
+
+}  // namespace
+
+int property_get(const char* key, char* value, const char*) {
+    std::strcpy(value, std::strcmp(key, "persist.vendor.cam.log.tag") == 0 ? "31" : "");
+    return static_cast<int>(std::strlen(value));
+}
+
+camera_metadata* clone_camera_metadata(const camera_metadata* source) {
+    ++gLiveMetadata;
+    return new camera_metadata{source->number + 1};
+}
+
+void free_camera_metadata(camera_metadata* metadata) {
+    --gLiveMetadata;
+    delete metadata;
+}
+
+void LogMessage::__print_log_(const char* format, ...) const {
+    char text[200];
+    va_list arguments;
+    va_start(arguments, format);
+    std::vsnprintf(text, sizeof(text), format, arguments);
+    va_end(arguments);
+    gLines.push_back(std::to_string(mLevel) + " " + mModule + std::strchr(text, ','));
+}
+
+TEST(OwnPlatform, ReplacesTheHostsWithoutAnyHook) {
+    zarn::ParamSet::createInstance();
+    EXPECT_EQ(gLines, (std::vector<std::string>{"3 ParamSet, createInstance: create", "3 ParamSet, ParamSet: E",
+                                                "3 ParamSet, ParamSet: X"}));
+    EXPECT_EQ(zarn::ps_log_tag, 31);
+
+    const camera_metadata own = {5};
+    EXPECT_EQ(zarn::ParamSet::setMetadata(0, 10, &own), PS_OK);
+    EXPECT_EQ(zarn::ParamSet::getMetadata(0, 11)->number, 6);
+    EXPECT_EQ(gLiveMetadata, 1);
+    zarn::ParamSet::destroyInstance();
+    EXPECT_EQ(gLiveMetadata, 0);
+}
