@@ -17,7 +17,9 @@
  *
  * What is copied: a value is a plain run of bytes of its tag's registered size, copied in by a set and out by a get,
  * under the store's mutex. The store keeps no pointer of a caller's, and hands none of its own out but where it says
- * so. Every call holds the store alive until it returns, also when it is destroyed meanwhile.
+ * so. Every function and static operation holds the store alive until it returns, also when it is destroyed meanwhile;
+ * the four operations that are called on a pointer to the store (setPsOps, setPsHandle, getPsHandle, getParamExternal)
+ * need it to live that long.
  *
  * Logging: every message has the module tag "ParamSet", a level (1 failures, 2 fall-backs and time-outs, 3 life cycle,
  * 4 and 5 tracing) and begins with the source line and the name of the function that logs.
@@ -26,7 +28,11 @@
  * design. Finish registering a tag before any thread uses it, and best register all of them before the first get or
  * set: a look-up that runs while another thread inserts an entry is not ordered with it.
  *
- * Memory: a failed allocation of anything but a value buffer ends the process.
+ * The end: stop the threads that call before the process exits or the library is unloaded. The store goes first, then
+ * the registry; a call that runs by then finds them destroyed.
+ *
+ * Memory: a failed allocation ends the process, after a line on standard error. That of a value buffer alone does not:
+ * the get or set of it fails.
  */
 #ifndef PARAMSET_H
 #define PARAMSET_H
@@ -71,7 +77,8 @@ static const uint32_t THE_LAST = 0xFFFFFFFFu;
  * A command code of ioctrlOutsidePsParam selects the slot of the same number (0x8000 is `cmd0`, 0x800A is `cmd10`).
  * The first argument is one of the camera's seven handles; @p in and @p out are the caller's pointers, passed through
  * untouched. What an operation returns becomes the result of the call. A null slot is an operation that is not there.
- * The operations run on the caller's thread, with no lock of the store held; they may run on several threads at once.
+ * The operations run on the caller's thread, with no lock of the store held; they may run on several threads at once,
+ * and must not throw.
  */
 typedef struct zarn_ops {
     int (*cmd0)(void* handle0, int64_t arg, void* in);                   /**< 0x8000 */
@@ -96,13 +103,14 @@ typedef struct zarn_ops {
  * @param tag       id of the tag; any number but METADATA_TAG
  * @param size      bytes of a value; 0 makes a value of one byte that starts as zero. A size above 2147483647 gives no
  *                  buffer: every get and set of the tag fails
- * @param tagType   1: no history, frame 0 serves every frame. 2: the history holds as many frames as the retain number,
- *                  trimmed as new ones arrive, and an ordinary erase leaves it alone. Any other: up to 300 frames,
- *                  erased by erasePs
+ * @param tagType   1: no history, frame 0 serves every frame (but what is delivered for a frame stays in that frame).
+ * 2: the history holds as many frames as the retain number, trimmed as new ones arrive, and an ordinary erase leaves it
+ * alone. Any other: up to 300 frames, erased by erasePs
  * @param name      name of the tag, for the log; copied. Null counts as an empty text
  * @param dataType  the type of its value, for the log; copied. Null counts as an empty text
  *
- * Thread-safe, and the store need not exist. Does not wait for a get or a set. Logs the registration at level 3.
+ * Thread-safe, and the store need not exist. Waits for other registrations, and for no get or set. Logs the
+ * registration at level 3.
  */
 PARAMSET_API void registerPsStaticParam(uint32_t tag, uint32_t size, int tagType, const char* name,
                                         const char* dataType);
@@ -170,8 +178,8 @@ PARAMSET_API uint32_t getPsParam(uint32_t cam, int32_t pipe, uint32_t frame, uin
  * @return PS_OK (0): copied.
  *         PS_OUT_OF_LIMIT (1): the camera is out of limit.
  *         PS_NO_DATA (2): @p data is null, or there is no store.
- *         PS_NO_BUFFER (0xFFFFFFFF): the pipe is out of limit, or the tag is not registered; the frame and the
- *         checkpoint may have been made all the same.
+ *         PS_NO_BUFFER (0xFFFFFFFF): the pipe is out of limit, the tag is not registered, or there was no memory for
+ *         its value; the frame and the checkpoint may have been made all the same.
  *
  * Thread-safe; waits only for the store's mutex. Logs as getPsParam does, and each new frame and checkpoint at level 5.
  */
@@ -201,11 +209,13 @@ PARAMSET_API uint32_t getPsParamSyn(uint32_t cam, int32_t pipe, uint32_t frame, 
  *         PS_TIMED_OUT (6): timed out, but the frame has a value by then, or it is frame 0.
  *         The code does not say whether bytes were copied: an unregistered tag copies nothing, whatever the code.
  *
- * Thread-safe; blocks for at most @p timeout plus the wait for the store's mutex. Logs a time-out at level 2, each
- * wait's milliseconds at level 4, a copy that was not done at level 1, one that was at level 5.
+ * Thread-safe; blocks for at most @p timeout plus the wait for the store's mutex. Logs a pipe out of limit and a copy
+ * that was not done at level 1, a frame at or below the erase point and a time-out at level 2, each wait's milliseconds
+ * and the newest frame for THE_LAST at level 4; the request (4 for the traced tag) and the copy at level 5.
  *
- * Synchronous gets of ever new frames that nobody delivers and nobody erases make the store grow by a frame each; an
- * ordinary erase frees them only if another tag that is not of type 2 has checkpoints in the pipe.
+ * Synchronous gets of ever new frames that nobody delivers and nobody erases make the store grow by a frame each. An
+ * ordinary erase frees them only if a tag that is not of type 2 was ever written, or read through its checkpoints, in
+ * that pipe.
  */
 PARAMSET_API uint32_t getPsParamSynTimeout(uint32_t cam, int32_t pipe, uint32_t frame, uint32_t tag, void* data,
                                            uint32_t timeout);
@@ -213,8 +223,9 @@ PARAMSET_API uint32_t getPsParamSynTimeout(uint32_t cam, int32_t pipe, uint32_t 
 /**
  * Copies a value as setPsParam does, marks it delivered and wakes every synchronous get that waits for it.
  *
- * It differs from setPsParam in two ways: THE_LAST is a frame id like others, and a frame at or below the erase point
- * is written, and made if it does not exist.
+ * It writes to the very frame that is named, where setPsParam may turn to another: THE_LAST is a frame id like others,
+ * and for a tag of type 1, or at or below the erase point, that frame is written, and made if it does not exist. A
+ * plain get looks for these two in frame 0, and does not find what was delivered.
  *
  * @param cam    camera id, 0 to 4
  * @param pipe   pipe index, 0 to 13
@@ -227,23 +238,25 @@ PARAMSET_API uint32_t getPsParamSynTimeout(uint32_t cam, int32_t pipe, uint32_t 
  *         PS_NOT_OF_FRAME (3): not copied, for want of a registration, at a frame at or below the erase point.
  *         Delivered and woken all the same when nothing was copied; only the log tells.
  *
- * Thread-safe; waits only for the store's mutex. Logs a copy that was not done at level 1, one that was and the waking
- * of waiters at level 5.
+ * Thread-safe; waits only for the store's mutex. Logs a pipe out of limit and a copy that was not done at level 1, a
+ * frame at or below the erase point at level 2, the newest frame for THE_LAST at level 4; the request (4 for the traced
+ * tag), the waking of waiters and the copy at level 5.
  */
 PARAMSET_API uint32_t setPsParamSyn(uint32_t cam, int32_t pipe, uint32_t frame, uint32_t tag, void* data);
 
 /**
  * Erases the old frames of a pipe: for each tag those further back than @p frame minus the tag's retain number.
  *
- * The newest value of a tag that goes is copied to frame 0 first; the tag's erase point moves up to the last erased
- * frame id; a frame without any value left is removed; synchronous gets that wait in the erased frames are woken.
- * Metadata is erased with pipe 0, six frames behind @p frame, and not saved. Tags of type 2 are left alone. A @p frame
- * below 8 erases nothing.
+ * Each tag that has a checkpoint list in the pipe is erased up to its own limit, @p frame minus its retain number: its
+ * newest value up to there is copied to frame 0, its checkpoints and its values up to there go, synchronous gets that
+ * wait for it there are woken, and, if the pipe has any frame up to there, its erase point becomes the limit. A frame
+ * without any value left is removed. Metadata is erased with pipe 0, six frames behind @p frame, and not saved. Tags of
+ * type 2 are left alone, and so is a tag whose limit is below 1. A @p frame below 8 erases nothing.
  *
  * @param cam    camera id, 0 to 4
  * @param pipe   pipe index, 0 to 13
- * @param frame  newest frame id; THE_LAST erases everything in the pipe, type 2 and metadata included, sets the erase
- *               points back to 0 and makes frame 0 wait for deliveries again
+ * @param frame  newest frame id; THE_LAST erases everything in the pipe, type 2 and metadata included, and, if the pipe
+ *               has any frame, sets the erase points back to 0 and makes frame 0 wait for deliveries again
  * @return PS_OK (0): done.
  *         PS_OUT_OF_LIMIT (1): the camera or the pipe is out of limit.
  *         PS_NO_DATA (2): there is no store.
@@ -492,9 +505,10 @@ public:
      *
      * @param camID    camera id, 0 to 4
      * @param frameID  frame id
-     * @return the store's own copy, not the caller's to free; null if there is none, no store, or the camera is out of
-     *         limit. Valid until metadata is stored for the same frame again (for frame 0's: for any frame at or below
-     *         the erase point) or the frame is erased. No lock is held for the reader
+     * @return the store's own copy, not the caller's to free; null if there is none (also if the frame that was given
+     * it has gone and was made again since), no store, or the camera is out of limit. Valid until metadata is stored
+     * for the same frame again (for frame 0's: for any frame at or below the erase point) or the frame is erased. No
+     * lock is held for the reader
      *
      * Thread-safe; waits only for the store's mutex. Logs the camera out of limit at level 1, a fall-back to frame 0
      * because of the erase point, or because the frame that had it is gone, at level 2.
@@ -514,8 +528,8 @@ public:
      * Thread-safe; waits only for the store's mutex. Logs the camera out of limit at level 1, storing to frame 0 at
      * level 2, each freed clone at level 5.
      *
-     * Only an erase of pipe 0 frees metadata: while only other pipes are erased, the store grows with every frame that
-     * is given some. Storing again for one frame lists the frame again, and the list grows until it is erased.
+     * Metadata goes with its frame in pipe 0: while only other pipes are erased, the store grows with every frame that
+     * is given some. Storing again for one frame lists the frame again, and the list grows until pipe 0 is erased.
      */
     PARAMSET_API static uint32_t setMetadata(uint32_t camID, uint32_t frameID, const camera_metadata* metadata);
 
@@ -556,6 +570,7 @@ public:
 private:
     struct Request;
     struct Command;
+    struct Layout;
     using Buffer = std::shared_ptr<void>;
 
     ParamSet();
@@ -580,9 +595,8 @@ private:
     uint32_t _setParamSyn(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, void* data);
 
     // mMutex held, through the lock that is passed; released for the time of a wait
-    const Buffer& awaitF0(const Request& request, std::unique_lock<std::mutex>& lock, uint32_t timeout,
-                          uint32_t& result);
-    const Buffer& awaitFrame(const Request& request, std::unique_lock<std::mutex>& lock, uint32_t timeout,
+    const Buffer& awaitF0(Request& request, std::unique_lock<std::mutex>& lock, uint32_t timeout, uint32_t& result);
+    const Buffer& awaitFrame(Request& request, std::unique_lock<std::mutex>& lock, uint32_t timeout,
                              std::shared_ptr<ParamFrame>& held, uint32_t& result);
 
     // mMutex held

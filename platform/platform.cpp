@@ -1,3 +1,5 @@
+// The store's calls into the platform's property service and metadata library. No state, no lock.
+
 #include "platform/platform.h"
 
 #include <cstdlib>

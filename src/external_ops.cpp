@@ -24,8 +24,8 @@ void store(T& target, T pointer) {
 
 template <typename T>
 T readFrom(const void* in) {
-    T value;
-    std::memcpy(&value, in, sizeof value);
+    T value = 0;
+    if (in != nullptr) std::memcpy(&value, in, sizeof value);
     return value;
 }
 
@@ -38,8 +38,15 @@ uint32_t call(Operation const& slot, const cam_elem* elem, size_t handle, Args..
     return static_cast<uint32_t>(operation(load(elem->mHandle[handle]), args...));
 }
 
-bool readsInput(uint32_t code) {
-    return code == 0x8006 || code == 0x8007 || code == 0x800A;
+// Whether an operation that is there reads a value that the caller did not give.
+bool lacksInput(const zarn_ops& ops, uint32_t code, const void* in) {
+    if (in != nullptr) return false;
+    switch (code) {
+        case 0x8006: return load(ops.cmd6) != nullptr;
+        case 0x8007: return load(ops.cmd7) != nullptr;
+        case 0x800A: return load(ops.cmd10) != nullptr;
+        default: return false;
+    }
 }
 
 }  // namespace
@@ -112,7 +119,7 @@ uint32_t ParamSet::ioctrlOutsideParam(uint32_t cam, uint32_t code, int32_t arg, 
         PS_LOG(1, "fail to find tag:%d", code);
         return PS_OK;
     }
-    if (readsInput(code) && in == nullptr) {
+    if (lacksInput(store->mOps, code, in)) {
         PS_LOG(1, "no data, tag:%d", code);
         return PS_NO_DATA;
     }

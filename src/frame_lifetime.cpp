@@ -65,11 +65,11 @@ void ParamSet::autoErase(const Request& request, std::vector<uint32_t>& queue) {
     uint64_t limit = kCheckpointBound;
     if (info.mTagType == kTagTypeQueue) {
         const uint32_t head = queue.empty() ? 0 : queue.front();
-        PS_LOG(traceLevel(), "pipe %d tag %d, head %u, queueSize %u", pipe, tag, head, size);
+        PS_TRACE("pipe %d tag %d, head %u, queueSize %u", pipe, tag, head, size);
         limit = static_cast<uint64_t>(int64_t{info.mRetainNum});
     } else {
         if (size < kCheckpointBound) return;
-        PS_LOG(traceLevel(), "cam %d pipe %d tag %d, erased %u, cur sof %d", camID, pipe, tag, queue.front(), frameID);
+        PS_TRACE("cam %d pipe %d tag %d, erased %u, cur sof %d", camID, pipe, tag, queue.front(), frameID);
     }
 
     // One entry less than the limit stays, to make room for the one that is about to be added.
@@ -92,7 +92,7 @@ uint32_t ParamSet::_erase(uint32_t camID, int pipe, uint32_t frameID) {
     if (frameID < kLowestErasableFrame) return PS_OK;
 
     if (loadSwitch(ps_log_erase) != 0) storeSwitch(ps_log, 1);
-    PS_LOG(traceLevel(), "E cam[%d] pipe[%d] frame[%d] and oldest will be erased", camID, pipe, frameID);
+    PS_TRACE("E cam[%d] pipe[%d] frame[%d] and oldest will be erased", camID, pipe, frameID);
     pipe_elem& elem = pipeElem(camID, pipe);
     if (frameID == THE_LAST && !elem.mFrames.empty()) {
         PS_LOG(4, "erase all : cam %u pipe %d total %u", camID, pipe, static_cast<uint32_t>(elem.mFrames.size()));
@@ -113,7 +113,7 @@ uint32_t ParamSet::_erase(uint32_t camID, int pipe, uint32_t frameID) {
         }
         eraseFromFrames(elem, tag, limit.frameID);
     }
-    PS_LOG(traceLevel(), "X:ret:%d, cam[%d] pipe[%d], and finaly frame[%d]save to frame[0]", result, camID, pipe, lastErased);
+    PS_TRACE("X:ret:%d, cam[%d] pipe[%d], and finaly frame[%d]save to frame[0]", result, camID, pipe, lastErased);
     storeSwitch(ps_log, 0);
     return result;
 }
@@ -122,7 +122,7 @@ uint32_t ParamSet::_erase(uint32_t camID, int pipe, uint32_t frameID) {
 // of the saving, if there is any.
 void ParamSet::_erase(const Request& request, std::vector<uint32_t>& checkpoints, uint32_t limit, uint32_t& result) {
     const uint32_t tag = request.tag;
-    PS_LOG(traceLevel(), "tag:%d checkPoint size:%d", tag, static_cast<int>(checkpoints.size()));
+    PS_TRACE("tag:%d checkPoint size:%d", tag, static_cast<int>(checkpoints.size()));
     const auto kept = std::upper_bound(checkpoints.begin(), checkpoints.end(), limit);
     if (kept == checkpoints.begin()) return;
     const uint32_t newest = *(kept - 1);

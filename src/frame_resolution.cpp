@@ -95,7 +95,7 @@ const ParamSet::Buffer& ParamSet::permiProc(const Request& request, ParamFrame* 
     std::shared_ptr<std::vector<uint32_t>>& ids = elem->mCheckPoint[tag];
     if (modifiable == 0) {
         const uint32_t related = findRelated(ids.get(), frameID);
-        PS_LOG(traceLevel(), "cam %u pipe %d tag %d destID %u relatedID:%u", camID, pipe, tag, frameID, related);
+        PS_TRACE("cam %u pipe %d tag %d destID %u relatedID:%u", camID, pipe, tag, frameID, related);
         if (related == 0) return getF0(request);
         // The checkpoint's frame may have gone with another tag's last value.
         const ParamFrame* checkpoint = findFrame(*elem, related);
@@ -132,7 +132,7 @@ uint32_t ParamSet::_getParam(uint32_t camID, int pipe, uint32_t frameID, uint32_
         PS_LOG(1, "fail " PS_COPY_TEXT, camID, pipe, frameID, tag, value.get(), data, size);
     } else {
         std::memcpy(data, value.get(), size);
-        PS_LOG(traceLevel(), "success  " PS_COPY_TEXT, camID, pipe, frameID, tag, value.get(), data, size);
+        PS_TRACE("success  " PS_COPY_TEXT, camID, pipe, frameID, tag, value.get(), data, size);
         result = PS_OK;
     }
     storeSwitch(ps_log, 0);
@@ -151,7 +151,7 @@ uint32_t ParamSet::_setParam(uint32_t camID, int pipe, uint32_t frameID, uint32_
     } else {
         // An erase may save what frame 0 itself answered: then both are the same buffer.
         std::memmove(value.get(), data, size);
-        PS_LOG(traceLevel(), "success " PS_COPY_TEXT, camID, pipe, frameID, tag, value.get(), data, size);
+        PS_TRACE("success " PS_COPY_TEXT, camID, pipe, frameID, tag, value.get(), data, size);
         result = PS_OK;
     }
     storeSwitch(ps_log, 0);

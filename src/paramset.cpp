@@ -35,14 +35,17 @@ void register_tag(uint32_t tag, std::shared_ptr<creator_base_t> creator, int32_t
                   const char* dataType, int retainNum) {
     if (findTagInfo(gTagInfo, tag) != nullptr) return;
 
+    std::string nameText = name != nullptr ? name : "";
+    std::string dataTypeText = dataType != nullptr ? dataType : "";
+
     // Another thread may have registered the tag since; then the later one stands.
     const std::lock_guard<std::mutex> lock(gRigisterMutex);
     tag_info_t& info = gTagInfo[tag];
-    info.mDataType = dataType != nullptr ? dataType : "";
+    info.mDataType = std::move(dataTypeText);
     info.mCreator = std::move(creator);
     info.mTagType = tagType;
     info.mSize = size;
-    info.mName = name != nullptr ? name : "";
+    info.mName = std::move(nameText);
     info.mRetainNum = retainNumOf(tagType, retainNum);
     PS_LOG(3, "ParamSet tag:%d, name:%s, dataType:%s, size:%d, tagType:%d, retainNum:%d", tag, info.mName.c_str(), info.mDataType.c_str(), size, tagType, info.mRetainNum);
 }

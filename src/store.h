@@ -54,6 +54,12 @@ inline int traceLevel() {
     return loadSwitch(ps_log) != 0 ? 4 : 5;
 }
 
+// A tracing line: level 4 while ps_log is set, else 5.
+#define PS_TRACE(...)                                                   \
+    do {                                                                \
+        if (zarn::isLogged(4)) PS_LOG(zarn::traceLevel(), __VA_ARGS__); \
+    } while (false)
+
 inline bool isPipe(int pipe) {
     return static_cast<uint32_t>(pipe) < MAX_PIPE_NUM;
 }

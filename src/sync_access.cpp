@@ -53,12 +53,12 @@ uint32_t ParamSet::_getParamSyn(uint32_t camID, int pipe, uint32_t frameID, uint
                                 uint32_t timeout) {
     storeSwitch(ps_log, isTracedTag(tag));
     std::unique_lock<std::mutex> lock(mMutex);
-    PS_LOG(traceLevel(), "camID: %d, pipe: %d, frameID: %d, tag: %d,", camID, pipe, frameID, tag);
+    PS_TRACE("camID: %d, pipe: %d, frameID: %d, tag: %d,", camID, pipe, frameID, tag);
     if (!isPipe(pipe)) {
         PS_LOG(1, "pipe %d out of limit, please check tag %d", pipe, tag);
         return PS_OUT_OF_LIMIT;
     }
-    const Request request{camID, pipe, frameID, tag, 0, findTagInfo(gTagInfo, tag), &pipeElem(camID, pipe)};
+    Request request{camID, pipe, frameID, tag, 0, findTagInfo(gTagInfo, tag), &pipeElem(camID, pipe)};
     uint32_t result = preproc(request);
 
     const uint32_t wait = timeout != 0 ? timeout : static_cast<uint32_t>(DEFAULT_WAIT_MS);
@@ -77,19 +77,20 @@ uint32_t ParamSet::_getParamSyn(uint32_t camID, int pipe, uint32_t frameID, uint
     return result;
 }
 
-const ParamSet::Buffer& ParamSet::awaitF0(const Request& request, std::unique_lock<std::mutex>& lock, uint32_t timeout,
+const ParamSet::Buffer& ParamSet::awaitF0(Request& request, std::unique_lock<std::mutex>& lock, uint32_t timeout,
                                           uint32_t& result) {
     const auto& [camID, pipe, frameID, tag, modifiable, info, elem] = request;
     FrameStatus& status = elem->mF0->mStatus[tag];
     if (status.mState != kDelivered) {
         status.mState = kWaitedFor;
         if (TimedWait{camID, pipe, frameID, tag, timeout}(status, lock)) result = PS_TIMED_OUT;
+        request.info = findTagInfo(gTagInfo, tag);
     }
     return getF0(request);
 }
 
-const ParamSet::Buffer& ParamSet::awaitFrame(const Request& request, std::unique_lock<std::mutex>& lock,
-                                             uint32_t timeout, std::shared_ptr<ParamFrame>& held, uint32_t& result) {
+const ParamSet::Buffer& ParamSet::awaitFrame(Request& request, std::unique_lock<std::mutex>& lock, uint32_t timeout,
+                                             std::shared_ptr<ParamFrame>& held, uint32_t& result) {
     const auto& [camID, pipe, frameID, tag, modifiable, info, elem] = request;
     std::shared_ptr<ParamFrame>& entry = elem->mFrames[frameID];
     if (entry == nullptr) entry.reset(new ParamFrame(camID, frameID, this, &gTagInfo));
@@ -104,6 +105,7 @@ const ParamSet::Buffer& ParamSet::awaitFrame(const Request& request, std::unique
         return own->second;
     }
     if (TimedWait{camID, pipe, frameID, tag, timeout}(status, lock)) result = PS_TIMED_OUT;
+    request.info = findTagInfo(gTagInfo, tag);  // the tag may have been registered meanwhile
 
     // The frame may have been erased meanwhile, and even made again.
     const ParamFrame* now = findFrame(*elem, frameID);

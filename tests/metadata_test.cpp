@@ -72,6 +72,8 @@ TEST_F(Metadata, StoringAgainReplacesAndListsAgain) {
     EXPECT_EQ(countLogged("5 operator(): free_camera_metadata mCamID:0,mFrameID:10"), 1u);
     EXPECT_EQ(checkpoints(METADATA_TAG, 0), (std::vector<uint32_t>{10, 10}));
     EXPECT_EQ(read(10), "second");
+    EXPECT_EQ(ParamSet::setMetadata(kCam, 10, ParamSet::getMetadata(kCam, 10)), PS_OK);
+    EXPECT_EQ(read(10), "second") << "the frame's own record is copied before it is freed";
     EXPECT_EQ(host::liveMetadata(), 1u);
 }
 

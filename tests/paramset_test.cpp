@@ -1,5 +1,6 @@
 // The registry, the store's life and layout, a frame's container, and the checks of the entry points.
 
+#include <atomic>
 #include <thread>
 
 #include "tests/store_fixture.h"
@@ -66,10 +67,22 @@ TEST_F(Paramset, StoreIsBuiltOnceWithAllPipesAndDestroyedOnce) {
     property_set("persist.vendor.cam.log.tag", "17 and more");
     property_set("persist.vendor.cam.log.erase", "on");
     ParamSet* first = nullptr;
-    std::thread other([&] { first = ParamSet::createInstance(); });
-    ParamSet* second = ParamSet::createInstance();
-    other.join();
-    EXPECT_EQ(first, second);
+    ParamSet* second = nullptr;
+    for (int round = 0; round < 20; ++round) {
+        ParamSet::destroyInstance();
+        takeLog();
+        std::atomic<int> arrived{0};
+        const auto createTogether = [&arrived](ParamSet*& instance) {
+            ++arrived;
+            while (arrived != 2) std::this_thread::yield();
+            instance = ParamSet::createInstance();
+        };
+        std::thread other(createTogether, std::ref(first));
+        createTogether(second);
+        other.join();
+        EXPECT_EQ(first, second);
+        EXPECT_EQ(countLogged("3 createInstance: create"), 1u);
+    }
     EXPECT_EQ(ParamSet::getInstance(), first);
     EXPECT_EQ(zarn::ps_log, 3);
     EXPECT_EQ(zarn::ps_log_tag, 17);
@@ -308,14 +321,20 @@ TEST_F(Paramset, TracedTagRaisesItsLinesAndNoOthers) {
     uint32_t value = 0;
     setPsParamSyn(0, 14, 1, 7, &value);
     EXPECT_EQ(zarn::ps_log, 1);
-    getPsParamSyn(0, 14, 1, 8, &value);
+    __atomic_store_n(&zarn::ps_log, 0, __ATOMIC_RELAXED);
+    getPsParamSyn(0, 14, 1, 7, &value);
+    EXPECT_EQ(zarn::ps_log, 1);
+    // A wait ends the trace for others, and takes it up again for what follows.
+    takeLog();
+    getSyn(20, 7, 1);
+    EXPECT_EQ(countLogged("4 permiProc: cam 0 pipe 2 tag 7 destID 20 relatedID:10"), 1u);
     EXPECT_EQ(zarn::ps_log, 0);
 }
 
 TEST_F(Paramset, CallThatRunsKeepsTheDestroyedStoreAlive) {
     registerPsDynamicParam(kTag, 4, 0, "tag", "uint32_t");
     set(9, 3);
-    WaitingGet waiting(10, kTag, 300);
+    WaitingGet waiting(10, kTag, 2000);
     ParamSet::destroyInstance();
     EXPECT_EQ(ParamSet::getInstance(), nullptr);
     EXPECT_EQ(get(9), kNothing) << "no store for a call that comes later";

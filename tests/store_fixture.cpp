@@ -1,3 +1,5 @@
+// See store_fixture.h.
+
 #include "tests/store_fixture.h"
 
 #include <sys/syscall.h>

@@ -108,7 +108,7 @@ TEST_F(SyncAccess, TimeOutsAreAnsweredByWhatIsThere) {
 }
 
 TEST_F(SyncAccess, WaiterSeesAPlainSetOnlyWhenItsTimeIsUp) {
-    WaitingGet waiting(10, kTag, 500);
+    WaitingGet waiting(10, kTag, 2000);
     EXPECT_EQ(set(10, 5), PS_OK);
     EXPECT_EQ(state(10), 2);
     EXPECT_EQ(waiting.finish(), (Got{PS_TIMED_OUT, 5}));
@@ -124,6 +124,24 @@ TEST_F(SyncAccess, UnregisteredTagWaitsAndIsWokenAndFails) {
     EXPECT_EQ(countLogged("1 _getParamSyn: fail camID: 0, pipe: 2, frameID: 10, tag: 99,"), 1u);
     EXPECT_EQ(state(10, 99), 1);
     EXPECT_EQ(getSyn(0, 99, 1), (Got{PS_TIMED_OUT, kNothing}));
+}
+
+TEST_F(SyncAccess, TagRegisteredWhileAGetWaitsIsDelivered) {
+    WaitingGet waiting(10, 99, kLong);
+    registerPsDynamicParam(99, 4, 0, "late", "uint32_t");
+    EXPECT_EQ(deliver(10, 5, 99), PS_OK);
+    EXPECT_EQ(waiting.finish(), (Got{PS_OK, 5}));
+}
+
+TEST_F(SyncAccess, GetWhoseFrameWasErasedAndMadeAgainReadsTheOneItHeld) {
+    set(30, 1);
+    WaitingGet waiting(10, kTag, 2000);
+    registerPsStaticParam(1, 4, 0, "erased first", "uint32_t");
+    set(11, 1, 1);
+    erasePs(kCam, kPipe, 17);  // tag 1 takes the empty frame 10 away; the record that is waited on is of another tag
+    ASSERT_EQ(pipe().mFrames.count(10), 0u);
+    deliver(10, 5);
+    EXPECT_EQ(waiting.finish(), (Got{PS_TIMED_OUT, kNothing})) << "the frame that it held never got the value";
 }
 
 TEST_F(SyncAccess, EraseEndsTheWaitsInWhatItErases) {

@@ -1,0 +1,16 @@
+// What the library does when there is no memory: it says so, and ends the process. It is built without exceptions, and
+// one that passed through it would leave its mutex locked behind a caller that catches it.
+// The version script keeps this to the library: a program's own operator new is what it falls back on, as everywhere.
+
+#include <cstdio>
+#include <cstdlib>
+#include <new>
+
+void* operator new(std::size_t size) {
+    void* memory = ::operator new(size, std::nothrow);
+    if (memory == nullptr) {
+        std::fputs("paramset: out of memory\n", stderr);
+        std::abort();
+    }
+    return memory;
+}
