@@ -208,7 +208,7 @@ TEST_F(PipelineTest, MalformedStreamIsExplainedAndLeavesTheOutputAsItWas) {
 }
 
 TEST_F(PipelineTest, EveryFrameComesOutWholeAndInOrderWhoeverIsLate) {
-    const std::string input = write("input.y4m", flatStream(40));
+    const std::string input = write("input.y4m", flatStream(25));
     const std::vector<std::vector<std::string>> cases = {
         {}, {"--stall", "sensor:5"}, {"--stall", "statistics:15"}, {"--stall", "exposure:120"}, {"--stall", "isp:15"}};
     for (std::vector<std::string> arguments : cases) {
@@ -217,7 +217,7 @@ TEST_F(PipelineTest, EveryFrameComesOutWholeAndInOrderWhoeverIsLate) {
         arguments.insert(arguments.end(), files.begin(), files.end());
         const Result result = run(arguments);
         EXPECT_EQ(result.code, 0) << result.err;
-        expectWholeFrames(path("result.y4m"), 40);
+        expectWholeFrames(path("result.y4m"), 25);
         EXPECT_EQ(filesNamed("result"), 1u);
     }
 }
@@ -282,27 +282,37 @@ TEST_F(PipelineTest, LateModulesShowAsTimeOutsAndFallBacksOfThoseWhoWait) {
 
 TEST_F(PipelineTest, TableAgreesWithTheLogOfTheStore) {
     setenv("PARAMSET_LOG", "5", 1);
-    const Result result = run({"--frames", "40", "--stall", "exposure:250"});
-    ASSERT_EQ(result.code, 0);
-    std::vector<double> sum(FAILED + 1);
-    for (const char* module : {"set-up", "sensor", "statistics", "exposure", "isp"}) {
-        const std::vector<double> row = rowOf(result.out, module);
-        for (size_t column = 0; column < sum.size(); ++column) sum[column] += row[column];
+    for (const std::string stall : {"sensor:1", "statistics:120", "exposure:400"}) {
+        SCOPED_TRACE(stall);
+        const Result result = run({"--frames", stall == "sensor:1" ? "45" : "25", "--stall", stall});
+        ASSERT_EQ(result.code, 0);
+        std::vector<double> sum(FAILED + 1);
+        for (const char* module : {"set-up", "sensor", "statistics", "exposure", "isp"}) {
+            const std::vector<double> row = rowOf(result.out, module);
+            for (size_t column = 0; column < sum.size(); ++column) sum[column] += row[column];
+        }
+        const auto logged = [&result](const std::string& part) {
+            return static_cast<double>(countLines(result.err, part));
+        };
+        double intoFrame0 = 0;  // by the set-up, and by each erase that saves a value
+        for (const char* pipe : {"0", "1", "2", "3"}) {
+            const double inPipe = logged(std::string("success camID: 0, pipe: ") + pipe + ", frameID: 0,");
+            EXPECT_GE(inPipe, stall == "sensor:1" ? 10 : 1) << "in pipe " << pipe;
+            intoFrame0 += inPipe;
+        }
+        const double setUp = rowOf(result.out, "set-up")[SETS];
+        const double ofTuning = logged("tag: " + std::to_string(TUNING.id) + ",intrData") - 1;  // but for the one set
+        EXPECT_EQ(sum[SETS], logged("success camID") - intoFrame0 + setUp);
+        EXPECT_EQ(sum[GETS], logged("success  camID"));
+        EXPECT_EQ(sum[EARLIER], logged(" relatedID:") - logged(" relatedID:0\n"));
+        EXPECT_EQ(sum[FRAME_0], logged(" relatedID:0\n") + logged("getParamInternal: frameID") + ofTuning);
+
+        // Exposure asks for erased frames when it is late. An erase may end such a wait about when its time is up.
+        const double askedForErased = logged("preproc: frameID");
+        EXPECT_EQ(askedForErased > 0, stall == "exposure:400");
+        EXPECT_NEAR(sum[TIMEOUTS], logged("wait timeout"), askedForErased);
+        EXPECT_EQ(result.out.find("exposure skipped") != std::string::npos, askedForErased > 0);
     }
-    const auto logged = [&result](const std::string& part) {
-        return static_cast<double>(countLines(result.err, part));
-    };
-    double intoFrame0 = 0;  // by the set-up, and by each erase that saves a value
-    for (const char* pipe : {"0", "1", "2", "3"}) {
-        intoFrame0 += logged(std::string("success camID: 0, pipe: ") + pipe + ", frameID: 0,");
-    }
-    const double setUp = rowOf(result.out, "set-up")[SETS];
-    const double ofTuning = logged("tag: " + std::to_string(TUNING.id) + ",intrData") - 1;  // but for the one set
-    EXPECT_EQ(sum[SETS], logged("success camID") - intoFrame0 + setUp);
-    EXPECT_EQ(sum[GETS], logged("success  camID"));
-    EXPECT_EQ(sum[TIMEOUTS], logged("wait timeout"));
-    EXPECT_EQ(sum[EARLIER], logged(" relatedID:") - logged(" relatedID:0\n"));
-    EXPECT_EQ(sum[FRAME_0], logged(" relatedID:0\n") + logged("getParamInternal: frameID") + ofTuning);
 }
 
 TEST_F(PipelineTest, MeanLumaApproachesItsTarget) {
@@ -362,7 +372,7 @@ TEST_F(PipelineTest, ControllerIsDampedLimitedAndHoldsASteadyScene) {
     past.stamp.frame = 10;
     past.meanY = 67;
     Statistics noisy = flat(67);
-    noisy.histogram[80] = 30;  // moves the mean by less than the tolerance
+    noisy.histogram[80] = 20;  // moves the mean by less than the tolerance
     EXPECT_EQ(controller.update(DEFAULT_TUNING, noisy, past), gain);
     past.meanY = 60;
     EXPECT_NE(controller.update(DEFAULT_TUNING, noisy, past), gain) << "the scene is not steady";

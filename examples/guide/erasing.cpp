@@ -1,0 +1,33 @@
+// What an erase lets go of.
+
+#include "guide.h"
+
+constexpr Parameter<int> GAIN{0x501, "gain", dynamicKind()};
+constexpr Parameter<int> HISTORY{0x502, "history", queueKind<8>()};
+
+int main() {
+    const Store store;
+    registerOrEnd(GAIN);
+    registerOrEnd(HISTORY);
+
+    // each frame erases once, behind itself; the first seven erase nothing
+    for (uint32_t frame = 1; frame <= 100; ++frame) {
+        setValue(GAIN, Frame{frame}, static_cast<int>(frame));
+        if (frame % 20 == 0) setValue(HISTORY, Frame{frame}, static_cast<int>(frame));
+        CLAIM(eraseFrames(CAMERA, PIPE, Frame{frame}) == Result::OK);
+        CLAIM(frame > 7 || valueOf(GAIN, Frame{1}) == 1);
+    }
+    CLAIM(valueOf(GAIN, Frame{95}) == 95);
+    CLAIM(valueOf(GAIN, Frame{94}) == 94);
+    CLAIM(valueOf(GAIN, Frame{50}) == 94);
+
+    // a queue is left alone
+    CLAIM(valueOf(HISTORY, Frame{20}) == 20);
+
+    // erasing everything leaves the newest value of each in frame 0, and begins anew
+    CLAIM(eraseFrames(CAMERA, PIPE, LATEST) == Result::OK);
+    CLAIM(valueOf(GAIN, FRAME_0) == 100);
+    CLAIM(valueOf(HISTORY, FRAME_0) == 100);
+    setValue(GAIN, Frame{1}, 11);
+    CLAIM(valueOf(GAIN, Frame{1}) == 11);
+}

@@ -1,0 +1,33 @@
+// Plain and synchronous access.
+
+#include <thread>
+
+#include "guide.h"
+
+using namespace std::chrono_literals;
+
+constexpr Parameter<int> AE_RESULT{0x301, "aeResult", dynamicKind()};
+
+int main() {
+    const Store store;
+    registerOrEnd(AE_RESULT);
+    int got = 0;
+
+    // who waits is woken by the delivery
+    std::thread producer([] { CLAIM(AE_RESULT.deliver(CAMERA, PIPE, Frame{1}, 100) == Result::OK); });
+    CLAIM(AE_RESULT.wait(CAMERA, PIPE, Frame{1}, got, 60s) == Result::OK && got == 100);
+    producer.join();
+
+    // delivered before, it is there at once
+    CLAIM(AE_RESULT.wait(CAMERA, PIPE, Frame{1}, got, 60s) == Result::OK && got == 100);
+
+    // not delivered in time, the frame before answers, and the result says so
+    CLAIM(AE_RESULT.wait(CAMERA, PIPE, Frame{2}, got, 5ms) == Result::NOT_OF_FRAME && got == 100);
+
+    // a plain set is no delivery: the value is found when the time is over
+    setValue(AE_RESULT, Frame{3}, 300);
+    CLAIM(AE_RESULT.wait(CAMERA, PIPE, Frame{3}, got, 5ms) == Result::TIMED_OUT && got == 300);
+
+    // a plain get does not wait
+    CLAIM(valueOf(AE_RESULT, Frame{4}) == 300);
+}

@@ -1,0 +1,68 @@
+// One camera: its buffers, its four modules and their threads. This is the only place that sees more than one module.
+
+#ifndef PIPELINE_CAMERA_H
+#define PIPELINE_CAMERA_H
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "exposure.h"
+#include "frame.h"
+#include "isp.h"
+#include "options.h"
+#include "output_file.h"
+#include "sensor.h"
+#include "statistics.h"
+
+namespace pipeline {
+
+class Camera {
+public:
+    /// Opens the camera's source; throws std::runtime_error if that fails.
+    Camera(uint32_t camera, const Options& options);
+
+    /// Opens the output, makes the modules and gives every tag its first value. The store exists, and the tags are
+    /// registered. Throws std::runtime_error if the output cannot be opened.
+    void prepare(const Options& options);
+
+    void start();
+    void join();
+
+    /// Keeps the output. Throws std::runtime_error if it cannot be written.
+    void commit();
+
+    /// Removes the output, also while the threads are running.
+    void discard();
+
+    uint32_t id() const { return mStore.camera(); }
+    const FrameFormat& format() const { return mPool.format(); }
+    const Traffic& setUpTraffic() const { return mStore.traffic(); }
+    std::vector<const Module*> modules() const;
+    const Exposure& exposure() const { return *mExposure; }
+    const Isp& isp() const { return *mIsp; }
+
+    /// What went wrong, one line each; to be asked when the threads have ended.
+    std::vector<std::string> problems() const;
+
+private:
+    void setFirstValues();
+    ModuleContext contextOf(const Options& options, ModuleName module);
+
+    StoreClient mStore;
+    std::unique_ptr<FrameSource> mSource;  // until the sensor has it
+    FramePool mPool;
+    std::optional<OutputFile> mOutput;
+    std::optional<Y4mWriter> mWriter;
+    std::unique_ptr<Sensor> mSensor;
+    std::unique_ptr<StatisticsModule> mStatistics;
+    std::unique_ptr<Exposure> mExposure;
+    std::unique_ptr<Isp> mIsp;
+    std::vector<std::thread> mThreads;
+};
+
+}  // namespace pipeline
+
+#endif  // PIPELINE_CAMERA_H

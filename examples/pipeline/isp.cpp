@@ -1,0 +1,57 @@
+// See isp.h. It erases all pipes but that of the statistics: its frame is the oldest that anybody still works on, or
+// should.
+
+#include "isp.h"
+
+#include "image.h"
+#include "processor.h"
+
+namespace pipeline {
+
+Isp::Isp(const ModuleContext& context, Y4mWriter* output)
+    : Module(context, "isp"), mOutput(output), mProcessed(context.pool->format()) {}
+
+// When the output fails the sensor is told with the buffer that it gets back, and the frames that are already under way
+// are let go by.
+void Isp::process() {
+    for (uint32_t frame = 1;; ++frame) {
+        const FrameReady ready = awaitFrame(frame);
+        if (ready.end != 0) return;
+        try {
+            if (mError.empty()) processFrame(frame, mContext.pool->at(ready.buffer));
+        } catch (const std::exception& problem) {
+            mError = problem.what();
+        }
+        mStore.deliver(RELEASED, frame, Released{{}, mError.empty() ? 0u : 1u});
+        for (const PipeIndex pipe : {FRAME_PIPE, EXPOSURE_PIPE, ISP_PIPE}) mStore.erase(pipe, frame);
+        mFramesDone.store(frame, std::memory_order_relaxed);
+    }
+}
+
+// The pixels are not changed in place: statistics may be late and still be measuring them.
+void Isp::processFrame(uint32_t frame, const Frame& in) {
+    const double gain = programGain(frame);
+    mMeanLuma.push_back(applyGain(GainTable(gain), in, mProcessed));
+    if (mOutput != nullptr) mOutput->write(mProcessed);
+    FrameMetadata metadata{};
+    if (!mStore.getMetadata(frame, metadata)) return;
+    mLatencyMs.push_back(static_cast<double>(steadyNs() - metadata.timestampNs) / 1e6);
+}
+
+// Two waits, so that exposure has the time for its own fall-back. The processor rounds the gain; what it has is what is
+// applied.
+double Isp::programGain(uint32_t frame) {
+    Gain gain{};
+    awaitValue(GAIN, frame, gain, 2);
+    mStore.command(PROGRAM_GAIN, &gain.gain, nullptr);
+    mProgrammed = readBack(PROGRAM_COUNT_REGISTER);
+    return readBack(GAIN_REGISTER) * GAIN_STEP;
+}
+
+uint32_t Isp::readBack(uint32_t number) {
+    uint32_t value = 0;
+    mStore.command(READ_REGISTER, &number, &value);
+    return value;
+}
+
+}  // namespace pipeline

@@ -1,0 +1,35 @@
+// See module.h.
+
+#include "module.h"
+
+#include <exception>
+#include <thread>
+
+namespace pipeline {
+
+void Module::run() noexcept {
+    try {
+        process();
+    } catch (const std::exception& problem) {
+        mError = problem.what();
+    }
+}
+
+// There is no bound on these waits: a camera may pause, and the sensor announces the end of the stream whatever it
+// ends by.
+FrameReady Module::awaitFrame(uint32_t frame) {
+    FrameReady ready{};
+    for (;;) {
+        const AnsweredBy by = mStore.await(FRAME_READY, frame, ready, mContext.frameWaitMs);
+        if (by == AnsweredBy::NOBODY) ready.end = 1;
+        if (by == AnsweredBy::NOBODY || ready.stamp.frame >= frame) break;
+    }
+    if (ready.end == 0 && ready.stamp.frame == frame) stall();
+    return ready;
+}
+
+void Module::stall() const {
+    std::this_thread::sleep_for(mContext.stall);
+}
+
+}  // namespace pipeline

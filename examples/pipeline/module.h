@@ -1,0 +1,72 @@
+// What the modules of a camera have in common. A module knows the store, its camera's frame buffers and how late it may
+// be, and nothing of the other modules: who fills a frame, or answers a get, is not its business.
+// Each runs on a thread of its own; its results are read when that thread has ended.
+
+#ifndef PIPELINE_MODULE_H
+#define PIPELINE_MODULE_H
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+#include "frame.h"
+#include "store_client.h"
+#include "values.h"
+
+namespace pipeline {
+
+struct ModuleContext {
+    uint32_t camera = 0;
+    FramePool* pool = nullptr;
+    std::chrono::milliseconds stall{0};      ///< how late the module is with each frame
+    uint32_t frameWaitMs = DEFAULT_WAIT_MS;  ///< one wait for a frame to begin
+    bool realTime = false;                   ///< go on with an earlier value when one is late
+};
+
+class Module {
+public:
+    Module(const ModuleContext& context, const char* name) : mContext(context), mName(name), mStore(context.camera) {}
+    virtual ~Module() = default;
+    Module(const Module&) = delete;
+    Module& operator=(const Module&) = delete;
+
+    /// The thread's body: works until the sensor says that the stream has ended.
+    void run() noexcept;
+
+    const char* name() const { return mName; }
+    const Traffic& traffic() const { return mStore.traffic(); }
+    uint64_t fallbacks() const { return mFallbacks; }  ///< frames that went on with another frame's value
+    const std::string& error() const { return mError; }
+
+protected:
+    virtual void process() = 0;
+
+    /// The frame-ready value of @p frame. Its frame id is greater if the frame is gone already, as happens to a module
+    /// that is far behind.
+    FrameReady awaitFrame(uint32_t frame);
+
+    /// Waits for the frame's own value: @p waits times in real time, else as long as can be of use. What is answered
+    /// then is a fall-back.
+    template <typename Value>
+    void awaitValue(const Tag<Value>& tag, uint32_t frame, Value& value, int waits) {
+        for (int i = 0; i < (mContext.realTime ? waits : PATIENCE); ++i) {
+            if (mStore.await(tag, frame, value) == AnsweredBy::ITSELF) return;
+        }
+        ++mFallbacks;
+    }
+
+    void stall() const;
+
+    /// More waits than any module is ever late for: a value that has not come after them is not coming.
+    static constexpr int PATIENCE = 600;
+
+    const ModuleContext mContext;
+    const char* mName;
+    StoreClient mStore;
+    uint64_t mFallbacks = 0;
+    std::string mError;
+};
+
+}  // namespace pipeline
+
+#endif  // PIPELINE_MODULE_H

@@ -1,0 +1,126 @@
+// See options.h.
+
+#include "options.h"
+
+#include <getopt.h>
+
+#include <charconv>
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+
+#include "paramset.h"
+#include "values.h"
+
+namespace pipeline {
+
+const char USAGE[] =
+    R"(Usage: pipeline [OPTION]...
+Runs a camera pipeline of four modules that meet only in the parameter store, and
+prints what passed between them.
+
+  --input FILE       frames of a YUV4MPEG2 file or pipe, 8-bit 4:2:0; '-' is standard
+                     input. Without it a built-in scene whose light changes
+  --output FILE      write the processed frames as YUV4MPEG2; '-' is standard output,
+                     and the tables go to standard error. With several cameras the
+                     camera's number goes into the name: clip.cam0.y4m for clip.y4m
+  --cameras N        run 1 to 5 cameras, each with modules of its own (default 1);
+                     all read the same input
+  --frames N         end after N frames (default: the whole input; 300 of the scene)
+  --fps N            real time, N frames per second (default: as fast as it can)
+  --stall MODULE:MS  make the module sensor, statistics, exposure or isp late by MS
+                     milliseconds with each frame, 1 to 1000; others then do not wait
+                     for long. Statistics late by more than 50, or gains by more than
+                     100, are replaced by earlier ones. May be given for each module
+  --help             print this
+
+The store logs failures alone, unless the environment variable PARAMSET_LOG sets a
+level. Exit status: 0 if all went well, 1 if not, 2 for a wrong command line.
+)";
+
+namespace {
+
+constexpr uint32_t SCENE_FRAMES = 300;
+constexpr uint32_t ALL_FRAMES = 1000000000;
+constexpr double MAX_FPS = 1000;
+constexpr double MIN_FPS = 0.1;
+constexpr const char* MODULE_NAMES[MODULE_COUNT] = {"sensor", "statistics", "exposure", "isp"};
+
+uint32_t parseCount(const char* option, const std::string& text, uint32_t greatest) {
+    uint32_t value = 0;
+    const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
+    const bool whole = result.ec == std::errc() && result.ptr == text.data() + text.size();
+    if (whole && value >= 1 && value <= greatest) return value;
+    throw UsageError(std::string(option) + ": \"" + text + "\" is not a number from 1 to " + std::to_string(greatest));
+}
+
+double parseFps(const std::string& text) {
+    char* end = nullptr;
+    const double value = std::strtod(text.c_str(), &end);
+    if (!text.empty() && *end == '\0' && value >= MIN_FPS && value <= MAX_FPS) return value;
+    throw UsageError("--fps: \"" + text + "\" is not a number from 0.1 to 1000");
+}
+
+void parseStall(const std::string& text, Options& options) {
+    const size_t colon = text.find(':');
+    for (size_t module = 0; module < MODULE_COUNT; ++module) {
+        if (colon == std::string::npos || text.substr(0, colon) != MODULE_NAMES[module]) continue;
+        options.stallMs[module] = static_cast<int>(parseCount("--stall", text.substr(colon + 1), MAX_STALL_MS));
+        return;
+    }
+    throw UsageError("--stall: \"" + text + "\" is not MODULE:MS with one of sensor, statistics, exposure and isp");
+}
+
+void parseOption(int option, const std::string& value, Options& options) {
+    if (option == 'h') options.help = true;
+    if (option == 'c') options.cameras = parseCount("--cameras", value, MAX_CAM_NUM);
+    if (option == 'n') options.frames = parseCount("--frames", value, ALL_FRAMES);
+    if (option == 'f') options.fps = parseFps(value);
+    if (option == 's') parseStall(value, options);
+    if (option == 'i') options.input = value;
+    if (option == 'o') options.output = value;
+    if ((option == 'i' || option == 'o') && value.empty()) throw UsageError("an empty file name");
+}
+
+void checkTogether(const Options& options) {
+    if (options.cameras == 1) return;
+    if (options.output == "-") throw UsageError("several cameras cannot share standard output");
+    if (options.input.empty()) return;
+    std::error_code ignored;
+    const auto status = std::filesystem::status(options.input, ignored);
+    const bool readOnce = std::filesystem::exists(status) && !std::filesystem::is_regular_file(status);
+    if (options.input == "-" || readOnce) throw UsageError("several cameras need an input file that each can read");
+}
+
+}  // namespace
+
+std::string Options::outputOf(uint32_t camera) const {
+    if (cameras == 1) return output;
+    const std::filesystem::path path(output);
+    const std::string name = path.stem().string() + ".cam" + std::to_string(camera) + path.extension().string();
+    return (path.parent_path() / name).string();
+}
+
+Options parseOptions(int argc, char** argv) {
+    static const option LONG_OPTIONS[] = {
+        {"input", required_argument, nullptr, 'i'},   {"output", required_argument, nullptr, 'o'},
+        {"cameras", required_argument, nullptr, 'c'}, {"frames", required_argument, nullptr, 'n'},
+        {"fps", required_argument, nullptr, 'f'},     {"stall", required_argument, nullptr, 's'},
+        {"help", no_argument, nullptr, 'h'},          {nullptr, 0, nullptr, 0},
+    };
+    Options options;
+    opterr = 0;
+    for (int found; (found = getopt_long(argc, argv, ":", LONG_OPTIONS, nullptr)) != -1;) {
+        const std::string given = argv[optind - 1];
+        if (found == ':') throw UsageError(given + " needs a value");
+        if (found == '?') throw UsageError("unknown or ambiguous option " + given);
+        parseOption(found, optarg != nullptr ? optarg : "", options);
+    }
+    if (options.help) return options;
+    if (optind < argc) throw UsageError(std::string("unexpected argument \"") + argv[optind] + "\"");
+    if (options.frames == 0) options.frames = options.input.empty() ? SCENE_FRAMES : ALL_FRAMES;
+    checkTogether(options);
+    return options;
+}
+
+}  // namespace pipeline

@@ -1,0 +1,30 @@
+// What is printed at the end: per camera a table of its modules, and how well exposure did.
+
+#ifndef PIPELINE_REPORT_H
+#define PIPELINE_REPORT_H
+
+#include <cstdio>
+#include <vector>
+
+#include "camera.h"
+
+namespace pipeline {
+
+/// Median, 99th percentile and greatest of some times: the least value that as great a part is not above.
+struct Spread {
+    double median = 0;
+    double percentile99 = 0;
+    double greatest = 0;
+};
+
+Spread spreadOf(std::vector<double> values);
+
+/// Mean distance of the values from the target.
+double meanError(std::vector<double>::const_iterator begin, std::vector<double>::const_iterator end, double target);
+
+/// @param seconds  how long the camera ran
+void printReport(std::FILE* out, const Camera& camera, double seconds);
+
+}  // namespace pipeline
+
+#endif  // PIPELINE_REPORT_H

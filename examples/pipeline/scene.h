@@ -1,0 +1,41 @@
+// The built-in sensor model: what a fixed camera sees of a scene whose light changes.
+
+#ifndef PIPELINE_SCENE_H
+#define PIPELINE_SCENE_H
+
+#include <cstdint>
+#include <random>
+#include <string>
+
+#include "frame.h"
+
+namespace pipeline {
+
+/// A gradient with a disc that moves in front of it, under light that steps and swings, and some noise. The same camera
+/// always sees the same.
+class Scene : public FrameSource {
+public:
+    /// @param fps  frames per second of the stream, for its header alone
+    Scene(uint32_t camera, double fps);
+
+    const FrameFormat& format() const override { return mFormat; }
+    const std::string& header() const override { return mHeader; }
+    bool read(Frame& frame) override;
+
+    /// Light of a frame; 1 lights the scene well.
+    static double lightOf(uint32_t frame);
+
+private:
+    void paintLuma(const Frame& frame, double light);
+    void paintChroma(const Frame& frame, double light) const;
+
+    FrameFormat mFormat{320, 240};
+    std::string mHeader;
+    uint32_t mCamera;
+    uint32_t mFrames = 0;  ///< read so far
+    std::minstd_rand mNoise;
+};
+
+}  // namespace pipeline
+
+#endif  // PIPELINE_SCENE_H

@@ -1,0 +1,65 @@
+// See sensor.h. A buffer is filled anew only when the frame that was in it has its statistics and was released by the
+// ISP. So a module that is late slows the sensor down, and no frame is lost.
+
+#include "sensor.h"
+
+#include <chrono>
+#include <stdexcept>
+#include <thread>
+
+namespace pipeline {
+
+namespace {
+
+/// What the sensor model is driven with. Its scene does the rest.
+constexpr uint32_t EXPOSURE_US = 10000;
+constexpr float SENSOR_GAIN = 1;
+
+}  // namespace
+
+// Whatever ends the stream, the others learn of it.
+void Sensor::process() {
+    mStartNs = steadyNs();
+    uint32_t frame = 1;
+    try {
+        while (frame <= mFrames && deliverFrame(frame)) ++frame;
+    } catch (const std::exception& problem) {
+        mError = problem.what();
+    }
+    mStore.deliver(FRAME_READY, frame, FrameReady{{}, 0, 1});
+}
+
+bool Sensor::deliverFrame(uint32_t frame) {
+    const uint32_t buffers = mContext.pool->size();
+    const uint32_t buffer = (frame - 1) % buffers;
+    if (frame > buffers && !awaitBuffer(frame - buffers)) return false;
+    pace(frame);
+    stall();
+    if (!mSource->read(mContext.pool->at(buffer))) return false;
+    mStore.setMetadata({frame, EXPOSURE_US, SENSOR_GAIN, steadyNs()});
+    mStore.deliver(FRAME_READY, frame, FrameReady{{}, buffer, 0});
+    return true;
+}
+
+bool Sensor::awaitBuffer(uint32_t lastUser) {
+    Statistics statistics{};
+    Released released{};
+    bool measured = false;
+    bool processed = false;
+    for (int i = 0; i < PATIENCE && !(measured && processed); ++i) {
+        if (!measured) measured = mStore.await(STATISTICS, lastUser, statistics) == AnsweredBy::ITSELF;
+        if (!processed) processed = mStore.await(RELEASED, lastUser, released) == AnsweredBy::ITSELF;
+    }
+    if (!(measured && processed)) {
+        throw std::runtime_error("the buffer of frame " + std::to_string(lastUser) + " did not come back");
+    }
+    return released.abort == 0;
+}
+
+void Sensor::pace(uint32_t frame) const {
+    if (mFps == 0) return;
+    const std::chrono::nanoseconds due(mStartNs + static_cast<int64_t>((frame - 1) * 1e9 / mFps));
+    std::this_thread::sleep_until(std::chrono::steady_clock::time_point(due));
+}
+
+}  // namespace pipeline

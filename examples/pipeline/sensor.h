@@ -1,0 +1,33 @@
+// The sensor: fills buffers from its source, at its pace, and announces each frame.
+
+#ifndef PIPELINE_SENSOR_H
+#define PIPELINE_SENSOR_H
+
+#include <memory>
+
+#include "module.h"
+
+namespace pipeline {
+
+class Sensor : public Module {
+public:
+    /// @param frames  frames to deliver at most
+    /// @param fps     pace; 0 is as fast as the buffers come back
+    Sensor(const ModuleContext& context, std::unique_ptr<FrameSource> source, uint32_t frames, double fps)
+        : Module(context, "sensor"), mSource(std::move(source)), mFrames(frames), mFps(fps) {}
+
+private:
+    void process() override;
+    bool deliverFrame(uint32_t frame);
+    bool awaitBuffer(uint32_t lastUser);
+    void pace(uint32_t frame) const;
+
+    std::unique_ptr<FrameSource> mSource;
+    uint32_t mFrames;
+    double mFps;
+    int64_t mStartNs = 0;
+};
+
+}  // namespace pipeline
+
+#endif  // PIPELINE_SENSOR_H
