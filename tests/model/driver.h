@@ -1,0 +1,71 @@
+// Does the same to the store and to its model, and tells the first difference. For one thread.
+
+#ifndef PARAMSET_TESTS_MODEL_DRIVER_H
+#define PARAMSET_TESTS_MODEL_DRIVER_H
+
+#include "paramset.h"
+#include "platform/host/host_platform.h"
+#include "tests/model/model.h"
+
+// clang-format off
+enum class Kind : uint8_t {
+    kGet, kSet, kGetSync, kGetSyncTimeout, kSetSync, kErase, kSetMetadata, kGetMetadata, kRegister, kControl,
+    kGetExternal, kSetOperations, kSetHandles, kGetHandle, kCreate, kDestroy, kCount
+};
+// clang-format on
+
+/// One call. What is no argument of the call counts for nothing.
+struct Operation {
+    Kind kind = Kind::kGet;
+    model::Request request;
+    uint32_t value = 0;      ///< stands for the bytes; size of a registration, code of a command
+    int32_t number = 0;      ///< time-out, tag type, argument of a command, choice of the log switches
+    int32_t retain = 0;      ///< of a registration; -1: as static, -2: as dynamic, -3: without a creator
+    bool noPointer = false;  ///< null instead of data, metadata or name
+};
+
+std::string toText(const Operation& operation);
+
+class Driver {
+public:
+    static constexpr size_t kRoom = 64;  ///< bytes of the largest value
+
+    /// Begins with an empty registry and no store.
+    Driver();
+    ~Driver();
+    Driver(const Driver&) = delete;
+    Driver& operator=(const Driver&) = delete;
+
+    /// Returns what differs after it, or an empty text. The pipe that was touched is compared whole, but for a large
+    /// one, which is every few calls; everything is every thousand calls.
+    std::string apply(const Operation& operation);
+    std::string compareAll();
+    const model::Model& model() const { return mModel; }
+
+private:
+    struct Results {
+        int64_t expected = 0;
+        int64_t found = 0;
+    };
+
+    static void keepLine(void* self, pipeline_loglevel level, const char* module, const char* message);
+    Results callValue(const Operation& operation, char* data, model::Value& value);
+    Results call(const Operation& operation, char* data);
+    void registerTag(const Operation& operation);
+    Results setMetadata(const Operation& operation);
+    Results getMetadata(const Operation& operation);
+    void create(const Operation& operation);
+    std::string compareAfter(const Operation& operation);
+    std::string comparePipe(uint32_t cam, size_t pipe);
+    bool isRegistry(const std::map<uint32_t, zarn::tag_info_t>& found) const;
+
+    model::Model mModel;
+    model::Lines mFound;          // the store's transcript
+    const void* mData = nullptr;  // the caller's buffer
+    unsigned mTimeout = 0;
+    std::array<zarn::cam_elem*, 5> mCameras = {};
+    std::array<std::array<size_t, 14>, 5> mUncompared = {};  // calls since the pipe was compared
+    size_t mStep = 0;
+};
+
+#endif  // PARAMSET_TESTS_MODEL_DRIVER_H
