@@ -1,0 +1,58 @@
+// What becomes of a program when memory runs out in the library: it ends, though its caller is ready to catch.
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <functional>
+#include <new>
+
+#include "paramset.h"
+
+namespace {
+
+constexpr int kAborted = 7;
+bool gIsOut = false;
+
+}  // namespace
+
+void* operator new(size_t size) {
+    void* memory = gIsOut ? nullptr : std::malloc(size);
+    if (memory == nullptr) throw std::bad_alloc();
+    return memory;
+}
+
+void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+
+void operator delete(void* memory, size_t) noexcept {
+    std::free(memory);
+}
+
+TEST(Allocation, FailureEndsTheProcessAndSaysSo) {
+    uint32_t value = 1;
+    registerPsDynamicParam(7, 4, 0, "tag", "uint32_t");
+    zarn::ParamSet::createInstance();
+    const std::function<void()> calls[] = {
+        [&] { setPsParam(0, 2, 10, 7, &value); },
+        [&] { getPsParamSyn(0, 2, 10, 7, &value); },
+        [] { registerPsDynamicParam(8, 4, 0, "a name too long to be kept in place", "uint32_t"); },
+        [] { zarn::ParamSet::destroyInstance(), zarn::ParamSet::createInstance(); },
+    };
+    for (const auto& call : calls) {
+        EXPECT_EXIT(
+            {
+                // A regular exit, so that what the library ran is counted when its coverage is measured.
+                std::signal(SIGABRT, [](int) { gIsOut = false, std::exit(kAborted); });
+                try {
+                    gIsOut = true;
+                    call();
+                } catch (const std::bad_alloc&) {
+                }
+                std::_Exit(0);
+            },
+            testing::ExitedWithCode(kAborted), "paramset: out of memory|bad_alloc");
+    }
+    zarn::ParamSet::destroyInstance();
+}

@@ -1,0 +1,305 @@
+// All entry points on many threads at once: against each other, against the end of the store, asleep in their waits.
+// PARAMSET_STRESS_SECONDS says how long the first test works, PARAMSET_STRESS_STORES how many stores the second ends.
+
+#include <pthread.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <deque>
+#include <memory>
+#include <random>
+
+#include "tests/store_fixture.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using std::chrono::steady_clock;
+using zarn::ParamSet;
+
+constexpr uint32_t kWorkers = MAX_CAM_NUM;  // each has the metadata of one camera to itself
+constexpr uint32_t kForever = 0xFFFFFFFF;   // milliseconds
+constexpr uint32_t kUntouched = 0xEEEEEEEE;
+
+int environmentOr(const char* name, int otherwise) {
+    const char* text = std::getenv(name);
+    return text != nullptr ? std::atoi(text) : otherwise;
+}
+
+// Starts values as zeros, so that a frame 0 that nobody wrote to is told from a torn value.
+class ZeroingCreator : public zarn::param_creator_t<char> {
+public:
+    explicit ZeroingCreator(size_t size) : param_creator_t<char>(static_cast<uint32_t>(size)) {}
+    std::shared_ptr<void> create(void* src) const override {
+        std::shared_ptr<void> buffer = param_creator_t<char>::create(src);
+        if (src == nullptr) std::memset(buffer.get(), 0, static_cast<size_t>(mSize));
+        return buffer;
+    }
+};
+
+struct Place {
+    uint32_t cam;
+    int pipe;
+    uint32_t frame;
+    uint32_t tag;
+};
+
+// A value says where it belongs: its place, its serial number, noise, and a checksum of the rest.
+struct Value {
+    size_t size;
+    std::array<uint32_t, 513> words;  // one past the greatest value, to see that nothing is copied beyond it
+
+    static size_t sizeOf(uint32_t tag) { return tag % 4 == 3 ? 512 : 8 + tag; }
+
+    explicit Value(uint32_t tag) : size(sizeOf(tag)) { words.fill(kUntouched); }
+    Value(const Place& at, uint32_t serial) : Value(at.tag) {
+        words = {at.cam + 1, static_cast<uint32_t>(at.pipe), at.frame, at.tag, serial};
+        for (size_t i = 5; i + 1 < size; ++i) words[i] = words[i - 1] * 69069u + 1;
+        words[size - 1] = checksum();
+    }
+    uint32_t checksum() const {
+        uint32_t sum = 0;
+        for (size_t i = 0; i + 1 < size; ++i) sum = (sum << 5 | sum >> 27) ^ words[i];
+        return sum;
+    }
+    bool isUntouched() const { return words[0] == kUntouched && words[size - 1] == kUntouched; }
+    bool isUnwritten() const { return words[0] == 0 && checksum() == 0 && words[size - 1] == 0; }
+    bool isOf(const Place& at, uint32_t first, uint32_t last) const {
+        return words[0] == at.cam + 1 && words[1] == static_cast<uint32_t>(at.pipe) && words[3] == at.tag &&
+               words[2] >= first && words[2] <= last && words[size - 1] == checksum() && words[size] == kUntouched;
+    }
+};
+
+class Threads : public StoreTest {
+protected:
+    void SetUp() override {
+        StoreTest::SetUp();
+        ParamSet::destroyInstance();
+        host::setLogSink(countFrames, this);
+        host::setLogLevel(0);
+        registerFreshTags();
+        pthread_barrier_init(&mPhase, nullptr, kWorkers);
+    }
+    void TearDown() override {
+        pthread_barrier_destroy(&mPhase);
+        StoreTest::TearDown();
+    }
+
+    // Only the thread that makes the store may use its address.
+    static void createStore() {
+        ParamSet* store = ParamSet::createInstance();
+        static uint32_t cams[MAX_CAM_NUM] = {0, 1, 2, 3, 4};
+        for (uint32_t& cam : cams) store->setPsHandle(cam, &cam, &cam, &cam, &cam, &cam, &cam, &cam);
+        zarn_ops ops = {};
+        ops.cmd4 = [](void* handle, uint32_t cam, void*) {
+            return static_cast<int>(*static_cast<uint32_t*>(handle) == cam ? 100 + cam : 0);
+        };
+        store->setPsOps(&ops);
+    }
+
+    // A look-up is not ordered with an insertion: this runs while no other thread looks a tag up.
+    void registerFreshTags() {
+        for (const int type : {0, 2, 1, 0}) {
+            auto* creator = new ZeroingCreator(4 * Value::sizeOf(mTags));
+            ParamSet::register_tag<char>(mTags++, creator, type, "fresh", "words", 8);
+        }
+    }
+
+    // Works in phases until it is over. Between two phases one thread registers tags that are used from then on.
+    void workUntil(const std::function<bool()>& isOver) {
+        bool over = false;
+        std::vector<std::thread> workers;
+        for (uint32_t id = 0; id < kWorkers; ++id) {
+            workers.emplace_back([&, id] {
+                std::minstd_rand random(id + 1);
+                for (bool last = false; !last; last = over) {
+                    for (int i = 0; i < 1000; ++i) callOnce(id, random);
+                    if (pthread_barrier_wait(&mPhase) == PTHREAD_BARRIER_SERIAL_THREAD) {
+                        if (mTags < 64) registerFreshTags();
+                        over = isOver();
+                    }
+                    pthread_barrier_wait(&mPhase);
+                }
+            });
+        }
+        for (std::thread& worker : workers) worker.join();
+    }
+
+    bool mStoreStays = true;  // no call may find no store, and what getMetadata returned may be read
+    std::atomic<uint32_t> mCalls{0};
+    std::atomic<uint32_t> mNoStore{0};
+    std::atomic<int> mFramesMade{0};
+    std::atomic<int> mFramesDeleted{0};
+
+private:
+    static void countFrames(void* self, pipeline_loglevel, const char*, const char* message) {
+        auto* test = static_cast<Threads*>(self);
+        test->mFramesMade += std::strstr(message, ", ParamFrame: E cam") != nullptr;
+        test->mFramesDeleted += std::strstr(message, ", ~ParamFrame: delete cam") != nullptr;
+    }
+
+    void callOnce(uint32_t id, std::minstd_rand& random) {
+        const auto upTo = [&random](uint32_t count) { return static_cast<uint32_t>(random() >> 8) % count; };
+        const uint32_t newest = mNewest += upTo(256) == 0;
+        const uint32_t frame = upTo(16) == 0 ? 0 : newest - upTo(14);
+        const Place at{upTo(2), 1 + static_cast<int>(upTo(2)), frame, mTags - 1 - upTo(std::min(mTags, 16u))};
+        const auto& [cam, pipe, unused, tag] = at;
+        Value got(tag);
+        Value given(at, ++mCalls);
+        const uint32_t what = upTo(1024);
+        if (what < 250) {
+            checkGet(getPsParam(cam, pipe, what < 5 ? THE_LAST : frame, tag, got.words.data()), at, got);
+        } else if (what < 450) {
+            checkDone(setPsParam(cam, pipe, frame, tag, given.words.data()));
+        } else if (what < 700) {
+            checkDone(setPsParamSyn(cam, pipe, frame, tag, given.words.data()));
+        } else if (what < 730) {
+            const uint32_t result = getPsParamSynTimeout(cam, pipe, frame, tag, got.words.data(), 1 + upTo(2));
+            checkSynchronousGet(result, at, got);
+        } else if (what == 730) {
+            checkSynchronousGet(getPsParamSyn(cam, pipe, frame, tag, got.words.data()), at, got);
+        } else if (what < 750) {
+            checkDone(erasePs(cam, pipe, what == 731 ? THE_LAST : newest));
+        } else if (what < 850) {
+            useMetadata(id, newest);
+            ParamSet::getMetadata(cam, frame);
+        } else if (what < 860) {
+            __atomic_store_n(&zarn::ps_log_tag, static_cast<int>(tag), __ATOMIC_RELAXED);
+        } else {
+            const uint32_t result = ioctrlOutsidePsParam(cam, 0x8004, 0, nullptr, nullptr);
+            EXPECT_TRUE(result == 100 + cam || (result == PS_NO_DATA && !mStoreStays)) << result;
+        }
+    }
+
+    bool checkDone(uint32_t result) {
+        mNoStore += result == PS_NO_DATA;
+        EXPECT_TRUE(result == PS_OK || (result == PS_NO_DATA && !mStoreStays)) << "result " << result;
+        return result == PS_OK;
+    }
+
+    void checkGet(uint32_t result, const Place& at, const Value& got) {
+        const bool wasAnswered = checkDone(result);
+        const bool isValue = got.isUnwritten() || got.isOf(at, 0, mNewest);
+        EXPECT_TRUE(wasAnswered ? isValue : got.isUntouched()) << "frame " << at.frame << " tag " << at.tag;
+    }
+
+    // Its code does not say whether bytes were copied: a frame that was erased and made again meanwhile copies nothing.
+    void checkSynchronousGet(uint32_t result, const Place& at, const Value& got) {
+        const uint32_t done = result == PS_NOT_OF_FRAME || result == PS_TIMED_OUT ? PS_OK : result;
+        if (done != PS_OK || result == PS_NOT_OF_FRAME || at.frame == 0) return checkGet(done, at, got);
+        EXPECT_TRUE(got.isUntouched() || got.isOf(at, at.frame, at.frame)) << "frame " << at.frame << " tag " << at.tag;
+    }
+
+    // Nobody else stores metadata of this camera, or erases its pipe 0.
+    void useMetadata(uint32_t cam, uint32_t frame) {
+        camera_metadata* mine = host::makeMetadata(&frame, sizeof frame);
+        checkDone(ParamSet::setMetadata(cam, frame, mine));
+        free_camera_metadata(mine);
+        camera_metadata* found = ParamSet::getMetadata(cam, frame);
+        if (mStoreStays) {
+            EXPECT_EQ(std::memcmp(host::metadataBytes(found), &frame, sizeof frame), 0);
+        }
+        if (frame % 4 == 0) checkDone(erasePs(cam, 0, frame));
+    }
+
+    uint32_t mTags = 0;  // tags 0 to here are registered; changed between phases only
+    pthread_barrier_t mPhase;
+    std::atomic<uint32_t> mNewest{100};
+};
+
+TEST_F(Threads, EveryValueProvesItself) {
+    createStore();
+    const auto end = steady_clock::now() + seconds(environmentOr("PARAMSET_STRESS_SECONDS", 2));
+    workUntil([&] { return steady_clock::now() >= end; });
+    EXPECT_EQ(mNoStore, 0u);
+    std::cout << mCalls << " calls\n";
+}
+
+// Once as fast as it goes, once with every frame counted.
+TEST_F(Threads, CallsAnswerFromAWholeStoreOrSayThatThereIsNone) {
+    mStoreStays = false;
+    const int stores = environmentOr("PARAMSET_STRESS_STORES", 1000);
+    for (const int level : {0, 5}) {
+        host::setLogLevel(level);
+        std::atomic<int> ended{0};
+        std::thread recreating([&] {
+            for (; ended < stores; ++ended) {
+                createStore();
+                if (ended % 2 == 0) std::this_thread::yield();
+                ParamSet::destroyInstance();
+            }
+        });
+        workUntil([&] { return ended == stores; });
+        recreating.join();
+        EXPECT_GT(mNoStore.exchange(0), 0u) << "no call met the time without a store";
+    }
+    EXPECT_GE(mFramesMade, 70 * stores);
+    EXPECT_EQ(mFramesMade, mFramesDeleted);
+}
+
+class Waiters : public StoreTest {
+protected:
+    void SetUp() override {
+        StoreTest::SetUp();
+        registerPsDynamicParam(kTag, 4, 0, "tag", "uint32_t");
+        set(0, 1);
+        set(10, 10);
+    }
+};
+
+// Each way to end the waits ends all of those on one record at once.
+TEST_F(Waiters, AllOnOneRecordEndTogether) {
+    const struct {
+        const char* name;
+        void (*end)();
+        Got ofFrame;
+        Got ofFrame0;
+    } endings[] = {
+        {"delivery", [] { deliver(15, 150), deliver(0, 2); }, {PS_OK, 150}, {PS_OK, 2}},
+        {"erase", [] { erasePs(kCam, kPipe, 30), deliver(0, 10); }, {PS_NOT_OF_FRAME, 10}, {PS_OK, 10}},
+        {"erase all", [] { erasePs(kCam, kPipe, THE_LAST); }, {PS_NOT_OF_FRAME, 10}, {PS_OK, 10}},
+    };
+    for (const auto& [name, end, ofFrame, ofFrame0] : endings) {
+        SetUp();
+        std::deque<WaitingGet> waiters;
+        for (int i = 0; i < 24; ++i) waiters.emplace_back(i % 2 == 0 ? 15 : 0, kTag, kForever);
+        end();
+        for (size_t i = 0; i < 24; ++i) EXPECT_EQ(waiters[i].finish(), i % 2 == 0 ? ofFrame : ofFrame0) << name;
+        EXPECT_EQ(countLogged("wait timeout"), 0u);
+    }
+}
+
+// A store that was let go is out of reach of deliveries: its waiters wait out their time, and the last one ends it.
+TEST_F(Waiters, OutliveTheStoreThatWasLetGo) {
+    WaitingGet first(15, kTag, 1000);
+    WaitingGet second(0, kTag, 1500);
+    takeLog();
+    ParamSet::destroyInstance();
+    EXPECT_EQ(deliver(15, 150), PS_NO_DATA);
+    ParamSet::createInstance();
+    EXPECT_EQ(deliver(15, 150), PS_OK);
+    EXPECT_EQ(countLogged("~ParamFrame"), 0u) << "no frame goes while its store is waited in";
+    EXPECT_EQ(first.finish(), (Got{PS_NOT_OF_FRAME, 10}));
+    EXPECT_EQ(second.finish(), (Got{PS_TIMED_OUT, 1}));
+    EXPECT_EQ(countLogged("~ParamFrame"), 72u);
+    EXPECT_EQ(get(15), 150u);
+}
+
+TEST_F(Waiters, WaitTheirTimeAndNotMuchLonger) {
+    std::vector<std::thread> threads;
+    for (const uint32_t timeout : {1u, 3u, 10u, 50u, 200u, 1000u, 3000u}) {
+        threads.emplace_back([timeout] {
+            const auto start = steady_clock::now();
+            EXPECT_EQ(getSyn(20 + timeout, kTag, timeout), (Got{PS_NOT_OF_FRAME, 10}));
+            EXPECT_GE(steady_clock::now() - start, milliseconds(timeout));
+            EXPECT_LT(steady_clock::now() - start, milliseconds(timeout) + seconds(20)) << "time-out " << timeout;
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+}
+
+}  // namespace
