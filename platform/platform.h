@@ -24,6 +24,11 @@ void free_camera_metadata(camera_metadata* metadata);
 extern int pipeline_log_greatest;
 }
 
+#ifdef PARAMSET_STACK_LOG_HEADER
+// The camera stack's own log facility, as its header declares it.
+#include PARAMSET_STACK_LOG_HEADER
+#else
+
 /// Levels of the pipeline log facility.
 enum pipeline_loglevel {
     PIPELINE_LOG_ERROR = 1,
@@ -38,8 +43,8 @@ class LogMessage {
 public:
     LogMessage(const char* module, pipeline_loglevel level) : mModule(module), mLevel(level) {}
 
-    /// Prints the line.
-    void __print_log_(const char* format, ...) const __attribute__((cold, format(printf, 2, 3)));
+    /// Prints the line. It must not throw: the store calls it with its mutex held.
+    void __print_log_(const char* format, ...) const noexcept __attribute__((cold, format(printf, 2, 3)));
 
 private:
     const char* mModule;
@@ -49,5 +54,7 @@ private:
 inline LogMessage _log(const char* module, pipeline_loglevel level) {
     return LogMessage(module, level);
 }
+
+#endif  // PARAMSET_STACK_LOG_HEADER
 
 #endif  // PARAMSET_PLATFORM_H

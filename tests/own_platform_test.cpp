@@ -38,7 +38,7 @@ void free_camera_metadata(camera_metadata* metadata) {
     delete metadata;
 }
 
-void LogMessage::__print_log_(const char* format, ...) const {
+void LogMessage::__print_log_(const char* format, ...) const noexcept {
     char text[200];
     va_list arguments;
     va_start(arguments, format);

@@ -145,7 +145,7 @@ void host::setLogSink(LogSink sink, void* context) {
     gSinkContext = context;
 }
 
-void LogMessage::__print_log_(const char* format, ...) const {
+void LogMessage::__print_log_(const char* format, ...) const noexcept {
     if (mLevel < PIPELINE_LOG_ERROR || mLevel > PIPELINE_LOG_VERBOSE || mLevel > host::logLevel()) {
         return;
     }

@@ -1,0 +1,7 @@
+/* For the linker alone: the symbol of the device's libcutils that the library calls. */
+
+int property_get(void);
+
+int property_get(void) {
+    return 0;
+}
