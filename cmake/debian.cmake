@@ -1,0 +1,40 @@
+# `cpack` in a build folder makes the Debian packages.
+
+set(CPACK_PACKAGE_CONTACT "paramset developers <paramset@invalid>" CACHE STRING "Maintainer of the packages")
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "parameter store of a camera pipeline")
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_COMPONENTS_ALL runtime development)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libparamset${PROJECT_VERSION_MAJOR})
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/debian/triggers)
+set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "The shared library, and the stand-ins for a device's platform that it runs on.")
+
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libparamset-dev)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME} (= ${PROJECT_VERSION})")
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "The headers, and what CMake and pkg-config need to find the library.")
+
+# What a Debian package has beside; `cmake --install` leaves it out.
+string(TIMESTAMP package_date "%a, %d %b %Y %H:%M:%S +0000" UTC)
+configure_file(cmake/debian/changelog.in debian/changelog @ONLY)
+execute_process(COMMAND gzip --best --no-name --force debian/changelog
+    WORKING_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR} COMMAND_ERROR_IS_FATAL ANY)
+foreach(component RUNTIME DEVELOPMENT)
+    set(package ${CPACK_DEBIAN_${component}_PACKAGE_NAME})
+    string(TOLOWER ${component} component)
+    install(FILES cmake/debian/copyright ${CMAKE_CURRENT_BINARY_DIR}/debian/changelog.gz
+        DESTINATION share/doc/${package} COMPONENT ${component} EXCLUDE_FROM_ALL)
+    install(FILES cmake/debian/overrides.${component} RENAME ${package}
+        DESTINATION share/lintian/overrides COMPONENT ${component} EXCLUDE_FROM_ALL)
+endforeach()
+
+include(CPack)

@@ -1,0 +1,8 @@
+# GoogleTest from Debian's sources: built like the tests, for whatever standard library, architecture or sanitizer.
+include(GoogleTest)
+
+set(INSTALL_GTEST OFF)
+set(CMAKE_WARN_DEPRECATED OFF)
+add_subdirectory(/usr/src/googletest/googletest ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL)
+target_compile_options(gtest PRIVATE -w)
+target_compile_options(gtest_main PRIVATE -w)

@@ -1,0 +1,37 @@
+# What an installation holds, and the two Debian packages of it: runtime and development.
+
+include(CMakePackageConfigHelpers)
+
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/paramset)
+set(pkgconfig_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+set(installed_targets paramset)
+set(pkgconfig_requires "")
+install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
+
+if(PARAMSET_PLATFORM STREQUAL "host")
+    # The library needs it to run, and a program on a host may want to steer it.
+    list(APPEND installed_targets paramset_host)
+    set(pkgconfig_requires "paramset_host = ${PROJECT_VERSION}")
+    install(FILES platform/platform.h
+        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/paramset/platform COMPONENT development)
+    install(FILES platform/host/host_platform.h
+        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/paramset/platform/host COMPONENT development)
+endif()
+
+install(TARGETS ${installed_targets} EXPORT paramset
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development)
+install(EXPORT paramset
+    FILE paramset-config.cmake NAMESPACE paramset:: DESTINATION ${package_dir} COMPONENT development)
+write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/paramset-config-version.cmake
+    COMPATIBILITY SameMajorVersion)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/paramset-config-version.cmake
+    DESTINATION ${package_dir} COMPONENT development)
+
+# The installed folder may be moved, or chosen when it is installed: its files find it from where they lie.
+file(RELATIVE_PATH prefix_from_pkgconfig /usr/${pkgconfig_dir} /usr)
+foreach(name ${installed_targets})
+    configure_file(cmake/${name}.pc.in ${name}.pc @ONLY)
+    install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc DESTINATION ${pkgconfig_dir} COMPONENT development)
+endforeach()
+
+include(cmake/debian.cmake)

@@ -1,0 +1,31 @@
+# The library as others see it: its symbols, its binary interface, its installation and its packages. A sanitizer adds
+# to all of them.
+if(PARAMSET_SANITIZE)
+    return()
+endif()
+
+set(exports ${PROJECT_SOURCE_DIR}/abi/exports.txt)
+add_test(NAME abi_exports
+    COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/abi_exports_test.sh ${CMAKE_NM} $<TARGET_FILE:paramset> ${exports})
+if(TARGET paramset_on_liblog)
+    add_test(NAME abi_exports_on_liblog
+        COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/abi_exports_test.sh ${CMAKE_NM} $<TARGET_FILE:paramset_on_liblog> ${exports})
+endif()
+
+# The dumps are of what g++ makes with debug information.
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_BUILD_TYPE STREQUAL "RelWithDebInfo")
+    add_test(NAME abi_dump COMMAND ${PROJECT_SOURCE_DIR}/scripts/abi $<TARGET_FILE:paramset>)
+endif()
+
+if(CMAKE_CROSSCOMPILING)
+    return()
+endif()
+
+separate_arguments(cxx_flags UNIX_COMMAND "${CMAKE_CXX_FLAGS}")
+add_test(NAME install
+    COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/install_test/run.sh ${PROJECT_BINARY_DIR} ${PROJECT_VERSION}
+        ${CMAKE_C_COMPILER} ${CMAKE_CXX_COMPILER} ${cxx_flags})
+
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    add_test(NAME packages COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/install_test/packages.sh ${PROJECT_BINARY_DIR})
+endif()

@@ -1,0 +1,12 @@
+#!/usr/bin/env bash
+# Makes the Debian packages of a build and has lintian check them.
+# usage: packages.sh BUILD
+set -euo pipefail
+
+cd "$1"
+rm -rf packages
+cpack -B packages >/dev/null
+packages=(packages/*.deb)
+printf '%s\n' "${packages[@]}"
+((${#packages[@]} == 2))
+lintian --fail-on error,warning --allow-root "${packages[@]}"
