@@ -1,4 +1,5 @@
-/*
+/**
+ * @file
  * paramset: the parameter store of a camera pipeline.
  *
  * One process-wide store of typed values, keyed by camera, pipe, frame id and tag. A module registers a tag once;
@@ -39,6 +40,7 @@
 
 #include <stdint.h>
 
+/** Marks what the library exports. */
 #if defined(__GNUC__)
 #define PARAMSET_API __attribute__((visibility("default")))
 #else
@@ -361,7 +363,7 @@ struct tag_info_t {
  * store. Entries are only added. Insertions hold gRigisterMutex; readers take no lock, deliberately: see the top.
  */
 extern PARAMSET_API std::map<uint32_t, tag_info_t> gTagInfo;
-extern PARAMSET_API std::mutex gRigisterMutex;
+extern PARAMSET_API std::mutex gRigisterMutex;  ///< held by insertions alone
 
 /**
  * Log switches, read from the properties "persist.vendor.cam.log.ps", ".tag" and ".erase" when a store is built; 0 when
@@ -374,10 +376,10 @@ extern PARAMSET_API int ps_log_erase;  ///< nonzero traces every explicit erase
 
 /** Where a synchronous get and a synchronous set of one tag in one frame meet. */
 struct FrameStatus {
-    uint32_t mFrameID = 0;  ///< frame id of the last get that began to wait here; stays 0 in frame 0
-    int32_t mState = 0;     ///< 0: nothing yet; 1: delivered; 2: waited for. Guarded by the store's mutex
-    std::condition_variable mCond;
-    std::mutex mMutex;  ///< held by a waiting get alone, around its timed wait; a set never takes it
+    uint32_t mFrameID = 0;          ///< frame id of the last get that began to wait here; stays 0 in frame 0
+    int32_t mState = 0;             ///< 0: nothing yet; 1: delivered; 2: waited for. Guarded by the store's mutex
+    std::condition_variable mCond;  ///< notified by a synchronous set and by an erase
+    std::mutex mMutex;              ///< held by a waiting get alone, around its timed wait; a set never takes it
 };
 
 /**
@@ -445,8 +447,8 @@ struct pipe_elem {
 
 /** One camera. */
 struct cam_elem {
-    pipe_elem mPipe[MAX_PIPE_NUM];
-    void* mHandle[7];  ///< the external processor's handles; not owned
+    pipe_elem mPipe[MAX_PIPE_NUM];  ///< by pipe index
+    void* mHandle[7];               ///< the external processor's handles; not owned
 };
 
 /**
@@ -491,12 +493,18 @@ public:
     /** Copies the registry into @p out, replacing what it holds. Takes no lock: set-up only. Logs nothing. */
     PARAMSET_API static void getTagInfo(std::map<uint32_t, tag_info_t>& out);
 
+    /** See getPsParam. */
     PARAMSET_API static uint32_t getParam(uint32_t cam, int pipe, uint32_t frame, uint32_t tag, void* data);
+    /** See setPsParam. */
     PARAMSET_API static uint32_t setParam(uint32_t cam, int pipe, uint32_t frame, uint32_t tag, void* data);
+    /** See getPsParamSyn. */
     PARAMSET_API static uint32_t getParamSyn(uint32_t cam, int pipe, uint32_t frame, uint32_t tag, void* data);
+    /** See getPsParamSynTimeout. */
     PARAMSET_API static uint32_t getParamSynTimeout(uint32_t cam, int pipe, uint32_t frame, uint32_t tag, void* data,
                                                     uint32_t timeout);
+    /** See setPsParamSyn. */
     PARAMSET_API static uint32_t setParamSyn(uint32_t cam, int pipe, uint32_t frame, uint32_t tag, void* data);
+    /** See erasePs. */
     PARAMSET_API static uint32_t erase(uint32_t camID, int pipe, uint32_t frameID);
 
     /**

@@ -1,0 +1,280 @@
+// pslog, on logs that the store writes here, in every format that it reads, and on such logs damaged.
+
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <pugixml.hpp>
+#include <random>
+#include <sstream>
+
+#include "frame_story.h"
+#include "summary.h"
+#include "tests/store_fixture.h"
+#include "timeline.h"
+
+namespace {
+
+constexpr uint32_t AE = 17;
+constexpr uint32_t LUT = 18;
+
+enum class Format { HOST, BRIEF, TIME, THREADTIME };
+const Format FORMATS[] = {Format::HOST, Format::BRIEF, Format::TIME, Format::THREADTIME};
+
+struct LogLine {
+    int level;
+    unsigned thread;
+    std::string message;
+};
+
+std::string written(const LogLine& line, Format format, size_t index) {
+    const char letter = "EWIDV"[line.level - 1];
+    char start[80];
+    const auto second = static_cast<unsigned>(index / 1000), ms = static_cast<unsigned>(index % 1000);
+    switch (format) {
+        case Format::HOST: std::snprintf(start, sizeof start, "%c ParamSet: ", letter); break;
+        case Format::BRIEF: std::snprintf(start, sizeof start, "%c/ParamSet(  812): ", letter); break;
+        case Format::TIME:
+            std::snprintf(start, sizeof start, "11-21 10:00:%02u.%03u %c/ParamSet(  812): ", second, ms, letter);
+            break;
+        case Format::THREADTIME:
+            std::snprintf(start, sizeof start, "11-21 10:00:%02u.%03u   812 %5u %c ParamSet: ", second, ms, line.thread,
+                          letter);
+    }
+    return start + line.message;
+}
+
+std::string printed(const std::function<void(std::FILE*)>& print) {
+    char* text = nullptr;
+    size_t size = 0;
+    std::FILE* out = open_memstream(&text, &size);
+    print(out);
+    std::fclose(out);
+    const std::string result(text, size);
+    free(text);
+    return result;
+}
+
+class PslogTest : public StoreTest {
+protected:
+    void SetUp() override {
+        StoreTest::SetUp();
+        host::setLogSink(
+            [](void* self, pipeline_loglevel level, const char*, const char* message) {
+                auto* test = static_cast<PslogTest*>(self);
+                test->mLines.push_back({level, static_cast<unsigned>(syscall(SYS_gettid)), message});
+            },
+            this);
+        registerPsDynamicParam(AE, 4, 0, "aeResult", "int");
+        registerPsQueueParam(LUT, 4, 2, "<lut> & \"co\"", "int", 7);
+    }
+
+    std::string log(Format format) const {
+        std::string text;
+        for (size_t i = 0; i < mLines.size(); ++i) text += written(mLines[i], format, i) + "\n";
+        return text;
+    }
+
+    pslog::Count read(const std::string& text, pslog::Interpreter& interpreter) const {
+        const std::string name = ::testing::TempDir() + "pslog_test." + std::to_string(getpid());
+        std::ofstream(name) << text;
+        const pslog::Count count = pslog::readLog(name, interpreter);
+        unlink(name.c_str());
+        return count;
+    }
+
+    std::string summaryOf(const std::string& text) const {
+        pslog::Summary summary;
+        pslog::Interpreter interpreter(summary);
+        const pslog::Count count = read(text, interpreter);
+        return printed([&](std::FILE* out) { summary.print(out, interpreter, count); });
+    }
+
+    std::string storyOf(uint32_t frame, Format format) const {
+        pslog::FrameStory story(kCam, kPipe, frame);
+        pslog::Interpreter interpreter(story);
+        read(log(format), interpreter);
+        return printed([&](std::FILE* out) { story.print(out, interpreter); });
+    }
+
+    // Everything that the summary tells of, a known number of times.
+    void runStory() {
+        for (uint32_t frame = 1; frame <= 12; ++frame) {
+            set(frame, frame, AE);
+            set(frame, frame, LUT);
+        }
+        for (const uint32_t frame : {12u, 11u, 14u, 19u, 0u}) get(frame, AE);
+        erasePs(kCam, kPipe, 14);
+        get(6, AE);
+        get(8, AE);
+        set(7, 1, AE);
+        WaitingGet waiting(20, AE, 60000);
+        deliver(20, 5, AE);
+        waiting.finish();
+        for (const uint32_t timeout : {3u, 5u}) getSyn(21, AE, timeout);
+        uint32_t value = 0;
+        getPsParam(kCam, kPipe, 12, 99, &value);
+        getPsParam(kCam, 14, 12, AE, &value);
+        setPsParam(5, kPipe, 12, AE, &value);
+        setPsParam(kCam, kPipe, THE_LAST, AE, &value);
+    }
+
+    std::vector<LogLine> mLines;
+};
+
+bool has(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+}  // namespace
+
+TEST_F(PslogTest, CountsTheSameInEveryFormat) {
+    runStory();
+    for (const Format format : FORMATS) {
+        const std::string text = summaryOf("noise\n" + log(format) + "I Other: 12, f: E\n\n");
+        SCOPED_TRACE(text);
+        EXPECT_TRUE(has(text, " of the store, 3 of others, 0 damaged\n"));
+        EXPECT_EQ(has(text, "no thread ids"), format != Format::THREADTIME);
+        // 10 gets: of 12, 11 and the one that was woken; 14, 19 and twice 21, 2, 7, 1 and 1 back; 0, 6 and 8.
+        EXPECT_TRUE(has(text,
+                        "  0    2    17 aeResult           4     15     10       3       4       3      1    7  "
+                        "     3 "));
+        EXPECT_TRUE(has(text, "      2      0      8\n")) << "two time-outs, eight erased values";
+        EXPECT_TRUE(has(text,
+                        "  0    2    18 <lut> & \"co\"       4     12      0       0       0       0      -    - "
+                        "      0   -    -    -      0      0      5\n"));
+        EXPECT_TRUE(has(text, "tag 17 aeResult: retain 6, needed 9: register with 9  (2 reads, 1 writes)\n"));
+        EXPECT_TRUE(has(text, "      1  camera 0 pipe 2 tag 99 -: tag not registered\n"));
+        EXPECT_TRUE(has(text, "      1  camera 0 pipe 14 tag 17 aeResult: pipe out of limit\n"));
+        EXPECT_TRUE(has(text, "      1  camera 5 pipe - tag 17 aeResult: camera out of limit\n"));
+    }
+}
+
+TEST_F(PslogTest, NamesTheRetainNumberThatWouldHaveServed) {
+    const auto erasedReads = [](uint32_t tag) {
+        for (uint32_t frame = 1; frame <= 30; ++frame) set(frame, frame, tag);
+        erasePs(kCam, kPipe, 30);
+        return get(18, tag);
+    };
+    EXPECT_NE(erasedReads(AE), 18u);
+    ASSERT_TRUE(has(summaryOf(log(Format::HOST)), "tag 17 aeResult: retain 6, needed 13: register with 13  (1 reads"));
+    registerPsDynamicParamWithExtendingLife(AE + 100, 4, 0, "ae2", "int", 13);
+    EXPECT_EQ(erasedReads(AE + 100), 18u) << "the number that was named does not serve";
+}
+
+TEST_F(PslogTest, TellsWhatHappenedToAFrameInTimeOrder) {
+    runStory();
+    std::string story = storyOf(20, Format::THREADTIME);
+    const size_t asks = story.find("asks for tag 17 aeResult, ready to wait");
+    const size_t delivered = story.find("delivered tag 17 aeResult, a new checkpoint; wakes who waits for it");
+    const size_t got = story.find("got tag 17 aeResult, answered by the frame itself");
+    EXPECT_TRUE(asks < delivered && delivered < got && got != std::string::npos) << story;
+    EXPECT_TRUE(has(story, "answers the get of tag 17 aeResult for frame 21")) << story;
+    EXPECT_TRUE(has(story, " thread " + std::to_string(getpid()))) << story;
+    story = storyOf(21, Format::HOST);
+    EXPECT_TRUE(has(story, " ms for tag 17 aeResult, and timed out\n")) << story;
+    EXPECT_TRUE(has(story, "got tag 17 aeResult, answered by frame 20, 1 back")) << story;
+    story = storyOf(8, Format::HOST);
+    EXPECT_TRUE(has(story, "aeResult is erased by the erase of frame 14; frame 0 gets the value of frame 8")) << story;
+    EXPECT_TRUE(has(story, "asked for tag 17 aeResult after its erasure up to frame 8: a retain number of 7")) << story;
+    EXPECT_TRUE(has(storyOf(2, Format::HOST), "co\" is erased, to make room for the value of frame 9"));
+    EXPECT_FALSE(has(storyOf(99, Format::HOST), "line"));
+}
+
+TEST_F(PslogTest, PutsLinesPrintedWithoutTheStoresMutexToTheirOwnCalls) {
+    const std::string text = summaryOf(
+        "V ParamSet: 1, getParamInternal: E cam 0 pipe 2 frame 9 tag 17 erasePoint:0\n"
+        "V ParamSet: 2, _setParamSyn: camID: 0, pipe: 2, frameID: 10, tag: 17,\n"
+        "D ParamSet: 3, operator(): cam 0 pipe 2 sof 3 tag 18, wait: 12.000000 ms.\n"
+        "V ParamSet: 4, permiProc: cam 0 pipe 2 tag 17 destID 9 relatedID:4\n"
+        "W ParamSet: 5, operator(): cam 0 pipe 2 sof 3 tag 18, wait timeout\n"
+        "V ParamSet: 6, _getParam: success  camID: 0, pipe: 2, frameID: 9, tag: "
+        "17,intrData:0x1,extrData:0x2,tagSize:4\n"
+        "V ParamSet: 7, _getParamSyn: camID: 0, pipe: 2, frameID: 11, tag: 18,\n"
+        "W ParamSet: 8, preproc: frameID 11 <= Erased 12, lut need life >= 8\n"
+        "W ParamSet: 9, preproc: frameID 11 <= Erased 13, ae need life >= 9\n"
+        "V ParamSet: 9, _setParamSyn: success camID: 0, pipe: 2, frameID: 11, tag: 17,intrData:0x1,extrData:0x2,"
+        "tagSize:4\n"
+        "W ParamSet: 9, getParamInternal: frameID 1 <= Erased 2, other need life >= 8\n");
+    SCOPED_TRACE(text);
+    EXPECT_TRUE(has(text, "   17 -                  -      1      1       0       1       0      5    5"));
+    EXPECT_TRUE(has(text, "    1  12   12   12      1      0"));
+    EXPECT_TRUE(has(text, "lut: retain -, needed 8: register with 8  (1 reads, 0 writes)"));
+    EXPECT_TRUE(has(text, "ae: (0 reads, 1 writes)"));
+    EXPECT_TRUE(has(text, "needed 8: register with 8  (0 reads, 0 writes, 1 of which the log does not say which)"));
+}
+
+TEST_F(PslogTest, CountsWhatItCannotUseAndGoesOn) {
+    runStory();
+    const std::string whole = log(Format::THREADTIME);
+    std::mt19937 random(4711);
+    const auto below = [&random](size_t limit) { return std::uniform_int_distribution<size_t>(0, limit - 1)(random); };
+    for (int round = 0; round < 60; ++round) {
+        std::string damaged = whole;
+        for (int i = 0; i < 40; ++i) damaged[below(damaged.size())] = static_cast<char>(below(256));
+        for (int i = 0; i < 10; ++i) damaged.erase(below(damaged.size() - 200), below(200));
+        for (int i = 0; i < 10; ++i) damaged.insert(below(damaged.size()), whole, below(whole.size()), below(300));
+        pslog::Timeline timeline(5, 100);
+        pslog::Interpreter interpreter(timeline);
+        const pslog::Count count = read(damaged, interpreter);
+        const auto lines =
+            static_cast<uint64_t>(std::count(damaged.begin(), damaged.end(), '\n')) + (damaged.back() != '\n');
+        ASSERT_EQ(count.lines, lines);
+        ASSERT_EQ(count.used + count.others + count.damaged, lines);
+        ASSERT_GT(count.damaged, 0u);
+        std::ostringstream svg, trace;
+        pslog::writeSvg(svg, timeline, interpreter);
+        pslog::writeTrace(trace, timeline, interpreter);
+        ASSERT_TRUE(nlohmann::json::accept(trace.str()));
+    }
+    // A cut line is no other message, and one that is longer than memory is passed over.
+    const std::string line = "V ParamSet: 4, permiProc: cam 0 pipe 2 tag 17 destID 9 relatedID:4";
+    for (size_t size = 13; size + 1 < line.size(); ++size) {
+        ASSERT_TRUE(has(summaryOf(line.substr(0, size) + "\n"), "0 of the store, 0 of others, 1 damaged")) << size;
+    }
+    EXPECT_TRUE(has(summaryOf(std::string(3 << 20, 'x') + "\r\n" + line + "\r\n" + line),
+                    "3 lines: 2 of the store, 1 of others, 0 damaged\n"));
+    pslog::Summary summary;
+    pslog::Interpreter interpreter(summary);
+    EXPECT_THROW(pslog::readLog("/nowhere/to/be/found", interpreter), std::system_error);
+}
+
+TEST_F(PslogTest, DrawsEveryWaitOfTheNewestFrames) {
+    runStory();
+    deliver(22, 1, LUT);
+    pslog::Timeline timeline(3, THE_LAST);
+    pslog::Interpreter interpreter(timeline);
+    read(log(Format::HOST), interpreter);
+    std::ostringstream svg, trace;
+    pslog::writeSvg(svg, timeline, interpreter);
+    pslog::writeTrace(trace, timeline, interpreter);
+
+    pugi::xml_document picture;
+    ASSERT_TRUE(picture.load_string(svg.str().c_str())) << "not well-formed";
+    std::multiset<std::string> titles;
+    for (const auto& title : picture.select_nodes("//title")) titles.insert(title.node().text().get());
+    const auto starting = [&titles](const std::string& start) {
+        return std::count_if(titles.begin(), titles.end(), [&](const auto& t) { return t.rfind(start, 0) == 0; });
+    };
+    EXPECT_EQ(starting("frame 20: wait"), 1);
+    EXPECT_EQ(starting("frame 21: wait that timed out"), 2);
+    EXPECT_EQ(starting("frame 21: read answered by an earlier frame, 20"), 2);
+    EXPECT_EQ(starting("frame 21: value set"), 1) << "of the set of the newest frame";
+    EXPECT_EQ(starting("frame 22: value set"), 1);
+    EXPECT_EQ(starting("frame 12"), 0) << "older than the newest three";
+    EXPECT_TRUE(has(svg.str(), "&lt;lut> &amp; \"co\"") || has(svg.str(), "&lt;lut&gt; &amp; \"co\"")) << svg.str();
+
+    const auto events = nlohmann::json::parse(trace.str())["traceEvents"];
+    const auto having = [&events](const char* key, const char* value) {
+        return std::count_if(events.begin(), events.end(), [&](const auto& e) { return e.value(key, "") == value; });
+    };
+    EXPECT_EQ(having("ph", "X"), having("cat", "wait") + having("cat", "time-out"));
+    EXPECT_EQ(having("cat", "time-out"), 2);
+    for (const auto& event : events) {
+        if (event["ph"] != "X" || event["cat"] != "time-out") continue;
+        EXPECT_GE(event["dur"], 3000);
+    }
+}

@@ -1,0 +1,43 @@
+// How often each number came: exact up to 1023, within a thousandth beyond, so that memory does not grow with the log.
+
+#ifndef PSLOG_HISTOGRAM_H
+#define PSLOG_HISTOGRAM_H
+
+#include <algorithm>
+#include <cstdint>
+#include <map>
+
+namespace pslog {
+
+class Histogram {
+public:
+    void add(int64_t value) {
+        mGreatest = std::max(mGreatest, value);
+        ++mCount;
+        int shift = 0;
+        while (value >> shift >= 2048) ++shift;
+        ++mTimes[value >> shift << shift];
+    }
+
+    uint64_t count() const { return mCount; }
+    int64_t greatest() const { return mGreatest; }
+
+    /// The least number that this part of them is not above.
+    int64_t quantile(double part) const {
+        const double wanted = part * static_cast<double>(mCount);
+        uint64_t seen = 0;
+        for (const auto& [value, times] : mTimes) {
+            if (static_cast<double>(seen += times) >= wanted) return value;
+        }
+        return 0;
+    }
+
+private:
+    std::map<int64_t, uint64_t> mTimes;
+    uint64_t mCount = 0;
+    int64_t mGreatest = 0;
+};
+
+}  // namespace pslog
+
+#endif  // PSLOG_HISTOGRAM_H

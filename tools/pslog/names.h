@@ -1,0 +1,27 @@
+// What tags and times are called in what is printed.
+
+#ifndef PSLOG_NAMES_H
+#define PSLOG_NAMES_H
+
+#include <cstdint>
+#include <string>
+
+#include "interpreter.h"
+#include "paramset.h"
+
+namespace pslog {
+
+/// The tag's name; a dash if the log does not have its registration.
+inline std::string nameOf(int64_t tag, const Tags& tags) {
+    if (tag == METADATA_TAG) return "(metadata)";
+    const auto it = tags.find(tag);
+    return it == tags.end() || it->second.name.empty() ? "-" : it->second.name;
+}
+
+inline std::string labelOf(int64_t tag, const Tags& tags) {
+    return tag == METADATA_TAG ? "the metadata" : "tag " + std::to_string(tag) + " " + nameOf(tag, tags);
+}
+
+}  // namespace pslog
+
+#endif  // PSLOG_NAMES_H
