@@ -1,0 +1,50 @@
+// The parameter store, through its C functions, in the shared library as its users have it.
+
+#ifndef PARAMSET_BENCH_STORE_H
+#define PARAMSET_BENCH_STORE_H
+
+#include <string>
+
+#include "bench/contender.h"
+#include "paramset.h"
+
+namespace bench {
+
+class Store {
+public:
+    static constexpr char kName[] = "store";
+    static constexpr Abilities kAbilities{"yes", "yes, by count and by erase", "yes", "yes", "yes, in five levels"};
+
+    // The registry outlives a store: it is emptied, so that each shape finds its own tags alone.
+    Store(uint32_t tags, uint32_t size) {
+        zarn::gTagInfo.clear();
+        zarn::ParamSet::createInstance();
+        for (uint32_t tag = 0; tag < tags; ++tag) {
+            registerPsDynamicParam(id(tag), size, 0, ("tag" + std::to_string(tag)).c_str(), "bytes");
+        }
+    }
+    ~Store() { zarn::ParamSet::destroyInstance(); }
+    Store(const Store&) = delete;
+    Store& operator=(const Store&) = delete;
+
+    void set(uint32_t cam, uint32_t frame, uint32_t tag, const void* value) {
+        setPsParam(cam, kPipe, frame, id(tag), const_cast<void*>(value));
+    }
+    bool get(uint32_t cam, uint32_t frame, uint32_t tag, void* value) {
+        return getPsParam(cam, kPipe, frame, id(tag), value) == PS_OK;
+    }
+    void erase(uint32_t cam, uint32_t frame) { erasePs(cam, kPipe, frame); }
+    void deliver(uint32_t cam, uint32_t frame, uint32_t tag, const void* value) {
+        setPsParamSyn(cam, kPipe, frame, id(tag), const_cast<void*>(value));
+    }
+    bool await(uint32_t cam, uint32_t frame, uint32_t tag, void* value) {
+        return getPsParamSyn(cam, kPipe, frame, id(tag), value) == PS_OK;
+    }
+
+private:
+    static uint32_t id(uint32_t tag) { return 0x1000 + tag; }
+};
+
+}  // namespace bench
+
+#endif  // PARAMSET_BENCH_STORE_H

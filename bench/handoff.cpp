@@ -1,0 +1,113 @@
+#include "bench/handoff.h"
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstring>
+#include <mutex>
+#include <thread>
+
+#include "bench/contenders/store.h"
+#include "bench/workloads.h"
+
+namespace bench {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr uint32_t kSize = 16;
+constexpr std::chrono::microseconds kTimeToFallAsleep{60};
+constexpr double kLostNs = 20e6;  // a lost one takes the whole wait, 50 ms
+
+// The getter waits on the record's mutex and condition and retakes the big lock before it goes on; the setter notifies
+// under the big lock.
+class BareHandOff {
+public:
+    void await(uint32_t, void* value) {
+        std::unique_lock<std::mutex> big(mBig);
+        mWaiting = true;
+        big.unlock();
+        std::unique_lock<std::mutex> record(mRecord);
+        mCond.wait_for(record, std::chrono::milliseconds(DEFAULT_WAIT_MS));
+        big.lock();
+        std::memcpy(value, mValue, kSize);
+    }
+    void deliver(uint32_t, const void* value) {
+        const std::lock_guard<std::mutex> big(mBig);
+        if (mWaiting) mCond.notify_all();
+        mWaiting = false;
+        std::memcpy(mValue, value, kSize);
+    }
+
+private:
+    std::mutex mBig;
+    std::mutex mRecord;
+    std::condition_variable mCond;
+    bool mWaiting = false;
+    char mValue[kSize] = {};
+};
+
+// Each hand-off has a frame of its own.
+class StoreHandOff {
+public:
+    void await(uint32_t frame, void* value) {
+        if (frame > kLiveFrames) mStore.erase(kCam, frame - kEraseLag);
+        mStore.await(kCam, frame, 0, value);
+    }
+    void deliver(uint32_t frame, const void* value) { mStore.deliver(kCam, frame, 0, value); }
+
+private:
+    Store mStore{1, kSize};
+};
+
+// One thread waits for values, this one delivers each when the other has had time to fall asleep.
+template <class HandOff>
+void handOver(HandOff& by, uint32_t first, uint32_t count, std::vector<double>& times, uint32_t& lost) {
+    std::atomic<uint32_t> aboutToWait{0};
+    std::atomic<uint32_t> gotten{0};
+    std::atomic<int64_t> gottenAt{0};
+    const auto now = [] { return Clock::now().time_since_epoch().count(); };
+
+    std::thread getter([&] {
+        Value value(kSize);
+        for (uint32_t i = 1; i <= count; ++i) {
+            aboutToWait.store(i);
+            by.await(first + i, value.out());
+            gottenAt.store(now());
+            gotten.store(i);
+        }
+    });
+    Value value(kSize);
+    for (uint32_t i = 1; i <= count; ++i) {
+        while (aboutToWait.load() != i) std::this_thread::yield();
+        const auto asleepAt = Clock::now() + kTimeToFallAsleep;
+        while (Clock::now() < asleepAt) std::this_thread::yield();
+        const auto deliveredAt = now();
+        by.deliver(first + i, value.of(i, 0));
+        while (gotten.load() != i) std::this_thread::yield();
+        const auto spent = static_cast<double>(gottenAt.load() - deliveredAt);
+        if (spent < kLostNs) {
+            times.push_back(spent);
+        } else {
+            ++lost;
+        }
+    }
+    getter.join();
+}
+
+}  // namespace
+
+HandOffs measureHandOffs(uint32_t count) {
+    constexpr uint32_t kBlock = 50;
+    HandOffs result;
+    StoreHandOff store;
+    BareHandOff bare;
+    for (uint32_t done = 0; done < count; done += kBlock) {
+        handOver(store, done, kBlock, result.store, result.storeLost);
+        handOver(bare, done, kBlock, result.bare, result.bareLost);
+    }
+    return result;
+}
+
+}  // namespace bench

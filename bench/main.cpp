@@ -1,0 +1,262 @@
+// Runs all contenders through all workloads in one process, and the hand-offs after them. Takes Google Benchmark's
+// options, and of its own --all_shapes=0 (the shapes that have an aim alone), --handoffs=COUNT and
+// --handoffs_out=FILE. A benchmark is named workload/contender/tags/size[/...].
+
+#include <benchmark/benchmark.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "bench/contenders/any_frames.h"
+#include "bench/contenders/flat.h"
+#include "bench/contenders/maps.h"
+#include "bench/contenders/ordered_map.h"
+#include "bench/contenders/store.h"
+#if PARAMSET_BENCH_TBB
+#include "bench/contenders/concurrent_hash.h"
+#endif
+#if PARAMSET_BENCH_SQLITE
+#include "bench/contenders/sqlite.h"
+#endif
+#if PARAMSET_BENCH_LMDB
+#include "bench/contenders/lmdb.h"
+#endif
+#if PARAMSET_BENCH_TF2
+#include "bench/contenders/transform_buffer.h"
+#endif
+#include "bench/handoff.h"
+#include "bench/threads.h"
+#include "bench/workloads.h"
+#include "platform/host/host_platform.h"
+
+namespace bench {
+
+namespace {
+
+bool gAllShapes = true;
+
+std::string nameOf(const char* workload, const char* contender, Shape shape) {
+    return std::string(workload) + "/" + contender + "/" + std::to_string(shape.tags) + "/" +
+           std::to_string(shape.size);
+}
+
+template <class Run>
+void measureWhole(benchmark::State& state, Shape shape) {
+    Run run(shape);
+    if (!run.proves()) state.SkipWithError("wrong answer");
+    for (auto _ : state) run.step();
+}
+
+// The steps alone are timed, not what prepares each.
+template <class Run>
+void measureSteps(benchmark::State& state, Shape shape) {
+    using Clock = std::chrono::steady_clock;
+    Run run(shape);
+    if (!run.proves()) state.SkipWithError("wrong answer");
+    for (auto _ : state) {
+        run.prepare();
+        const Clock::time_point start = Clock::now();
+        run.step();
+        state.SetIterationTime(std::chrono::duration<double>(Clock::now() - start).count());
+    }
+}
+
+template <class Run>
+void addWhole(const char* workload, const char* contender, Shape shape) {
+    const auto run = [shape](benchmark::State& state) { measureWhole<Run>(state, shape); };
+    benchmark::RegisterBenchmark(nameOf(workload, contender, shape).c_str(), run);
+}
+
+template <class Run>
+void addSteps(const char* workload, const char* contender, Shape shape) {
+    const auto run = [shape](benchmark::State& state) { measureSteps<Run>(state, shape); };
+    benchmark::RegisterBenchmark(nameOf(workload, contender, shape).c_str(), run)->UseManualTime();
+}
+
+template <class Function>
+void forShapes(Function&& add, uint32_t mostBytes = UINT32_MAX) {
+    for (const uint32_t size : {16u, 1024u}) {
+        for (const uint32_t tags : {1u, 32u, 128u, 1024u}) {
+            if (!gAllShapes && (size != 16 || tags == 1)) continue;
+            if (tags * size <= mostBytes) add(Shape{tags, size});
+        }
+    }
+}
+
+// What all of them can do.
+template <class C>
+void addPlain() {
+    forShapes([](Shape shape) {
+        addWhole<GetOwn<C>>("a", C::kName, shape);
+        addWhole<GetAhead<C>>("b", C::kName, shape);
+        if constexpr (C::kAbilities.setsInPlace) addWhole<SetInPlace<C>>("d", C::kName, shape);
+        addWhole<Stream<C>>("e", C::kName, shape);
+        addWhole<Mix<C>>("i", C::kName, shape);
+    });
+}
+
+// Histories of hundreds of frames, where the values alone would fill half a gigabyte with the greatest shape.
+constexpr uint32_t kMostBytesOfLongHistory = 128 * 1024;
+
+template <class C>
+void addHistory() {
+    forShapes([](Shape shape) { addWhole<GetDeep<C>>("c", C::kName, shape); }, kMostBytesOfLongHistory);
+}
+
+template <class C>
+void addErase() {
+    forShapes([](Shape shape) { addSteps<EraseMany<C>>("h-16", C::kName, shape); });
+    const auto one = [](Shape shape) {
+        addSteps<EraseOne<C, 16>>("h-1of16", C::kName, shape);
+        addSteps<EraseOne<C, 200>>("h-1of200", C::kName, shape);
+        addSteps<EraseOne<C, 300>>("h-1of300", C::kName, shape);
+    };
+    forShapes(one, kMostBytesOfLongHistory);
+}
+
+template <class C>
+void addThreads() {
+    static constexpr Shape shape{128, 16};
+    const auto one = [](benchmark::State& state) { runThreads<C>(state, shape, true); };
+    const auto several = [](benchmark::State& state) { runThreads<C>(state, shape, false); };
+    for (const int threads : {1, 2, 4}) {
+        benchmark::RegisterBenchmark(nameOf("k-one", C::kName, shape).c_str(), one)->Threads(threads)->UseRealTime();
+        benchmark::RegisterBenchmark(nameOf("k-several", C::kName, shape).c_str(), several)
+            ->Threads(threads)
+            ->UseRealTime();
+    }
+}
+
+// What the standard table shows of a contender beside its figures.
+template <class C>
+void describe() {
+    constexpr Abilities can = C::kAbilities;
+    const std::string text = std::string(can.earlierFrame) + "|" + can.boundedHistory + "|" + can.blockingWait + "|" +
+                             can.eraseByFrame + "|" + can.messageTrail;
+    benchmark::AddCustomContext(std::string("abilities ") + C::kName, text);
+}
+
+template <class C>
+void addPeer() {
+    describe<C>();
+    addPlain<C>();
+    if (gAllShapes && C::kAbilities.keepsAll) addHistory<C>();
+}
+
+// The store and the floor of its own data members.
+template <class C>
+void addEqual() {
+    describe<C>();
+    addPlain<C>();
+    addHistory<C>();
+    addErase<C>();
+    addThreads<C>();
+    forShapes([](Shape shape) { addWhole<Deliver<C>>("f", C::kName, shape); });
+    addWhole<Create<C>>("l", C::kName, Shape{128, 16});
+}
+
+void addAll() {
+    addEqual<Store>();
+    addEqual<Maps>();
+    addPeer<Flat>();
+    addHistory<Flat>();
+    addThreads<Flat>();
+    addPeer<OrderedMap>();
+    addPeer<AnyFrames>();
+#if PARAMSET_BENCH_TBB
+    addPeer<ConcurrentHash>();
+    addThreads<ConcurrentHash>();
+#endif
+#if PARAMSET_BENCH_SQLITE
+    addPeer<Sqlite>();
+#endif
+#if PARAMSET_BENCH_LMDB
+    addPeer<Lmdb>();
+#endif
+#if PARAMSET_BENCH_TF2
+    addPeer<TransformBuffer>();
+#endif
+}
+
+// Its second thread makes reference counts atomic in the C library's eyes, as in any camera process.
+class IdleThread {
+public:
+    ~IdleThread() {
+        {
+            const std::lock_guard<std::mutex> lock(mMutex);
+            mDone = true;
+        }
+        mCond.notify_all();
+        mThread.join();
+    }
+
+private:
+    void wait() {
+        std::unique_lock<std::mutex> lock(mMutex);
+        mCond.wait(lock, [this] { return mDone; });
+    }
+
+    std::mutex mMutex;
+    std::condition_variable mCond;
+    bool mDone = false;
+    std::thread mThread{[this] { wait(); }};
+};
+
+void writeTimes(std::FILE* out, const char* name, const std::vector<double>& times, uint32_t lost) {
+    std::fprintf(out, "\"%s\": {\"lost\": %u, \"ns\": [", name, lost);
+    for (size_t i = 0; i < times.size(); ++i) std::fprintf(out, "%s%.0f", i == 0 ? "" : ", ", times[i]);
+    std::fprintf(out, "]}");
+}
+
+void writeHandOffs(const char* path, const HandOffs& handOffs) {
+    std::FILE* out = std::fopen(path, "w");
+    if (out == nullptr) {
+        std::perror(path);
+        std::exit(1);
+    }
+    std::fprintf(out, "{");
+    writeTimes(out, "store", handOffs.store, handOffs.storeLost);
+    std::fprintf(out, ", ");
+    writeTimes(out, "bare", handOffs.bare, handOffs.bareLost);
+    std::fprintf(out, "}\n");
+    std::fclose(out);
+}
+
+// The value of our own option, taken out of the arguments; null if it is not there.
+const char* takeOption(int& argc, char** argv, const char* prefix) {
+    for (int i = 1; i < argc; ++i) {
+        if (std::strncmp(argv[i], prefix, std::strlen(prefix)) != 0) continue;
+        const char* value = argv[i] + std::strlen(prefix);
+        for (--argc; i < argc; ++i) argv[i] = argv[i + 1];
+        return value;
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+}  // namespace bench
+
+int main(int argc, char** argv) {
+    const char* allShapes = bench::takeOption(argc, argv, "--all_shapes=");
+    const char* handOffs = bench::takeOption(argc, argv, "--handoffs=");
+    const char* handOffsOut = bench::takeOption(argc, argv, "--handoffs_out=");
+    bench::gAllShapes = allShapes == nullptr || std::strcmp(allShapes, "0") != 0;
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
+
+    const bench::IdleThread idle;
+    host::setLogLevel(0);
+    bench::addAll();
+    benchmark::RunSpecifiedBenchmarks();
+    if (handOffs != nullptr && handOffsOut != nullptr) {
+        bench::writeHandOffs(handOffsOut, bench::measureHandOffs(static_cast<uint32_t>(std::atoi(handOffs))));
+    }
+    benchmark::Shutdown();
+}

@@ -1,0 +1,149 @@
+#!/usr/bin/env python3
+"""Prints the table of a run's ratios and writes the Markdown report with its plots, into the folder of the run."""
+
+import subprocess
+import sys
+from pathlib import Path
+
+import plots
+from aims import floor_aim, further_aims
+from results import FLOOR, PER_TAG, STORE, WORKLOADS, Results
+
+ABILITIES = ("from an earlier frame", "bounded history", "blocking wait", "erase by frame", "message trail")
+
+
+def number(value):
+    """A ratio with as many decimals as tell something; empty if there is none."""
+    if value is None:
+        return ""
+    return f"{value:.2f}" if value < 10 else f"{value:.0f}"
+
+
+def verdict(measured, most):
+    if most is None or most == float("inf"):
+        return ["", ""]
+    return [f"{most:.2f}", "met" if measured <= most else "NOT MET"]
+
+
+def ratio_table(results):
+    others = [name for name in results.contenders if name not in (STORE, FLOOR)]
+    head = ["workload", "tags", "bytes", "threads", STORE, "aim", "", *others]
+    rows = []
+    for row in results.rows():
+        measured = results.ratio(row, STORE)
+        shape = [f"({row[0]})", *map(str, row[1:])]
+        peers = [number(results.ratio(row, name)) for name in others]
+        rows.append([*shape, number(measured), *verdict(measured, floor_aim(row)), *peers])
+    for aim in further_aims(results):
+        rows.append([aim.text, "", "", "", number(aim.measured), *verdict(aim.measured, aim.most)] + [""] * len(others))
+    return head, rows
+
+
+def time_table(results):
+    head = ["workload", "tags", "bytes", "threads", *results.contenders]
+    rows = []
+    for row in results.rows():
+        workload, *shape = row
+        times = (results.ns.get((workload, name, *shape)) for name in results.contenders)
+        rows.append([f"({workload})", *map(str, shape), *(f"{ns:.0f}" if ns else "" for ns in times)])
+    return head, rows
+
+
+def ability_table(results):
+    rows = [[name, *results.abilities[name]] for name in results.contenders if name in results.abilities]
+    return ["contender", *ABILITIES], rows
+
+
+def print_aligned(head, rows):
+    # A row of its own text may run over its column into the empty ones beside it.
+    widths = [max(len(row[i]) for row in [head, *rows] if i > 0 or row[1] or row is head) for i in range(len(head))]
+    for row in [head, *rows]:
+        first = row[0].ljust(sum(widths[:4]) + 6) if row[0] and not row[1] else None
+        cells = [cell.rjust(width) for cell, width in zip(row[4:], widths[4:])]
+        shape = [cell.rjust(width) for cell, width in zip(row[1:4], widths[1:4])]
+        print("  ".join([first, *cells] if first else [row[0].ljust(widths[0]), *shape, *cells]).rstrip())
+
+
+def markdown(head, rows):
+    lines = ["| " + " | ".join(cells) + " |" for cells in [head, ["---"] * len(head), *rows]]
+    return "\n".join(lines) + "\n"
+
+
+def cautions(results):
+    """What a reader of the table is to know first."""
+    lines = [f"{name} is left out: {package} is not installed" for name, package in results.left_out.items()]
+    load = results.context.get("load_avg", [0])[0]
+    if load > results.context["num_cpus"] / 2:
+        lines.append(f"the machine was busy (load {load:.1f}): expect ratios to stray by a third, and run again when idle")
+    return lines
+
+
+def output_of(*command):
+    done = subprocess.run(command, capture_output=True, text=True, check=False)
+    return done.stdout.strip() if done.returncode == 0 else ""
+
+
+def machine(results, build):
+    cache = Path(build, "CMakeCache.txt").read_text().splitlines()
+    settings = dict(line.split("=", 1) for line in cache if "=" in line and not line.startswith(("#", "//")))
+    compiler = settings.get("CMAKE_CXX_COMPILER:FILEPATH", settings.get("CMAKE_CXX_COMPILER:STRING", "c++"))
+    model = [line.split(":", 1)[1].strip() for line in output_of("lscpu").splitlines() if line.startswith("Model name")]
+    governor = Path("/sys/devices/system/cpu/cpu0/cpufreq/scaling_governor")
+    flags = [settings.get("CMAKE_CXX_FLAGS:STRING", ""), settings.get("CMAKE_CXX_FLAGS_RELEASE:STRING", "")]
+    return {
+        "processor": f"{' '.join(model) or 'unknown'}, {results.context['num_cpus']} cores",
+        "governor": governor.read_text().strip() if governor.exists() else "unknown",
+        "load before the run": ", ".join(f"{load:.1f}" for load in results.context.get("load_avg", [])),
+        "compiler": output_of(compiler, "--version").splitlines()[0],
+        "flags": "-std=c++17 " + " ".join(flag for flag in flags if flag),
+        "C library": output_of("getconf", "GNU_LIBC_VERSION"),
+    }
+
+
+def disassembly(program):
+    lines = output_of("objdump", "-d", "--no-show-raw-insn", "--disassemble=suppressedMessage", program).splitlines()
+    start = next((i for i, line in enumerate(lines) if line.endswith("<suppressedMessage>:")), len(lines))
+    code = [line for line in lines[start + 1 :] if line.startswith(" ")]
+    return "\n".join(code)
+
+
+def report(results, facts, assembly):
+    parts = ["# The benchmark's report\n"]
+    parts += [markdown(["", ""], [[name, value] for name, value in facts.items()])]
+    parts += ["Medians of interleaved repetitions. Each figure of the first table is a multiple of *maps*, the floor of "]
+    parts += ["the lock, the copy and the map operations that the declared data members make necessary.\n"]
+    parts += [markdown(["workload", ""], [[f"({name})", text] for name, text in WORKLOADS.items()])]
+    parts += ["## Ratios\n", markdown(*ratio_table(results))]
+    parts += [f"{line}.\n" for line in cautions(results)]
+    parts += ["![the store by its floor](ratios.svg)\n", "![how cost grows](growth.svg)\n"]
+    parts += ["## What each can do\n", markdown(*ability_table(results))]
+    parts += [f"## Nanoseconds\n\nOf a call; for {' and '.join(f'({w})' for w in PER_TAG)} of all that one tag takes in a "]
+    parts += ["frame; for the erases of the whole call.\n", markdown(*time_table(results))]
+    times = [[which, *(f"{results.hand_off(which, q)[0]:.0f}" for q in (0.5, 0.99))] for which in (STORE, "bare")]
+    parts += ["## (g) Hand-offs, nanoseconds\n", markdown(["", "median", "99th percentile"], times)]
+    parts += ["## A suppressed message\n", f"```\n{assembly}\n```\n"]
+    return "\n".join(parts)
+
+
+def main():
+    folder, build = Path(sys.argv[1]), Path(sys.argv[2])
+    results = Results(folder)
+    facts = machine(results, build)
+    assembly = disassembly(build / "bench" / "paramset_bench")
+    plots.draw(results, folder)
+    (folder / "report.md").write_text(report(results, facts, assembly))
+
+    for name, value in facts.items():
+        print(f"{name}: {value}")
+    print("\nmultiples of the time of 'maps', the floor\n")
+    print_aligned(*ratio_table(results))
+    for line in cautions(results):
+        print(line)
+    print(f"\na suppressed message:\n{assembly}")
+    for name in results.errors:
+        print(f"wrong answer: {name}", file=sys.stderr)
+    return 1 if results.errors else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

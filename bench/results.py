@@ -1,0 +1,82 @@
+"""What a run measured: the medians of the repetitions by workload, contender and shape."""
+
+import json
+import statistics
+from pathlib import Path
+
+WORKLOADS = {
+    "a": "get at a frame that holds the value",
+    "b": "get five frames past the newest checkpoint",
+    "c": "get 250 checkpoints back in a list of 300",
+    "d": "set in place",
+    "e": "stream: a frame sets all tags, erases with a lag of 10",
+    "f": "synchronous set, then get of what is delivered",
+    "h-16": "erase of all tags by 16 frames",
+    "h-1of16": "erase of one frame of 16",
+    "h-1of200": "erase of one frame of 200",
+    "h-1of300": "erase of one frame of 300",
+    "i": "mix: a frame sets all tags, reads each twice, erases",
+    "k-one": "threads on one camera, a set to three gets",
+    "k-several": "threads on a camera each, a set to three gets",
+    "l": "create and destroy the store, with its registrations",
+}
+STORE, FLOOR = "store", "maps"
+PEERS = {
+    "ordered map": None,
+    "any per frame": None,
+    "oneTBB hash": "libtbb-dev",
+    "SQLite": "libsqlite3-dev",
+    "LMDB": "liblmdb-dev",
+    "tf2": "libtf2-dev",
+}  # with the package that each needs
+PER_TAG = ("e", "i")  # a step handles all tags once; its time is told per tag
+
+
+class Results:
+    """Nanoseconds by (workload, contender, tags, bytes, threads)."""
+
+    def __init__(self, folder):
+        run = json.loads(Path(folder, "bench.json").read_text())
+        self.context = run["context"]
+        self.errors = [entry["name"] for entry in run["benchmarks"] if entry.get("error_occurred")]
+        self.ns = {}
+        for entry in run["benchmarks"]:
+            if entry.get("aggregate_name") == "median":
+                self._add(entry)
+        measured = {key[1] for key in self.ns}
+        self.peers = [name for name in PEERS if name in measured]
+        self.left_out = {name: package for name, package in PEERS.items() if name not in measured}
+        self.contenders = [STORE, FLOOR, "flat", *self.peers]
+        self.abilities = {
+            key.removeprefix("abilities "): value.split("|")
+            for key, value in self.context.items()
+            if key.startswith("abilities ")
+        }
+        self.hand_offs = json.loads(Path(folder, "handoffs.json").read_text())
+
+    def _add(self, entry):
+        workload, contender, tags, size, *rest = entry["run_name"].split("/")
+        # Processor time leaves out what other processes took; of steps and threads there is wall time alone.
+        wall = "manual_time" in rest or "real_time" in rest
+        ns = entry["real_time" if wall else "cpu_time"]
+        if workload in PER_TAG:
+            ns /= int(tags)
+        self.ns[workload, contender, int(tags), int(size), entry.get("threads", 1)] = ns
+
+    def rows(self):
+        """The (workload, tags, bytes, threads) that were measured, in order."""
+        order = list(WORKLOADS)
+        rows = {(key[0], *key[2:]) for key in self.ns if key[1] == STORE}
+        return sorted(rows, key=lambda row: (order.index(row[0]), row[2], row[1], row[3]))
+
+    def ratio(self, row, contender, to=FLOOR):
+        """Time of a contender by that of another; None where one of them was not measured."""
+        workload, *shape = row
+        one, other = (self.ns.get((workload, name, *shape)) for name in (contender, to))
+        return one / other if one and other else None
+
+    def hand_off(self, which, quantile):
+        """The quantile of a kind's hand-offs, and how many of its notifications were lost."""
+        times = sorted(self.hand_offs[which]["ns"])
+        value = statistics.median(times) if quantile == 0.5 else times[int(quantile * len(times))]
+        return value, self.hand_offs[which]["lost"]
