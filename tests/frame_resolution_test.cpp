@@ -10,11 +10,9 @@ protected:
         StoreTest::SetUp();
         registerPsDynamicParam(kTag, 4, 0, "tag", "uint32_t");
         registerPsDynamicParam(kOther, 4, 0, "other", "uint32_t");
-        registerPsStaticParam(kStatic, 4, 1, "static", "uint32_t");
         takeLog();
     }
     static constexpr uint32_t kOther = 8;
-    static constexpr uint32_t kStatic = 9;
 };
 
 std::string copyLine(const std::string& start, int frame, uint32_t tag = 7) {
@@ -98,15 +96,6 @@ TEST_F(FrameResolution, LinesTellHowEachRequestWasAnswered) {
     EXPECT_EQ(get(10), 3u);
 }
 
-TEST_F(FrameResolution, StaticTagLivesInFrameZeroForEveryFrame) {
-    set(5, 55);
-    set(5, 1, kStatic);
-    set(900, 2, kStatic);
-    for (uint32_t frame : {0u, 5u, 900u, 0xFFFFFFFEu, 0xFFFFFFFFu}) EXPECT_EQ(get(frame, kStatic), 2u);
-    EXPECT_EQ(frames(), (std::vector<uint32_t>{5}));
-    EXPECT_TRUE(checkpoints(kStatic).empty());
-}
-
 TEST_F(FrameResolution, FrameAtOrBelowTheErasePointIsAnsweredAndWrittenInFrameZero) {
     set(20, 200);
     set(30, 300);
@@ -139,37 +128,6 @@ TEST_F(FrameResolution, NewestFrameOfAnEmptyPipeIsFrameZero) {
     getSyn(THE_LAST, kTag, 1);
     EXPECT_EQ(countLogged("4 preproc: THE_LAST frame is 0"), 1u);
     EXPECT_EQ(frames(), (std::vector<uint32_t>{THE_LAST})) << "a waiting get takes it for a frame id like others";
-}
-
-TEST_F(FrameResolution, FrameZeroIsMadeOnFirstUseAndIsOnePerPipe) {
-    uint32_t value = 6;
-    EXPECT_EQ(setPsParam(0, 13, 0, kTag, &value), PS_OK);
-    registerPsDynamicParam(11, 0, 0, "byte", "none");
-    unsigned char byte = 0xFF;
-    EXPECT_EQ(getPsParam(0, kPipe, 3, 11, &byte), PS_OK);
-    EXPECT_EQ(byte, 0);
-    EXPECT_EQ(getPsParam(0, kPipe, 0, kTag, &value), PS_OK) << "whatever bytes it has";
-    EXPECT_EQ(getPsParam(0, 13, 77, kTag, &value), PS_OK);
-    EXPECT_EQ(value, 6u);
-    EXPECT_EQ(pipe(13).mF0->getActiveTagSize(), 1u);
-}
-
-TEST_F(FrameResolution, UnregisteredTagFailsAndCopiesNothing) {
-    EXPECT_EQ(get(10, 99), kNothing);
-    EXPECT_EQ(set(10, 1, 99), PS_NO_BUFFER);
-    EXPECT_EQ(get(10, 99), kNothing);
-    const std::string tail = "camID: 0, pipe: 2, frameID: 10, tag: 99,intrData:*,extrData:*,tagSize:0";
-    EXPECT_EQ(takeLog(1), (Lines{
-                              "1 createTag: X Failed to create tag, no such creator: 99",
-                              "1 _getParam: fail " + tail,
-                              "1 createTag: X Failed to create tag, no such creator: 99",
-                              "1 _setParam: fail " + tail,
-                              "1 _getParam: fail " + tail,
-                          }));
-    EXPECT_EQ(frames(), (std::vector<uint32_t>{10})) << "a failed write keeps its frame and checkpoint";
-    EXPECT_EQ(checkpoints(99), (std::vector<uint32_t>{10}));
-    EXPECT_EQ(zarn::gTagInfo.count(99), 0u);
-    EXPECT_EQ(pipe().mErasePoint.at(99), 0u);
 }
 
 }  // namespace

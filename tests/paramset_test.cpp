@@ -168,18 +168,6 @@ TEST_F(Paramset, FrameHoldsBuffersAndMetadataOfItsOwn) {
                          }));
 }
 
-TEST_F(Paramset, ValueTooLargeToAllocateFailsCleanly) {
-    registerPsDynamicParam(kTag, 0x80000000u, 0, "huge", "none");
-    takeLog();
-    EXPECT_EQ(set(10, 1), PS_NO_BUFFER);
-    EXPECT_EQ(get(10), kNothing);
-    EXPECT_EQ(deliver(10, 1), PS_OK);
-    EXPECT_EQ(countLogged("5 createTag: X:fail"), 1u);
-    EXPECT_EQ(countLogged("1 _setParam: fail camID: 0, pipe: 2, frameID: 10, tag: 7,"), 1u);
-    uint32_t value = 0;
-    EXPECT_EQ(ParamFrame(0, 1, nullptr, &zarn::gTagInfo).createTag(kTag, &value), nullptr);
-}
-
 // Every entry point, called with one bad argument, does nothing and says so.
 TEST_F(Paramset, EntriesRefuseBadArguments) {
     registerPsDynamicParam(100, 4, 0, "tag", "uint32_t");
