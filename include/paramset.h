@@ -29,8 +29,8 @@
  * design. Finish registering a tag before any thread uses it, and best register all of them before the first get or
  * set: a look-up that runs while another thread inserts an entry is not ordered with it.
  *
- * The end: stop the threads that call before the process exits or the library is unloaded. The store goes first, then
- * the registry; a call that runs by then finds them destroyed.
+ * The end: stop the threads that call before the process exits or the library is unloaded. The store goes first, and
+ * later calls find none; then goes the registry, and a call that still runs would find it destroyed.
  *
  * Memory: a failed allocation ends the process, after a line on standard error. That of a value buffer alone does not:
  * the get or set of it fails.
@@ -578,11 +578,11 @@ public:
 private:
     struct Request;
     struct Command;
+    class Hold;  // holds the store for the length of a call
     struct Layout;
     using Buffer = std::shared_ptr<void>;
 
     ParamSet();
-    static std::shared_ptr<ParamSet> holdInstance();
     pipe_elem& pipeElem(uint32_t camID, int pipe);  // both within their limits
 
     // mMutex held. A buffer is returned by reference to where its frame holds it: nothing is counted, as nobody keeps

@@ -2,6 +2,7 @@
 // camera's handles. Takes no lock; the handles and operations are set before commands are issued. A pointer that is
 // replaced while commands run is still read whole.
 
+#include "src/hold.h"
 #include "src/store.h"
 
 namespace zarn {
@@ -112,8 +113,8 @@ int ParamSet::getParamExternal(uint32_t cam, int32_t /*pipe*/, uint32_t /*frame*
 
 uint32_t ParamSet::ioctrlOutsideParam(uint32_t cam, uint32_t code, int32_t arg, void* in, void* out) {
     PS_LOG(5, "E");
-    const std::shared_ptr<ParamSet> store = holdInstance();
-    if (store == nullptr) return PS_NO_DATA;
+    const Hold store;
+    if (!store) return PS_NO_DATA;
     cam_elem* elem = store->getPsHandle(cam);
     if (code < kFirstCode || code > kLastCode) {
         PS_LOG(1, "fail to find tag:%d", code);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "src/hold.h"
 #include "src/store.h"
 
 namespace zarn {
@@ -145,8 +146,8 @@ uint32_t ParamSet::saveToF0(const Request& request, uint32_t frameID) {
 // ---- entry
 
 uint32_t ParamSet::erase(uint32_t camID, int pipe, uint32_t frameID) {
-    const std::shared_ptr<ParamSet> store = holdInstance();
-    if (store == nullptr) return PS_NO_DATA;
+    const Hold store;
+    if (!store) return PS_NO_DATA;
     if (camID >= MAX_CAM_NUM || !isPipe(pipe)) {
         PS_LOG(1, "cam %d pipe %d out of limit, sof %u erase failed", camID, pipe, frameID);
         return PS_OUT_OF_LIMIT;

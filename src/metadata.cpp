@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "src/hold.h"
 #include "src/store.h"
 
 namespace zarn {
@@ -52,8 +53,8 @@ camera_metadata* ParamSet::_getMetadata(uint32_t camID, uint32_t frameID) {
 // ---- entries
 
 uint32_t ParamSet::setMetadata(uint32_t camID, uint32_t frameID, const camera_metadata* metadata) {
-    const std::shared_ptr<ParamSet> store = holdInstance();
-    if (metadata == nullptr || store == nullptr) return PS_NO_DATA;
+    const Hold store;
+    if (metadata == nullptr || !store) return PS_NO_DATA;
     if (camID >= MAX_CAM_NUM) {
         PS_LOG(1, "cam %d out of limit, sof %u set metadata failed", camID, frameID);
         return PS_OUT_OF_LIMIT;
@@ -64,8 +65,8 @@ uint32_t ParamSet::setMetadata(uint32_t camID, uint32_t frameID, const camera_me
 }
 
 camera_metadata* ParamSet::getMetadata(uint32_t camID, uint32_t frameID) {
-    const std::shared_ptr<ParamSet> store = holdInstance();
-    if (store == nullptr) return nullptr;
+    const Hold store;
+    if (!store) return nullptr;
     if (camID >= MAX_CAM_NUM) {
         PS_LOG(1, "cam %d out of limit, sof %u get metadata failed", camID, frameID);
         return nullptr;

@@ -5,6 +5,7 @@
 #include "paramset.h"
 
 #include "platform/calls.h"
+#include "src/hold.h"
 #include "src/store.h"
 
 namespace zarn {
@@ -13,6 +14,7 @@ namespace zarn {
 std::map<uint32_t, tag_info_t> gTagInfo;
 std::mutex gRigisterMutex;
 std::shared_ptr<ParamSet> ParamSet::sInstance;
+ParamSet::Hold::AtUnload ParamSet::Hold::sAtUnload;
 
 int ps_log = 0;
 int ps_log_tag = 0;
@@ -81,26 +83,22 @@ ParamSet* ParamSet::createInstance() {
 
     static std::mutex sInstanceMutex;
     const std::lock_guard<std::mutex> lock(sInstanceMutex);
-    std::shared_ptr<ParamSet> instance = holdInstance();
+    std::shared_ptr<ParamSet> instance = std::atomic_load(&sInstance);
     if (instance == nullptr) {
         PS_LOG(3, "create");
         instance = std::shared_ptr<ParamSet>(new ParamSet());
-        std::atomic_store(&sInstance, instance);
+        Hold::publish(instance);
     }
     return instance.get();
 }
 
 ParamSet* ParamSet::getInstance() {
-    return holdInstance().get();
+    return std::atomic_load(&sInstance).get();
 }
 
 void ParamSet::destroyInstance() {
     PS_LOG(3, "destory");
-    std::atomic_exchange(&sInstance, std::shared_ptr<ParamSet>());
-}
-
-std::shared_ptr<ParamSet> ParamSet::holdInstance() {
-    return std::atomic_load(&sInstance);
+    Hold::retire();
 }
 
 ParamSet::ParamSet() {
@@ -193,8 +191,8 @@ int ParamFrame::setMetadata(const camera_metadata* src) {
 // ---- plain entries
 
 uint32_t ParamSet::getParam(uint32_t cam, int pipe, uint32_t frame, uint32_t tag, void* data) {
-    const std::shared_ptr<ParamSet> store = holdInstance();
-    if (data == nullptr || store == nullptr) return PS_NO_DATA;
+    const Hold store;
+    if (data == nullptr || !store) return PS_NO_DATA;
     if (cam >= MAX_CAM_NUM) {
         PS_LOG(1, "cam %d out of limit, tag %d get failed", cam, tag);
         return PS_OUT_OF_LIMIT;
@@ -204,8 +202,8 @@ uint32_t ParamSet::getParam(uint32_t cam, int pipe, uint32_t frame, uint32_t tag
 }
 
 uint32_t ParamSet::setParam(uint32_t cam, int pipe, uint32_t frame, uint32_t tag, void* data) {
-    const std::shared_ptr<ParamSet> store = holdInstance();
-    if (data == nullptr || store == nullptr) return PS_NO_DATA;
+    const Hold store;
+    if (data == nullptr || !store) return PS_NO_DATA;
     if (cam >= MAX_CAM_NUM) {
         PS_LOG(1, "cam %d out of limit, tag %d set failed", cam, tag);
         return PS_OUT_OF_LIMIT;

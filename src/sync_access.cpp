@@ -6,6 +6,7 @@
 
 #include <chrono>
 
+#include "src/hold.h"
 #include "src/store.h"
 
 namespace zarn {
@@ -168,8 +169,8 @@ const ParamSet::Buffer& ParamSet::_setParamSyn(const Request& request) {
 // ---- entries
 
 uint32_t ParamSet::getParamSyn(uint32_t cam, int pipe, uint32_t frame, uint32_t tag, void* data) {
-    const std::shared_ptr<ParamSet> store = holdInstance();
-    if (data == nullptr || store == nullptr) return PS_NO_DATA;
+    const Hold store;
+    if (data == nullptr || !store) return PS_NO_DATA;
     if (cam >= MAX_CAM_NUM) {
         PS_LOG(1, "cam %d out of limit, tag %d get failed", cam, tag);
         return PS_OUT_OF_LIMIT;
@@ -179,8 +180,8 @@ uint32_t ParamSet::getParamSyn(uint32_t cam, int pipe, uint32_t frame, uint32_t 
 
 uint32_t ParamSet::getParamSynTimeout(uint32_t cam, int pipe, uint32_t frame, uint32_t tag, void* data,
                                       uint32_t timeout) {
-    const std::shared_ptr<ParamSet> store = holdInstance();
-    if (data == nullptr || store == nullptr) return PS_NO_DATA;
+    const Hold store;
+    if (data == nullptr || !store) return PS_NO_DATA;
     if (cam >= MAX_CAM_NUM) {
         PS_LOG(1, "cam %d out of limit, tag %d get failed", cam, tag);
         return PS_OUT_OF_LIMIT;
@@ -189,8 +190,8 @@ uint32_t ParamSet::getParamSynTimeout(uint32_t cam, int pipe, uint32_t frame, ui
 }
 
 uint32_t ParamSet::setParamSyn(uint32_t cam, int pipe, uint32_t frame, uint32_t tag, void* data) {
-    const std::shared_ptr<ParamSet> store = holdInstance();
-    if (data == nullptr || store == nullptr) return PS_NO_DATA;
+    const Hold store;
+    if (data == nullptr || !store) return PS_NO_DATA;
     if (cam >= MAX_CAM_NUM) {
         PS_LOG(1, "cam %d out of limit, tag %d set failed", cam, tag);
         return PS_OUT_OF_LIMIT;

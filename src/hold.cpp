@@ -1,0 +1,48 @@
+// The rare paths of holding the store: no slot is free, and the store is destroyed. No lock; every access to a slot and
+// to sCurrent is sequentially consistent, since an announcement must not pass the look at sCurrent that follows it.
+
+#include "src/hold.h"
+
+namespace zarn {
+
+ParamSet::Hold::Slot ParamSet::Hold::sSlots[1 << kSlotBits];
+std::atomic<ParamSet*> ParamSet::Hold::sCurrent{nullptr};
+
+void ParamSet::Hold::publish(const std::shared_ptr<ParamSet>& store) {
+    // In this order, so that nobody can destroy it between the two: what sInstance does not own stays.
+    sCurrent.store(store.get());
+    std::atomic_store(&sInstance, store);
+}
+
+void ParamSet::Hold::retire() {
+    // Until the end of this function no other store can have its address.
+    const std::shared_ptr<ParamSet> store = std::atomic_exchange(&sInstance, std::shared_ptr<ParamSet>());
+    if (store == nullptr) return;
+    ParamSet* current = store.get();
+    sCurrent.compare_exchange_strong(current, nullptr);
+    for (Slot& slot : sSlots) {
+        void* use = store.get();
+        if (slot.mUse.load() != use) continue;
+        auto* reference = new Reference(store);
+        // The call may have let go since.
+        if (!slot.mUse.compare_exchange_strong(use, reference)) delete reference;
+    }
+}
+
+void ParamSet::Hold::holdCounted() {
+    mSlot = nullptr;
+    mCounted = std::atomic_load(&sInstance);
+    mStore = mCounted.get();
+}
+
+void ParamSet::Hold::holdAgain() {
+    void* use = mSlot->mUse.exchange(nullptr);
+    if (use != mStore) deleteReference(use);
+    holdCounted();
+}
+
+void ParamSet::Hold::deleteReference(void* reference) {
+    delete static_cast<Reference*>(reference);
+}
+
+}  // namespace zarn
