@@ -588,7 +588,7 @@ private:
     // mMutex held. A buffer is returned by reference to where its frame holds it: nothing is counted, as nobody keeps
     // it beyond mMutex. An empty one is no buffer.
     const Buffer& getParamInternal(Request& request);
-    uint32_t preproc(const Request& request);
+    uint32_t preproc(Request& request);
     const Buffer& getDirectly(const Request& request, ParamFrame& frame);
     const Buffer& getF0(const Request& request);
     const Buffer& permiProc(const Request& request, ParamFrame* frame);
@@ -597,6 +597,7 @@ private:
     static uint32_t findRelated(const std::vector<uint32_t>* ids, uint32_t desID);
     uint32_t _getParam(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, void* data);
     uint32_t _setParam(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, void* data);
+    uint32_t _setParam(Request& request, const void* data);
 
     // mMutex not held
     uint32_t _getParamSyn(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, void* data, uint32_t timeout);
@@ -611,8 +612,8 @@ private:
     const Buffer& _setParamSyn(const Request& request);
     void autoErase(const Request& request, std::vector<uint32_t>& queue);
     uint32_t _erase(uint32_t camID, int pipe, uint32_t frameID);
-    void _erase(const Request& request, std::vector<uint32_t>& checkpoints, uint32_t limit, uint32_t& result);
-    uint32_t saveToF0(const Request& request, uint32_t frameID);
+    void _erase(Request& request, std::vector<uint32_t>& checkpoints, uint32_t limit, uint32_t& result);
+    uint32_t saveToF0(Request& request, uint32_t frameID);
     camera_metadata* _getMetadata(uint32_t camID, uint32_t frameID);
     uint32_t _setMetadata(uint32_t camID, uint32_t frameID, const camera_metadata* metadata);
 

@@ -33,20 +33,53 @@ void wakeWaiters(FrameStatus& status) {
     if (status.mState == kWaitedFor) status.mCond.notify_all();
 }
 
-// Takes the tag out of every frame at or below the limit, and out of the pipe what holds no tag after that.
-void eraseFromFrames(pipe_elem& elem, uint32_t tag, uint32_t limit) {
-    const auto end = elem.mFrames.upper_bound(limit);
-    if (elem.mFrames.begin() == end) return;
-    for (auto it = elem.mFrames.begin(); it != end;) {
+// One tag's pass over the frames of an erase.
+struct Pass {
+    uint32_t tag;
+    uint32_t limit;
+};
+
+// Each pass leaves a record of its tag in every frame that it reaches.
+void recordPasses(ParamFrame& frame, uint32_t frameID, const std::vector<Pass>& passes) {
+    for (const Pass& pass : passes) {
+        if (frameID <= pass.limit) frame.mStatus.try_emplace(pass.tag);
+    }
+}
+
+void recordPasses(pipe_elem& elem, const std::vector<Pass>& passes) {
+    uint32_t limit = 0;
+    for (const Pass& pass : passes) limit = std::max(limit, pass.limit);
+    for (auto it = elem.mFrames.begin(); it != elem.mFrames.end() && it->first <= limit; ++it) {
+        recordPasses(*it->second, it->first, passes);
+    }
+}
+
+// The passes come in ascending order of their tags, so that the first tag left in a frame is usually the one.
+void eraseTag(ParamFrame& frame, uint32_t tag) {
+    auto own = frame.mTags.begin();
+    if (own == frame.mTags.end()) return;
+    if (own->first != tag) own = frame.mTags.find(tag);
+    if (own != frame.mTags.end()) frame.mTags.erase(own);
+}
+
+// Takes the tag out of every frame at or below the limit, and out of the pipe what holds no tag after that. The records
+// that the passes leave are made for those frames alone that live on, since most die in the same call.
+bool eraseFromFrames(pipe_elem& elem, const Pass& pass, std::vector<Pass>& passes) {
+    auto it = elem.mFrames.begin();
+    if (it == elem.mFrames.end() || it->first > pass.limit) return false;
+    passes.push_back(pass);
+    while (it != elem.mFrames.end() && it->first <= pass.limit) {
         ParamFrame* frame = it->second.get();
         if (frame != nullptr) {
-            wakeWaiters(frame->mStatus[tag]);
-            frame->mTags.erase(tag);
+            const auto status = frame->mStatus.find(pass.tag);
+            if (status != frame->mStatus.end()) wakeWaiters(status->second);
+            eraseTag(*frame, pass.tag);
         }
         const bool isEmpty = frame == nullptr || frame->mTags.empty();
+        if (isEmpty && it->second.use_count() > 1) recordPasses(*frame, it->first, passes);
         it = isEmpty ? elem.mFrames.erase(it) : std::next(it);
     }
-    elem.mErasePoint[tag] = static_cast<int32_t>(limit) >= 1 ? limit : 0;
+    return true;
 }
 
 // Makes frame 0 wait for deliveries again.
@@ -60,29 +93,30 @@ void resetF0(ParamFrame& f0) {
 }  // namespace
 
 void ParamSet::autoErase(const Request& request, std::vector<uint32_t>& queue) {
-    const auto& [camID, pipe, frameID, tag, modifiable, found, elem] = request;
-    const tag_info_t& info = found != nullptr ? *found : tagInfoOrNew(tag);
+    const uint32_t tag = request.tag;
+    const tag_info_t& info = request.info != nullptr ? *request.info : tagInfoOrNew(tag);
     const auto size = static_cast<uint32_t>(queue.size());
     uint64_t limit = kCheckpointBound;
     if (info.mTagType == kTagTypeQueue) {
         const uint32_t head = queue.empty() ? 0 : queue.front();
-        PS_TRACE("pipe %d tag %d, head %u, queueSize %u", pipe, tag, head, size);
+        PS_TRACE("pipe %d tag %d, head %u, queueSize %u", request.pipe, tag, head, size);
         limit = static_cast<uint64_t>(int64_t{info.mRetainNum});
     } else {
         if (size < kCheckpointBound) return;
-        PS_TRACE("cam %d pipe %d tag %d, erased %u, cur sof %d", camID, pipe, tag, queue.front(), frameID);
+        PS_TRACE("cam %d pipe %d tag %d, erased %u, cur sof %d", request.camID, request.pipe, tag, queue.front(), request.frameID);
     }
 
     // One entry less than the limit stays, to make room for the one that is about to be added.
+    std::map<uint32_t, std::shared_ptr<ParamFrame>>& frames = request.elem->mFrames;
     while (!queue.empty() && limit <= queue.size()) {
         const uint32_t head = queue.front();
-        const auto it = elem->mFrames.find(head);
-        if (it != elem->mFrames.end() && it->second != nullptr) {
+        const auto it = frames.find(head);
+        if (it != frames.end() && it->second != nullptr) {
             it->second->mTags.erase(tag);
             // The frame that is being written stays, though it may hold nothing yet.
-            if (it->second->mTags.empty() && head != frameID) elem->mFrames.erase(it);
+            if (it->second->mTags.empty() && head != request.frameID) frames.erase(it);
         }
-        elem->mErasePoint[tag] = head;
+        *request.erasePoint = head;
         queue.erase(queue.begin());
     }
 }
@@ -102,18 +136,20 @@ uint32_t ParamSet::_erase(uint32_t camID, int pipe, uint32_t frameID) {
 
     uint32_t result = PS_OK;
     uint32_t lastErased = frameID;
+    std::vector<Pass> passes;
     for (const auto& [tag, checkpoints] : elem.mCheckPoint) {
         const tag_info_t* info = findTagInfo(gTagInfo, tag);
         const EraseLimit limit = eraseLimitOf(tag, info, frameID);
         if (limit.counts) lastErased = limit.frameID;
         if (limit.skipped) continue;
-        if (frameID == THE_LAST && tag == METADATA_TAG) elem.mErasePoint[tag] = 0;
-        if (checkpoints != nullptr && !checkpoints->empty()) {
-            const Request request{camID, pipe, 0, tag, 0, info, &elem};
-            _erase(request, *checkpoints, limit.frameID, result);
+        Request request{camID, pipe, 0, tag, 0, info, &elem};
+        if (frameID == THE_LAST && tag == METADATA_TAG) request.lookUpErasePoint() = 0;
+        if (checkpoints != nullptr && !checkpoints->empty()) _erase(request, *checkpoints, limit.frameID, result);
+        if (eraseFromFrames(elem, {tag, limit.frameID}, passes)) {
+            request.lookUpErasePoint() = static_cast<int32_t>(limit.frameID) >= 1 ? limit.frameID : 0;
         }
-        eraseFromFrames(elem, tag, limit.frameID);
     }
+    recordPasses(elem, passes);
     PS_TRACE("X:ret:%d, cam[%d] pipe[%d], and finaly frame[%d]save to frame[0]", result, camID, pipe, lastErased);
     storeSwitch(ps_log, 0);
     return result;
@@ -121,7 +157,7 @@ uint32_t ParamSet::_erase(uint32_t camID, int pipe, uint32_t frameID) {
 
 // One tag's part: drops its checkpoints at or below the limit, the newest of them saved to frame 0. The result is that
 // of the saving, if there is any.
-void ParamSet::_erase(const Request& request, std::vector<uint32_t>& checkpoints, uint32_t limit, uint32_t& result) {
+void ParamSet::_erase(Request& request, std::vector<uint32_t>& checkpoints, uint32_t limit, uint32_t& result) {
     const uint32_t tag = request.tag;
     PS_TRACE("tag:%d checkPoint size:%d", tag, static_cast<int>(checkpoints.size()));
     const auto kept = std::upper_bound(checkpoints.begin(), checkpoints.end(), limit);
@@ -136,11 +172,13 @@ void ParamSet::_erase(const Request& request, std::vector<uint32_t>& checkpoints
 }
 
 // Copies what a read of the frame would see into frame 0.
-uint32_t ParamSet::saveToF0(const Request& request, uint32_t frameID) {
-    Request read = request;
-    read.frameID = frameID;
-    const Buffer& value = getParamInternal(read);
-    return _setParam(request.camID, request.pipe, 0, request.tag, value.get());
+uint32_t ParamSet::saveToF0(Request& request, uint32_t frameID) {
+    request.frameID = frameID;
+    request.modifiable = 0;
+    const Buffer& value = getParamInternal(request);
+    request.frameID = 0;
+    request.modifiable = 1;
+    return _setParam(request, value.get());
 }
 
 // ---- entry

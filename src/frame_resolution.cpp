@@ -2,8 +2,6 @@
 // that was given a value, or the one of the pipe's frame 0; and the plain get and set on top of it.
 // Everything here runs with ParamSet::mMutex held by the caller.
 
-#include <algorithm>
-
 #include "src/store.h"
 
 namespace zarn {
@@ -30,36 +28,35 @@ const ParamSet::Buffer& ParamSet::getParamInternal(Request& request) {
         PS_LOG(1, "pipe %d out of limit, please check tag %d", request.pipe, request.tag);
         return kNoBuffer;
     }
-    pipe_elem& elem = pipeElem(request.camID, request.pipe);
-    request.elem = &elem;
+    if (request.elem == nullptr) request.elem = &pipeElem(request.camID, request.pipe);
     if (request.frameID == THE_LAST) {
-        request.frameID = newestFrameID(elem);
+        request.frameID = newestFrameID(*request.elem);
         PS_LOG(5, "THE_LAST frame is %d", request.frameID);
     }
-    const auto& [camID, pipe, frameID, tag, modifiable, info, unused] = request;
-    const uint32_t erasePoint = elem.mErasePoint.try_emplace(tag, 0).first->second;
-    PS_LOG(5, "E cam %d pipe %d frame %d tag %d erasePoint:%d", camID, pipe, frameID, tag, erasePoint);
+    const uint32_t erasePoint = request.lookUpErasePoint();
+    const uint32_t frameID = request.frameID;
+    PS_LOG(5, "E cam %d pipe %d frame %d tag %d erasePoint:%d", request.camID, request.pipe, frameID, request.tag, erasePoint);
 
-    if (frameID == 0 || isStatic(info)) return getF0(request);
+    if (frameID == 0 || isStatic(request.info)) return getF0(request);
     if (frameID <= erasePoint) {
-        const tag_info_t& known = tagInfoOrNew(tag);
+        const tag_info_t& known = tagInfoOrNew(request.tag);
         PS_LOG(2, "frameID %d <= Erased %d, %s need life >= %d", frameID, erasePoint, known.mName.c_str(), neededLife(known, frameID, erasePoint));
         return getF0(request);
     }
-    ParamFrame* frame = findFrame(elem, frameID);
+    ParamFrame* frame = findFrame(*request.elem, frameID);
     return frame != nullptr ? getDirectly(request, *frame) : createNew(request);
 }
 
-uint32_t ParamSet::preproc(const Request& request) {
-    const auto& [camID, pipe, frameID, tag, modifiable, info, elem] = request;
-    const uint32_t erasePoint = elem->mErasePoint.try_emplace(tag, 0).first->second;
+uint32_t ParamSet::preproc(Request& request) {
+    const uint32_t erasePoint = request.lookUpErasePoint();
+    const uint32_t frameID = request.frameID;
     if (frameID == 0) return PS_OK;
     if (frameID == THE_LAST) {
-        PS_LOG(4, "THE_LAST frame is %d", newestFrameID(*elem));
+        PS_LOG(4, "THE_LAST frame is %d", newestFrameID(*request.elem));
         return PS_OK;
     }
-    if (isStatic(info) || erasePoint < frameID) return PS_OK;
-    const tag_info_t& known = tagInfoOrNew(tag);
+    if (isStatic(request.info) || erasePoint < frameID) return PS_OK;
+    const tag_info_t& known = tagInfoOrNew(request.tag);
     PS_LOG(2, "frameID %d <= Erased %d, %s need life >= %d", frameID, erasePoint, known.mName.c_str(), neededLife(known, frameID, erasePoint));
     return PS_NOT_OF_FRAME;
 }
@@ -82,7 +79,7 @@ uint32_t ParamSet::getSize(const tag_info_t* info) {
 uint32_t ParamSet::findRelated(const std::vector<uint32_t>* ids, uint32_t desID) {
     uint32_t related = 0;
     if (ids != nullptr) {
-        const auto later = std::upper_bound(ids->begin(), ids->end(), desID);
+        const auto later = firstAfter(*ids, desID);
         if (later != ids->begin()) related = *(later - 1);
     }
     PS_LOG(5, "desID %d, relateID[%d]", desID, related);
@@ -91,14 +88,15 @@ uint32_t ParamSet::findRelated(const std::vector<uint32_t>* ids, uint32_t desID)
 
 // A write needs its frame; a read does without.
 const ParamSet::Buffer& ParamSet::permiProc(const Request& request, ParamFrame* frame) {
-    const auto& [camID, pipe, frameID, tag, modifiable, info, elem] = request;
-    std::shared_ptr<std::vector<uint32_t>>& ids = elem->mCheckPoint[tag];
-    if (modifiable == 0) {
+    const uint32_t frameID = request.frameID;
+    const uint32_t tag = request.tag;
+    std::shared_ptr<std::vector<uint32_t>>& ids = request.elem->mCheckPoint[tag];
+    if (request.modifiable == 0) {
         const uint32_t related = findRelated(ids.get(), frameID);
-        PS_TRACE("cam %u pipe %d tag %d destID %u relatedID:%u", camID, pipe, tag, frameID, related);
+        PS_TRACE("cam %u pipe %d tag %d destID %u relatedID:%u", request.camID, request.pipe, tag, frameID, related);
         if (related == 0) return getF0(request);
         // The checkpoint's frame may have gone with another tag's last value.
-        const ParamFrame* checkpoint = findFrame(*elem, related);
+        const ParamFrame* checkpoint = findFrame(*request.elem, related);
         return checkpoint != nullptr ? findBuffer(*checkpoint, tag) : kNoBuffer;
     }
 
@@ -106,10 +104,10 @@ const ParamSet::Buffer& ParamSet::permiProc(const Request& request, ParamFrame* 
         ids = std::make_shared<std::vector<uint32_t>>(1, frameID);
     } else {
         autoErase(request, *ids);
-        ids->insert(std::upper_bound(ids->begin(), ids->end(), frameID), frameID);
+        ids->insert(firstAfter(*ids, frameID), frameID);
     }
     PS_LOG(5, "add checkPoint[%d] size:%d,permiProc:%s", frameID, static_cast<int>(ids->size()), "_modifiable");
-    return createTag(*frame, tag, info, nullptr);
+    return createTag(*frame, tag, request.info, nullptr);
 }
 
 const ParamSet::Buffer& ParamSet::createNew(const Request& request) {
@@ -123,7 +121,7 @@ const ParamSet::Buffer& ParamSet::createNew(const Request& request) {
 
 uint32_t ParamSet::_getParam(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, void* data) {
     storeSwitch(ps_log, isTracedTag(tag));
-    Request request{camID, pipe, frameID, tag, 0, findTagInfo(gTagInfo, tag), nullptr};
+    Request request{camID, pipe, frameID, tag, 0, findTagInfo(gTagInfo, tag)};
     const Buffer& value = getParamInternal(request);
     const uint32_t size = getSize(request.info);
 
@@ -140,18 +138,24 @@ uint32_t ParamSet::_getParam(uint32_t camID, int pipe, uint32_t frameID, uint32_
 }
 
 uint32_t ParamSet::_setParam(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, void* data) {
+    Request request{camID, pipe, frameID, tag, 1, findTagInfo(gTagInfo, tag)};
+    return _setParam(request, data);
+}
+
+uint32_t ParamSet::_setParam(Request& request, const void* data) {
+    const uint32_t frameID = request.frameID;  // as asked for: THE_LAST is resolved below
+    const uint32_t tag = request.tag;
     storeSwitch(ps_log, isTracedTag(tag));
-    Request request{camID, pipe, frameID, tag, 1, findTagInfo(gTagInfo, tag), nullptr};
     const Buffer& value = getParamInternal(request);
     const uint32_t size = getSize(request.info);
 
     uint32_t result = PS_NO_BUFFER;
     if (size == 0 || data == nullptr || value == nullptr) {
-        PS_LOG(1, "fail " PS_COPY_TEXT, camID, pipe, frameID, tag, value.get(), data, size);
+        PS_LOG(1, "fail " PS_COPY_TEXT, request.camID, request.pipe, frameID, tag, value.get(), data, size);
     } else {
         // An erase may save what frame 0 itself answered: then both are the same buffer.
         std::memmove(value.get(), data, size);
-        PS_TRACE("success " PS_COPY_TEXT, camID, pipe, frameID, tag, value.get(), data, size);
+        PS_TRACE("success " PS_COPY_TEXT, request.camID, request.pipe, frameID, tag, value.get(), data, size);
         result = PS_OK;
     }
     storeSwitch(ps_log, 0);

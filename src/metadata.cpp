@@ -1,8 +1,6 @@
 // A copy of each frame's camera metadata, kept in pipe 0 of its camera and listed under METADATA_TAG.
 // The entries take ParamSet::mMutex; the private operations run with mMutex held.
 
-#include <algorithm>
-
 #include "src/hold.h"
 #include "src/store.h"
 
@@ -24,7 +22,7 @@ uint32_t ParamSet::_setMetadata(uint32_t camID, uint32_t frameID, const camera_m
     // A frame that is stored to again is listed again.
     std::shared_ptr<std::vector<uint32_t>>& ids = elem.mCheckPoint[METADATA_TAG];
     if (ids == nullptr) ids = std::make_shared<std::vector<uint32_t>>();
-    ids->insert(std::upper_bound(ids->begin(), ids->end(), frameID), frameID);
+    ids->insert(firstAfter(*ids, frameID), frameID);
 
     frame->setMetadata(metadata);
     return PS_OK;

@@ -4,6 +4,7 @@
 #ifndef PARAMSET_STORE_H
 #define PARAMSET_STORE_H
 
+#include <algorithm>
 #include <cinttypes>
 
 #include "include/paramset.h"
@@ -25,7 +26,7 @@ constexpr int32_t kWaitedFor = 2;
 
 inline const std::shared_ptr<void> kNoBuffer;
 
-// One access to a value, with what it looked up once. Lives for a stretch under ParamSet::mMutex.
+// One access to a value, with what it looks up once. Lives for a stretch under ParamSet::mMutex.
 struct ParamSet::Request {
     uint32_t camID;
     int pipe;
@@ -33,7 +34,14 @@ struct ParamSet::Request {
     uint32_t tag;
     int modifiable;          // nonzero: a write
     const tag_info_t* info;  // null if the tag is not registered
-    pipe_elem* elem;
+    pipe_elem* elem = nullptr;
+    uint32_t* erasePoint = nullptr;  // the tag's, in elem
+
+    // Find-or-insert of the tag's erase point.
+    uint32_t& lookUpErasePoint() {
+        if (erasePoint == nullptr) erasePoint = &elem->mErasePoint.try_emplace(tag, 0).first->second;
+        return *erasePoint;
+    }
 };
 
 // The log switches are shared by all threads and guarded by nothing; they choose log levels only.
@@ -73,7 +81,11 @@ inline const tag_info_t* findTagInfo(const std::map<uint32_t, tag_info_t>& regis
 // The tag's entry, made without a creator if the tag was never registered.
 const tag_info_t& tagInfoOrNew(uint32_t tag);
 
+// Most look-ups are for the newest frame, or for one that is still to come.
 inline ParamFrame* findFrame(const pipe_elem& elem, uint32_t frameID) {
+    const auto newest = elem.mFrames.rbegin();
+    if (newest == elem.mFrames.rend() || newest->first < frameID) return nullptr;
+    if (newest->first == frameID) return newest->second.get();
     const auto it = elem.mFrames.find(frameID);
     return it == elem.mFrames.end() ? nullptr : it->second.get();
 }
@@ -81,6 +93,12 @@ inline ParamFrame* findFrame(const pipe_elem& elem, uint32_t frameID) {
 inline const std::shared_ptr<void>& findBuffer(const ParamFrame& frame, uint32_t tag) {
     const auto it = frame.mTags.find(tag);
     return it == frame.mTags.end() ? kNoBuffer : it->second;
+}
+
+// Where the ids after frameID begin in an ascending list. Most look-ups are for a frame that no checkpoint comes after.
+inline std::vector<uint32_t>::const_iterator firstAfter(const std::vector<uint32_t>& ids, uint32_t frameID) {
+    if (ids.empty() || ids.back() <= frameID) return ids.end();
+    return std::upper_bound(ids.begin(), ids.end(), frameID);
 }
 
 // Greatest frame id of a pipe; frame 0 stands in for a pipe without frames.

@@ -43,11 +43,6 @@ struct TimedWait {
     }
 };
 
-void wakeAndMarkDelivered(FrameStatus& status) {
-    if (status.mState == kWaitedFor) status.mCond.notify_all();
-    status.mState = kDelivered;
-}
-
 }  // namespace
 
 uint32_t ParamSet::_getParamSyn(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, void* data,
@@ -80,36 +75,38 @@ uint32_t ParamSet::_getParamSyn(uint32_t camID, int pipe, uint32_t frameID, uint
 
 const ParamSet::Buffer& ParamSet::awaitF0(Request& request, std::unique_lock<std::mutex>& lock, uint32_t timeout,
                                           uint32_t& result) {
-    const auto& [camID, pipe, frameID, tag, modifiable, info, elem] = request;
-    FrameStatus& status = elem->mF0->mStatus[tag];
+    const uint32_t tag = request.tag;
+    FrameStatus& status = request.elem->mF0->mStatus[tag];
     if (status.mState != kDelivered) {
         status.mState = kWaitedFor;
-        if (TimedWait{camID, pipe, frameID, tag, timeout}(status, lock)) result = PS_TIMED_OUT;
-        request.info = findTagInfo(gTagInfo, tag);
+        if (TimedWait{request.camID, request.pipe, request.frameID, tag, timeout}(status, lock)) result = PS_TIMED_OUT;
+        request.info = findTagInfo(gTagInfo, tag);  // the tag may have been registered meanwhile
     }
     return getF0(request);
 }
 
 const ParamSet::Buffer& ParamSet::awaitFrame(Request& request, std::unique_lock<std::mutex>& lock, uint32_t timeout,
                                              std::shared_ptr<ParamFrame>& held, uint32_t& result) {
-    const auto& [camID, pipe, frameID, tag, modifiable, info, elem] = request;
-    std::shared_ptr<ParamFrame>& entry = elem->mFrames[frameID];
-    if (entry == nullptr) entry.reset(new ParamFrame(camID, frameID, this, &gTagInfo));
-    held = entry;
+    const uint32_t frameID = request.frameID;
+    const uint32_t tag = request.tag;
+    std::shared_ptr<ParamFrame>& entry = request.elem->mFrames[frameID];
+    if (entry == nullptr) entry.reset(new ParamFrame(request.camID, frameID, this, &gTagInfo));
+    ParamFrame& frame = *entry;
 
-    FrameStatus& status = held->mStatus[tag];
-    const auto own = held->mTags.find(tag);
-    if (own == held->mTags.end()) {
+    FrameStatus& status = frame.mStatus[tag];
+    const auto own = frame.mTags.find(tag);
+    if (own == frame.mTags.end()) {
         status.mFrameID = frameID;
         status.mState = kWaitedFor;
     } else if (status.mState == kDelivered) {
         return own->second;
     }
-    if (TimedWait{camID, pipe, frameID, tag, timeout}(status, lock)) result = PS_TIMED_OUT;
+    held = entry;
+    if (TimedWait{request.camID, request.pipe, frameID, tag, timeout}(status, lock)) result = PS_TIMED_OUT;
     request.info = findTagInfo(gTagInfo, tag);  // the tag may have been registered meanwhile
 
     // The frame may have been erased meanwhile, and even made again.
-    const ParamFrame* now = findFrame(*elem, frameID);
+    const ParamFrame* now = findFrame(*request.elem, frameID);
     if (now != nullptr && now->mTags.find(tag) != now->mTags.end()) return findBuffer(*held, tag);
     result = PS_NOT_OF_FRAME;
     return permiProc(request, nullptr);
@@ -124,7 +121,7 @@ uint32_t ParamSet::_setParamSyn(uint32_t camID, int pipe, uint32_t frameID, uint
         PS_LOG(1, "pipe %d out of limit, please check tag %d", pipe, tag);
         return PS_OUT_OF_LIMIT;
     }
-    const Request request{camID, pipe, frameID, tag, 1, findTagInfo(gTagInfo, tag), &pipeElem(camID, pipe)};
+    Request request{camID, pipe, frameID, tag, 1, findTagInfo(gTagInfo, tag), &pipeElem(camID, pipe)};
     uint32_t result = preproc(request);
 
     const Buffer& value = _setParamSyn(request);
@@ -144,25 +141,19 @@ uint32_t ParamSet::_setParamSyn(uint32_t camID, int pipe, uint32_t frameID, uint
 // The record's part: finds or makes the buffer, and wakes who waits for it. The woken gets retake mMutex before they
 // read, so that they see what is copied in only after this.
 const ParamSet::Buffer& ParamSet::_setParamSyn(const Request& request) {
-    pipe_elem& elem = *request.elem;
-    if (request.frameID == 0) {
-        const Buffer& value = getF0(request);
-        FrameStatus& status = elem.mF0->mStatus[request.tag];
-        if (status.mState == kWaitedFor) PS_LOG(5, "set notify all");
-        wakeAndMarkDelivered(status);
-        return value;
+    const pipe_elem& elem = *request.elem;
+    ParamFrame* frame = request.frameID == 0 ? elem.mF0.get() : findFrame(elem, request.frameID);
+    const Buffer& value = request.frameID == 0 ? getF0(request)
+                          : frame != nullptr   ? getDirectly(request, *frame)
+                                               : createNew(request);
+    if (frame == nullptr) frame = findFrame(elem, request.frameID);
+
+    FrameStatus& status = frame->mStatus[request.tag];
+    if (status.mState == kWaitedFor) {
+        PS_LOG(5, "set notify all");
+        status.mCond.notify_all();
     }
-    if (ParamFrame* frame = findFrame(elem, request.frameID)) {
-        const Buffer& value = getDirectly(request, *frame);
-        FrameStatus& status = frame->mStatus[request.tag];
-        if (status.mState == kWaitedFor) PS_LOG(5, "set notify all");
-        wakeAndMarkDelivered(status);
-        return value;
-    }
-    const Buffer& value = createNew(request);
-    FrameStatus& status = elem.mFrames.find(request.frameID)->second->mStatus[request.tag];
-    if (status.mState == kWaitedFor) PS_LOG(5, "set notify all");
-    wakeAndMarkDelivered(status);
+    status.mState = kDelivered;
     return value;
 }
 
