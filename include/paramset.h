@@ -589,6 +589,7 @@ private:
     // it beyond mMutex. An empty one is no buffer.
     const Buffer& getParamInternal(Request& request);
     uint32_t preproc(Request& request);
+    static const ParamFrame* findEarlierFrame(const Request& request, uint32_t frameID);
     const Buffer& getDirectly(const Request& request, ParamFrame& frame);
     const Buffer& getF0(const Request& request);
     const Buffer& permiProc(const Request& request, ParamFrame* frame);
@@ -609,7 +610,7 @@ private:
                              std::shared_ptr<ParamFrame>& held, uint32_t& result);
 
     // mMutex held
-    const Buffer& _setParamSyn(const Request& request);
+    const Buffer& _setParamSyn(Request& request);
     void autoErase(const Request& request, std::vector<uint32_t>& queue);
     uint32_t _erase(uint32_t camID, int pipe, uint32_t frameID);
     void _erase(Request& request, std::vector<uint32_t>& checkpoints, uint32_t limit, uint32_t& result);

@@ -11,6 +11,8 @@
  *
  * A value of another type, or camera, pipe and frame in another order, do not compile. Everything here is inline, holds
  * no state, and comes down to the calls of paramset.h; what they do, return, log and ask of the caller is told there.
+ * Of a constexpr parameter, g++ 12 and clang 14 at -O2 make of get, set, deliver and wait the very instructions of the
+ * plain call; only a time-out that is not known until run time is converted first.
  */
 #ifndef PARAMSET_TYPED_H
 #define PARAMSET_TYPED_H

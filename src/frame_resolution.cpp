@@ -19,6 +19,16 @@ bool isStatic(const tag_info_t* info) {
 
 }  // namespace
 
+// A frame of a pipe that comes before the requested one, which it usually is next to.
+const ParamFrame* ParamSet::findEarlierFrame(const Request& request, uint32_t frameID) {
+    Request::Frames& frames = request.elem->mFrames;
+    if (request.place != frames.begin()) {
+        const auto& [id, frame] = *std::prev(request.place);
+        if (id == frameID) return frame.get();
+    }
+    return findFrame(*request.elem, frameID);
+}
+
 pipe_elem& ParamSet::pipeElem(uint32_t camID, int pipe) {
     return mElem.find(static_cast<int>(camID))->second->mPipe[pipe];
 }
@@ -43,7 +53,7 @@ const ParamSet::Buffer& ParamSet::getParamInternal(Request& request) {
         PS_LOG(2, "frameID %d <= Erased %d, %s need life >= %d", frameID, erasePoint, known.mName.c_str(), neededLife(known, frameID, erasePoint));
         return getF0(request);
     }
-    ParamFrame* frame = findFrame(*request.elem, frameID);
+    ParamFrame* frame = request.lookUpFrame();
     return frame != nullptr ? getDirectly(request, *frame) : createNew(request);
 }
 
@@ -96,7 +106,7 @@ const ParamSet::Buffer& ParamSet::permiProc(const Request& request, ParamFrame* 
         PS_TRACE("cam %u pipe %d tag %d destID %u relatedID:%u", request.camID, request.pipe, tag, frameID, related);
         if (related == 0) return getF0(request);
         // The checkpoint's frame may have gone with another tag's last value.
-        const ParamFrame* checkpoint = findFrame(*request.elem, related);
+        const ParamFrame* checkpoint = findEarlierFrame(request, related);
         return checkpoint != nullptr ? findBuffer(*checkpoint, tag) : kNoBuffer;
     }
 
@@ -114,7 +124,7 @@ const ParamSet::Buffer& ParamSet::createNew(const Request& request) {
     PS_LOG(5, "createNew ParamFrame");
     if (request.modifiable == 0) return permiProc(request, nullptr);
 
-    std::shared_ptr<ParamFrame>& frame = request.elem->mFrames[request.frameID];
+    std::shared_ptr<ParamFrame>& frame = request.elem->mFrames.try_emplace(request.place, request.frameID)->second;
     frame.reset(new ParamFrame(request.camID, request.frameID, this, &gTagInfo));
     return permiProc(request, frame.get());
 }

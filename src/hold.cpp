@@ -5,7 +5,7 @@
 
 namespace zarn {
 
-ParamSet::Hold::Slot ParamSet::Hold::sSlots[1 << kSlotBits];
+ParamSet::Hold::SharedSlot ParamSet::Hold::sSlots[1 << kSlotBits];
 std::atomic<ParamSet*> ParamSet::Hold::sCurrent{nullptr};
 
 void ParamSet::Hold::publish(const std::shared_ptr<ParamSet>& store) {
@@ -20,24 +20,25 @@ void ParamSet::Hold::retire() {
     if (store == nullptr) return;
     ParamSet* current = store.get();
     sCurrent.compare_exchange_strong(current, nullptr);
-    for (Slot& slot : sSlots) {
+    for (SharedSlot& shared : sSlots) {
+        Slot& slot = shared.mSlot;
         void* use = store.get();
-        if (slot.mUse.load() != use) continue;
+        if (slot.load() != use) continue;
         auto* reference = new Reference(store);
         // The call may have let go since.
-        if (!slot.mUse.compare_exchange_strong(use, reference)) delete reference;
+        if (!slot.compare_exchange_strong(use, reference)) delete reference;
     }
 }
 
 void ParamSet::Hold::holdCounted() {
-    mSlot = nullptr;
-    mCounted = std::atomic_load(&sInstance);
-    mStore = mCounted.get();
+    auto* reference = new Reference(std::atomic_load(&sInstance));
+    mStore = reference->get();
+    mOwn = reference;
+    mSlot = &mOwn;
 }
 
 void ParamSet::Hold::holdAgain() {
-    void* use = mSlot->mUse.exchange(nullptr);
-    if (use != mStore) deleteReference(use);
+    letGo();
     holdCounted();
 }
 

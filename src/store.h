@@ -28,6 +28,8 @@ inline const std::shared_ptr<void> kNoBuffer;
 
 // One access to a value, with what it looks up once. Lives for a stretch under ParamSet::mMutex.
 struct ParamSet::Request {
+    using Frames = std::map<uint32_t, std::shared_ptr<ParamFrame>>;
+
     uint32_t camID;
     int pipe;
     uint32_t frameID;
@@ -36,11 +38,22 @@ struct ParamSet::Request {
     const tag_info_t* info;  // null if the tag is not registered
     pipe_elem* elem = nullptr;
     uint32_t* erasePoint = nullptr;  // the tag's, in elem
+    Frames::iterator place = {};     // of the frame in elem; of the next newer one if it has none
 
     // Find-or-insert of the tag's erase point.
     uint32_t& lookUpErasePoint() {
         if (erasePoint == nullptr) erasePoint = &elem->mErasePoint.try_emplace(tag, 0).first->second;
         return *erasePoint;
+    }
+
+    // Null if the pipe does not have the frame.
+    ParamFrame* lookUpFrame() {
+        Frames& frames = elem->mFrames;
+        // Most requests are for the newest frame, or for one that is still to come.
+        place = frames.end();
+        if (frames.empty() || frames.rbegin()->first < frameID) return nullptr;
+        place = frames.lower_bound(frameID);
+        return place->first == frameID ? place->second.get() : nullptr;
     }
 };
 
@@ -81,11 +94,7 @@ inline const tag_info_t* findTagInfo(const std::map<uint32_t, tag_info_t>& regis
 // The tag's entry, made without a creator if the tag was never registered.
 const tag_info_t& tagInfoOrNew(uint32_t tag);
 
-// Most look-ups are for the newest frame, or for one that is still to come.
 inline ParamFrame* findFrame(const pipe_elem& elem, uint32_t frameID) {
-    const auto newest = elem.mFrames.rbegin();
-    if (newest == elem.mFrames.rend() || newest->first < frameID) return nullptr;
-    if (newest->first == frameID) return newest->second.get();
     const auto it = elem.mFrames.find(frameID);
     return it == elem.mFrames.end() ? nullptr : it->second.get();
 }

@@ -106,7 +106,7 @@ const ParamSet::Buffer& ParamSet::awaitFrame(Request& request, std::unique_lock<
     request.info = findTagInfo(gTagInfo, tag);  // the tag may have been registered meanwhile
 
     // The frame may have been erased meanwhile, and even made again.
-    const ParamFrame* now = findFrame(*request.elem, frameID);
+    const ParamFrame* now = request.lookUpFrame();
     if (now != nullptr && now->mTags.find(tag) != now->mTags.end()) return findBuffer(*held, tag);
     result = PS_NOT_OF_FRAME;
     return permiProc(request, nullptr);
@@ -140,9 +140,9 @@ uint32_t ParamSet::_setParamSyn(uint32_t camID, int pipe, uint32_t frameID, uint
 
 // The record's part: finds or makes the buffer, and wakes who waits for it. The woken gets retake mMutex before they
 // read, so that they see what is copied in only after this.
-const ParamSet::Buffer& ParamSet::_setParamSyn(const Request& request) {
+const ParamSet::Buffer& ParamSet::_setParamSyn(Request& request) {
     const pipe_elem& elem = *request.elem;
-    ParamFrame* frame = request.frameID == 0 ? elem.mF0.get() : findFrame(elem, request.frameID);
+    ParamFrame* frame = request.frameID == 0 ? elem.mF0.get() : request.lookUpFrame();
     const Buffer& value = request.frameID == 0 ? getF0(request)
                           : frame != nullptr   ? getDirectly(request, *frame)
                                                : createNew(request);
