@@ -21,8 +21,8 @@ namespace {
 constexpr uint32_t AE = 17;
 constexpr uint32_t LUT = 18;
 
-enum class Format { HOST, BRIEF, TIME, THREADTIME };
-const Format FORMATS[] = {Format::HOST, Format::BRIEF, Format::TIME, Format::THREADTIME};
+enum class Format { HOST, STAMPED, BRIEF, TIME, THREADTIME };
+const Format FORMATS[] = {Format::HOST, Format::STAMPED, Format::BRIEF, Format::TIME, Format::THREADTIME};
 
 struct LogLine {
     int level;
@@ -36,6 +36,9 @@ std::string written(const LogLine& line, Format format, size_t index) {
     const auto second = static_cast<unsigned>(index / 1000), ms = static_cast<unsigned>(index % 1000);
     switch (format) {
         case Format::HOST: std::snprintf(start, sizeof start, "%c ParamSet: ", letter); break;
+        case Format::STAMPED:
+            std::snprintf(start, sizeof start, "2025-11-21 10:00:%02u.%03u000000 %c ParamSet: ", second, ms, letter);
+            break;
         case Format::BRIEF: std::snprintf(start, sizeof start, "%c/ParamSet(  812): ", letter); break;
         case Format::TIME:
             std::snprintf(start, sizeof start, "11-21 10:00:%02u.%03u %c/ParamSet(  812): ", second, ms, letter);
@@ -140,11 +143,11 @@ TEST_F(PslogTest, CountsTheSameInEveryFormat) {
         EXPECT_EQ(has(text, "no thread ids"), format != Format::THREADTIME);
         // 10 gets: of 12, 11 and the one that was woken; 14, 19 and twice 21, 2, 7, 1 and 1 back; 0, 6 and 8.
         EXPECT_TRUE(has(text,
-                        "  0    2    17 aeResult           4     15     10       3       4       3      1    7  "
+                        "  0    2     17 aeResult           4     15     10       3       4       3      1    7  "
                         "     3 "));
         EXPECT_TRUE(has(text, "      2      0      8\n")) << "two time-outs, eight erased values";
         EXPECT_TRUE(has(text,
-                        "  0    2    18 <lut> & \"co\"       4     12      0       0       0       0      -    - "
+                        "  0    2     18 <lut> & \"co\"       4     12      0       0       0       0      -    - "
                         "      0   -    -    -      0      0      5\n"));
         EXPECT_TRUE(has(text, "tag 17 aeResult: retain 6, needed 9: register with 9  (2 reads, 1 writes)\n"));
         EXPECT_TRUE(has(text, "      1  camera 0 pipe 2 tag 99 -: tag not registered\n"));
@@ -182,6 +185,7 @@ TEST_F(PslogTest, TellsWhatHappenedToAFrameInTimeOrder) {
     EXPECT_TRUE(has(story, "asked for tag 17 aeResult after its erasure up to frame 8: a retain number of 7")) << story;
     EXPECT_TRUE(has(storyOf(2, Format::HOST), "co\" is erased, to make room for the value of frame 9"));
     EXPECT_FALSE(has(storyOf(99, Format::HOST), "line"));
+    EXPECT_EQ(storyOf(20, Format::STAMPED), storyOf(20, Format::TIME)) << "nanoseconds were taken for another time";
 }
 
 TEST_F(PslogTest, PutsLinesPrintedWithoutTheStoresMutexToTheirOwnCalls) {
@@ -235,6 +239,11 @@ TEST_F(PslogTest, CountsWhatItCannotUseAndGoesOn) {
     for (size_t size = 13; size + 1 < line.size(); ++size) {
         ASSERT_TRUE(has(summaryOf(line.substr(0, size) + "\n"), "0 of the store, 0 of others, 1 damaged")) << size;
     }
+    EXPECT_TRUE(has(summaryOf(line + "294967296"), "1 damaged")) << "a number that the store cannot have";
+    EXPECT_TRUE(has(summaryOf("V ParamSet: 1, permiProc: add checkPoint[7] size:-3,permiProc:ae\n"
+                              "V ParamSet: 1, _setParam: success camID: 0, pipe: 2, frameID: 7, tag: 17,intrData:0x1,"
+                              "extrData:0x2,tagSize:4\n"),
+                    "2 of the store, 0 of others"));
     EXPECT_TRUE(has(summaryOf(std::string(3 << 20, 'x') + "\r\n" + line + "\r\n" + line),
                     "3 lines: 2 of the store, 1 of others, 0 damaged\n"));
     pslog::Summary summary;

@@ -11,7 +11,9 @@ namespace pslog {
 
 class Histogram {
 public:
+    /// What is negative, as a damaged log may have it, counts as 0.
     void add(int64_t value) {
+        value = std::max<int64_t>(value, 0);
         mGreatest = std::max(mGreatest, value);
         ++mCount;
         int shift = 0;

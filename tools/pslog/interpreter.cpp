@@ -26,6 +26,12 @@ int64_t tagOf(int64_t number) {
     return static_cast<uint32_t>(number);
 }
 
+/// @param found  the checkpoint; only a damaged log has one that is later than the frame
+Answer answerOf(uint32_t frame, uint32_t found) {
+    if (found == 0) return Answer::FRAME_0;
+    return found == frame ? Answer::ITSELF : found < frame ? Answer::EARLIER : Answer::NOT_KNOWN;
+}
+
 Key keyOf(const Arguments& a, size_t cam, size_t pipe, size_t tag) {
     return {a.number[cam], a.number[pipe], tagOf(a.number[tag])};
 }
@@ -191,7 +197,7 @@ bool Interpreter::takeMetadata(Call& call, Kind kind, const Arguments& a) {
         } else if (kind == Kind::SEARCHED && frameOf(a.number[0]) == frame) {
             const uint32_t found = frameOf(a.number[1]);
             call.metadata->other = found;
-            call.metadata->answer = found == frame ? Answer::ITSELF : found == 0 ? Answer::FRAME_0 : Answer::EARLIER;
+            call.metadata->answer = answerOf(frame, found);
             return true;  // the frame may still turn out to be gone
         }
         emit(*call.metadata);
@@ -334,7 +340,7 @@ void Interpreter::got(Call& call, const Key& key, uint32_t frame, bool synchrono
         got.answer = Answer::FRAME_0;
     } else if (isRelated) {
         got.other = call.related->found;
-        got.answer = got.other == 0 ? Answer::FRAME_0 : got.other == frame ? Answer::ITSELF : Answer::EARLIER;
+        got.answer = answerOf(frame, got.other);
     } else if (synchronous || traced || (call.entered && call.key == key && call.frame == frame)) {
         got.answer = Answer::ITSELF;
     }
@@ -358,7 +364,7 @@ void Interpreter::stored(Call& call, const Key& key, uint32_t frame, bool synchr
     if (call.checkpoint && call.checkpoint->frame == frame) {
         set.newCheckpoint = true;
         known.insert(std::upper_bound(known.begin(), known.end(), frame), frame);
-        const auto surplus = static_cast<int64_t>(known.size()) - call.checkpoint->size;
+        const auto surplus = static_cast<int64_t>(known.size()) - std::max<int64_t>(call.checkpoint->size, 0);
         if (surplus > 0) known.erase(known.begin(), known.begin() + surplus);
     }
     emit(set);

@@ -3,7 +3,7 @@
 //     brief        L/ParamSet( PID): message
 //     time         MM-DD HH:MM:SS.mmm L/ParamSet( PID): message
 //     threadtime   MM-DD HH:MM:SS.mmm  PID  TID L ParamSet: message
-// A year before the date, and times to the microsecond, are read, too.
+// A year before the date is read, too, a time of more or fewer digits, and the host's lines with a time before them.
 
 #include "line.h"
 
@@ -60,17 +60,19 @@ bool takeLevel(Cursor& cursor, int& level) {
 }
 
 /// Digits after the point, as microseconds.
-bool takeFraction(Cursor& cursor, int64_t& us) {
+bool takeFraction(Cursor& cursor, uint64_t& us) {
     const size_t before = cursor.rest.size();
     if (!cursor.number(us)) return false;
-    for (size_t digits = before - cursor.rest.size(); digits < 6; ++digits) us *= 10;
+    size_t digits = before - cursor.rest.size();
+    for (; digits < 6; ++digits) us *= 10;
+    for (; digits > 6; --digits) us /= 10;
     return true;
 }
 
 /// "MM-DD HH:MM:SS.mmm", perhaps with "YYYY-" before it.
 bool takeTime(Cursor& cursor, int64_t& timeUs) {
-    static constexpr int64_t DAYS_BEFORE[] = {0, 31, 60, 91, 121, 152, 182, 213, 244, 274, 305, 335};
-    int64_t month = 0, day = 0, hour = 0, minute = 0, second = 0, us = 0;
+    static constexpr uint64_t DAYS_BEFORE[] = {0, 31, 60, 91, 121, 152, 182, 213, 244, 274, 305, 335};
+    uint64_t month = 0, day = 0, hour = 0, minute = 0, second = 0, us = 0;
     if (!cursor.number(month) || !cursor.literal('-')) return false;
     if (month > 12 && (!cursor.number(month) || !cursor.literal('-'))) return false;
     if (!cursor.number(day) || !cursor.literal(' ') || month < 1 || month > 12) return false;
@@ -78,8 +80,14 @@ bool takeTime(Cursor& cursor, int64_t& timeUs) {
     if (!cursor.number(hour) || !cursor.literal(':') || !cursor.number(minute) || !cursor.literal(':')) return false;
     if (!cursor.number(second) || !cursor.literal('.') || !takeFraction(cursor, us)) return false;
     if (day > 31 || hour > 23 || minute > 59 || second > 60) return false;
-    timeUs = ((((DAYS_BEFORE[month - 1] + day) * 24 + hour) * 60 + minute) * 60 + second) * 1000000 + us;
+    const uint64_t seconds = (((DAYS_BEFORE[month - 1] + day) * 24 + hour) * 60 + minute) * 60 + second;
+    timeUs = static_cast<int64_t>(seconds * 1000000 + us);
     return true;
+}
+
+/// "L ParamSet: "
+bool takeHost(Cursor& cursor, Line& line) {
+    return takeLevel(cursor, line.level) && cursor.literal(' ') && cursor.literal(MODULE) && cursor.literal(": ");
 }
 
 /// "L/ParamSet( PID): "
@@ -106,14 +114,13 @@ bool takeThreads(Cursor& cursor, Line& line) {
 
 bool takeFrame(Cursor& cursor, Line& line) {
     if (cursor.rest.size() < 4) return false;
-    if (cursor.rest[1] == ' ') {
-        return takeLevel(cursor, line.level) && cursor.literal(' ') && cursor.literal(MODULE) && cursor.literal(": ");
+    if (cursor.rest[0] >= '0' && cursor.rest[0] <= '9') {
+        if (!takeTime(cursor, line.timeUs)) return false;
+        cursor.blanks();
+        if (!cursor.rest.empty() && cursor.rest[0] >= '0' && cursor.rest[0] <= '9') return takeThreads(cursor, line);
     }
-    if (cursor.rest[1] == '/') return takeBrief(cursor, line);
-    if (cursor.rest[0] < '0' || cursor.rest[0] > '9' || !takeTime(cursor, line.timeUs)) return false;
-    cursor.blanks();
-    const bool threads = !cursor.rest.empty() && cursor.rest[0] >= '0' && cursor.rest[0] <= '9';
-    return threads ? takeThreads(cursor, line) : takeBrief(cursor, line);
+    const bool brief = cursor.rest.size() > 1 && cursor.rest[1] == '/';
+    return brief ? takeBrief(cursor, line) : takeHost(cursor, line);
 }
 
 }  // namespace

@@ -84,10 +84,11 @@ constexpr Message MESSAGES[] = {
     {Kind::EXTERNAL_FAILED, "ioctrlOutsideParam", "no data, tag:%d"},
 };
 
+/// The store's numbers have 32 bits, signed or not.
 bool takeNumber(const char*& next, const char* end, int64_t& value) {
     const auto [after, error] = std::from_chars(next, end, value);
     next = after;
-    return error == std::errc();
+    return error == std::errc() && value >= INT32_MIN && value <= UINT32_MAX;
 }
 
 /// A null pointer is written differently by different C libraries.

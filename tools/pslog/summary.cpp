@@ -80,14 +80,14 @@ void Summary::printRows(std::FILE* out, const Tags& tags) const {
     for (const auto& [key, row] : mRows) rows.emplace_back(key, &row);
     std::sort(rows.begin(), rows.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
     std::fprintf(out,
-                 "\n                                                 gets answered by    checkpoint   waits, ms\n"
-                 "cam pipe   tag name           bytes   sets   gets  itself earlier frame 0   back  max"
+                 "\n                                                  gets answered by    checkpoint   waits, ms\n"
+                 "cam pipe    tag name           bytes   sets   gets  itself earlier frame 0   back  max"
                  "  number med 99 %%  max t-outs failed erased\n");
     uint64_t notKnown = 0;
     for (const auto& [key, row] : rows) {
         const auto info = tags.find(key.tag);
         const std::string bytes = dashOr(info == tags.end() ? UNKNOWN : info->second.size);
-        std::fprintf(out, "%3" PRId64 " %4" PRId64 " %5" PRId64 " %-14s %5s %6" PRIu64 " %6" PRIu64, key.cam, key.pipe,
+        std::fprintf(out, "%3" PRId64 " %4" PRId64 " %6" PRId64 " %-14s %5s %6" PRIu64 " %6" PRIu64, key.cam, key.pipe,
                      key.tag, nameOf(key.tag, tags).c_str(), bytes.c_str(), row->sets, row->gets);
         std::fprintf(out, " %7" PRIu64 " %7" PRIu64 " %7" PRIu64 " %6s %4s", row->itself, row->back.count(),
                      row->frame0, orNothing(row->back, row->back.quantile(0.5)).c_str(),

@@ -34,7 +34,8 @@ private:
     };
     struct KeyHash {
         size_t operator()(const Key& key) const {
-            return static_cast<size_t>((key.cam * 16 + key.pipe) * 0x9E3779B1 + key.tag);
+            return (static_cast<size_t>(key.cam) * 16 + static_cast<size_t>(key.pipe)) * 0x9E3779B1 +
+                   static_cast<size_t>(key.tag);
         }
     };
 

@@ -78,16 +78,21 @@ private:
     }
 
     static void place(pugi::xml_node node, double x, double y, double width, double height) {
-        node.append_attribute("x") = x;
-        node.append_attribute("y") = y;
-        node.append_attribute("width") = width;
-        node.append_attribute("height") = height;
+        put(node, "x", x);
+        put(node, "y", y);
+        put(node, "width", width);
+        put(node, "height", height);
+    }
+
+    /// With no more digits than can be seen.
+    static void put(pugi::xml_node node, const char* attribute, double value) {
+        node.append_attribute(attribute).set_value(value, 7);
     }
 
     pugi::xml_node text(double x, double y, const std::string& words, const char* color = "#333333") {
         pugi::xml_node node = shape("text", color);
-        node.append_attribute("x") = x;
-        node.append_attribute("y") = y;
+        put(node, "x", x);
+        put(node, "y", y);
         node.text() = words.c_str();
         return node;
     }
@@ -106,7 +111,8 @@ private:
         std::sort(ends.begin(), ends.end());
         const int64_t wanted = ends[(ends.size() - 1) * 98 / 100];
         int64_t round = 4;
-        for (const int64_t least : {10, 20, 40, 100, 200, 400, 1000, 2000, 4000, 10000, 20000, 40000, 100000}) {
+        for (const int64_t least :
+             {10, 20, 40, 60, 100, 160, 200, 300, 400, 600, 1000, 2000, 4000, 10000, 20000, 40000, 100000}) {
             round = least;
             if (round > wanted) break;
         }
@@ -162,7 +168,8 @@ private:
                 const double tick = x + LANE_WIDTH * part / 4.0;
                 place(shape("rect", "#d5d8dc"), tick, top - 3, 0.7, height + 3);
                 if (part % 2 != 0) continue;
-                pugi::xml_node number = text(tick, top - 5, std::to_string(mScaleMs * part / 4), "#888888");
+                const std::string ms = std::to_string(mScaleMs * part / 4) + (part == 4 ? " ms" : "");
+                pugi::xml_node number = text(tick, top - 5, ms, "#888888");
                 number.append_attribute("font-size") = 9;
                 if (part > 0) number.append_attribute("text-anchor") = part == 4 ? "end" : "middle";
             }
@@ -189,6 +196,7 @@ private:
             std::stable_sort(marks.begin(), marks.end(),
                              [](const Mark& a, const Mark& b) { return rank(a) < rank(b); });
             for (const Mark& mark : marks) drawCell(frame, row, laneX(i), mark);
+            drawBacks(frame, row, laneX(i), marks);
         }
         mY += mRowHeight;
     }
@@ -196,26 +204,34 @@ private:
     /// Waits lie below what happens in them.
     static int rank(const Mark& mark) { return mark.shape <= Mark::TIMED_OUT ? 0 : mark.shape == Mark::VALUE ? 1 : 2; }
 
+    double pixelsOf(int64_t us) const { return static_cast<double>(us) * LANE_WIDTH / (mScaleMs * 1000.0); }
+
+    /// How far back the frames are that answered: to the right of all marks, so that it covers none.
+    void drawBacks(uint32_t frame, const FrameRow& row, double x, const std::vector<Mark>& marks) {
+        constexpr int WORD_WIDTH = 16;
+        std::string words;
+        double left = 0;
+        double width = 0;
+        for (const Mark& mark : marks) {
+            left = std::max(left, pixelsOf(mark.endUs - row.startUs) + 8);
+            const std::string word = "\u2212" + std::to_string(frame - mark.other) + " ";
+            if (mark.shape != Mark::EARLIER || words.find(word) != std::string::npos) continue;
+            words += word;
+            width += WORD_WIDTH;
+        }
+        if (words.empty() || mRowHeight < 20 || left + width > LANE_WIDTH) return;
+        text(x + left, mY + mRowHeight - 6, words, "#8a5500").append_attribute("font-size") = 10;
+    }
+
     void drawCell(uint32_t frame, const FrameRow& row, double x, const Mark& mark) {
-        const double pixelsPerUs = LANE_WIDTH / (mScaleMs * 1000.0);
-        const double from =
-            std::min<double>(LANE_WIDTH - 2, static_cast<double>(mark.startUs - row.startUs) * pixelsPerUs);
-        const double to = std::min<double>(LANE_WIDTH, static_cast<double>(mark.endUs - row.startUs) * pixelsPerUs);
+        const double from = std::min(LANE_WIDTH - 2.0, pixelsOf(mark.startUs - row.startUs));
+        const double to = std::min<double>(LANE_WIDTH, pixelsOf(mark.endUs - row.startUs));
         pugi::xml_node node = drawMark(mark.shape, x + from, x + to, mY + 1, mRowHeight - 2, mRowHeight >= 20 ? 3 : 2);
         std::string words = "frame " + std::to_string(frame) + ": " + STYLES[mark.shape].words;
         if (mark.shape == Mark::EARLIER) words += ", " + std::to_string(mark.other);
         if (mark.endUs > mark.startUs) words += ", " + std::to_string((mark.endUs - mark.startUs) / 1000) + " ms";
         words += ", at " + std::to_string((mark.startUs - row.startUs) / 1000) + " ms";
         node.append_child("title").text() = words.c_str();
-        if (mark.shape == Mark::EARLIER && mRowHeight >= 20) {
-            const double left = std::min(x + from + 7, x + LANE_WIDTH - 16.0);
-            pugi::xml_node back =
-                text(left, mY + mRowHeight - 6, "\u2212" + std::to_string(frame - mark.other), "#8a5500");
-            back.append_attribute("font-size") = 10;
-            back.append_attribute("stroke") = "#ffffff";
-            back.append_attribute("stroke-width") = 3;
-            back.append_attribute("paint-order") = "stroke";
-        }
     }
 
     pugi::xml_node drawMark(Mark::Shape kind, double from, double to, double y, double height, double thickness) {
