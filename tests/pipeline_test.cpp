@@ -301,7 +301,8 @@ TEST_F(PipelineTest, TableAgreesWithTheLogOfTheStore) {
             intoFrame0 += inPipe;
         }
         const double setUp = rowOf(result.out, "set-up")[SETS];
-        const double ofTuning = logged("tag: " + std::to_string(TUNING.id) + ",intrData") - 1;  // but for the one set
+        const double ofTuning =
+            logged("tag: " + std::to_string(TUNING.tag()) + ",intrData") - 1;  // but for the one set
         EXPECT_EQ(sum[SETS], logged("success camID") - intoFrame0 + setUp);
         EXPECT_EQ(sum[GETS], logged("success  camID"));
         EXPECT_EQ(sum[EARLIER], logged(" relatedID:") - logged(" relatedID:0\n"));
@@ -383,20 +384,20 @@ TEST_F(PipelineTest, ControllerIsDampedLimitedAndHoldsASteadyScene) {
 TEST_F(PipelineTest, ClientTellsFrame0FromTheFrameThatItKeepsTheValueOf) {
     zarn::ParamSet::createInstance();
     registerTags();
-    StoreClient eraser(4);
-    StoreClient other(4);
+    StoreClient eraser(zarn::Camera{4});
+    StoreClient other(zarn::Camera{4});
     Gain gain{};
     eraser.set(GAIN, 0, Gain{{}, 1});
     EXPECT_EQ(other.get(GAIN, 5, gain), AnsweredBy::FRAME_0);
     eraser.deliver(GAIN, 10, Gain{{}, 2});
     EXPECT_EQ(other.get(GAIN, 10, gain), AnsweredBy::ITSELF);
-    EXPECT_EQ(other.await(GAIN, 11, gain, 1), AnsweredBy::EARLIER);
+    EXPECT_EQ(other.await(GAIN, 11, gain, Wait(1)), AnsweredBy::EARLIER);
     EXPECT_EQ(other.traffic().timeouts, 1u);
 
     eraser.erase(EXPOSURE_PIPE, 10 + GAIN_RETAIN);  // frame 0 has the value of frame 10 now
     EXPECT_EQ(eraser.get(GAIN, 11, gain), AnsweredBy::FRAME_0);
     EXPECT_EQ(gain.gain, 2);
-    EXPECT_EQ(other.await(GAIN, 10, gain, 1), AnsweredBy::FRAME_0);
+    EXPECT_EQ(other.await(GAIN, 10, gain, Wait(1)), AnsweredBy::FRAME_0);
     EXPECT_EQ(other.get(GAIN, 9, gain), AnsweredBy::FRAME_0);
     EXPECT_EQ(other.traffic().gets, 5u);
     zarn::ParamSet::destroyInstance();

@@ -22,7 +22,7 @@ std::unique_ptr<FrameSource> openSource(uint32_t camera, const Options& options)
 }  // namespace
 
 Camera::Camera(uint32_t camera, const Options& options)
-    : mStore(camera), mSource(openSource(camera, options)), mPool(mSource->format(), BUFFER_COUNT) {}
+    : mStore(zarn::Camera{camera}), mSource(openSource(camera, options)), mPool(mSource->format(), BUFFER_COUNT) {}
 
 void Camera::prepare(const Options& options) {
     if (!options.output.empty()) {
@@ -49,14 +49,14 @@ void Camera::setFirstValues() {
 // Somebody who sets a pace, or makes a module late, wants to see what is late. Without, waiting longer does no harm.
 ModuleContext Camera::contextOf(const Options& options, ModuleName module) {
     ModuleContext context;
-    context.camera = id();
+    context.camera = mStore.camera();
     context.pool = &mPool;
-    context.stall = std::chrono::milliseconds(options.stallMs[module]);
+    context.stall = Wait(options.stallMs[module]);
     const bool stalled = std::any_of(options.stallMs.begin(), options.stallMs.end(), [](int ms) { return ms > 0; });
     context.realTime = stalled || options.fps > 0;
     if (options.fps > 0) {
-        const auto interval = static_cast<uint32_t>(std::ceil(1000 / options.fps));
-        context.frameWaitMs = std::max<uint32_t>(DEFAULT_WAIT_MS, 2 * interval);
+        const Wait interval(std::lround(std::ceil(1000 / options.fps)));
+        context.frameWait = std::max(context.frameWait, 2 * interval);
     }
     return context;
 }

@@ -37,7 +37,7 @@ public:
     /// Removes the output, also while the threads are running.
     void discard();
 
-    uint32_t id() const { return mStore.camera(); }
+    uint32_t id() const { return mStore.camera().number(); }
     const FrameFormat& format() const { return mPool.format(); }
     const Traffic& setUpTraffic() const { return mStore.traffic(); }
     std::vector<const Module*> modules() const;

@@ -10,7 +10,7 @@ void Exposure::process() {
     for (uint32_t frame = 1;; ++frame) {
         FrameReady ready = awaitFrame(frame);
         while (ready.end == 0 && ready.stamp.frame > frame) {
-            const uint32_t next = ready.stamp.frame + static_cast<uint32_t>(FRAME_READY.retain);
+            const uint32_t next = ready.stamp.frame + static_cast<uint32_t>(FRAME_READY.kind().retain);
             mSkipped += next - frame;
             frame = next;
             ready = awaitFrame(frame);

@@ -23,7 +23,7 @@ void Isp::process() {
             mError = problem.what();
         }
         mStore.deliver(RELEASED, frame, Released{{}, mError.empty() ? 0u : 1u});
-        for (const PipeIndex pipe : {FRAME_PIPE, EXPOSURE_PIPE, ISP_PIPE}) mStore.erase(pipe, frame);
+        for (const zarn::Pipe pipe : {FRAME_PIPE, EXPOSURE_PIPE, ISP_PIPE}) mStore.erase(pipe, frame);
         mFramesDone.store(frame, std::memory_order_relaxed);
     }
 }

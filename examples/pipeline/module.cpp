@@ -20,7 +20,7 @@ void Module::run() noexcept {
 FrameReady Module::awaitFrame(uint32_t frame) {
     FrameReady ready{};
     for (;;) {
-        const AnsweredBy by = mStore.await(FRAME_READY, frame, ready, mContext.frameWaitMs);
+        const AnsweredBy by = mStore.await(FRAME_READY, frame, ready, mContext.frameWait);
         if (by == AnsweredBy::NOBODY) ready.end = 1;
         if (by == AnsweredBy::NOBODY || ready.stamp.frame >= frame) break;
     }

@@ -5,7 +5,6 @@
 #ifndef PIPELINE_MODULE_H
 #define PIPELINE_MODULE_H
 
-#include <chrono>
 #include <cstdint>
 #include <string>
 
@@ -16,11 +15,11 @@
 namespace pipeline {
 
 struct ModuleContext {
-    uint32_t camera = 0;
+    zarn::Camera camera{0};
     FramePool* pool = nullptr;
-    std::chrono::milliseconds stall{0};      ///< how late the module is with each frame
-    uint32_t frameWaitMs = DEFAULT_WAIT_MS;  ///< one wait for a frame to begin
-    bool realTime = false;                   ///< go on with an earlier value when one is late
+    Wait stall{0};                    ///< how late the module is with each frame
+    Wait frameWait{DEFAULT_WAIT_MS};  ///< one wait for a frame to begin
+    bool realTime = false;            ///< go on with an earlier value when one is late
 };
 
 class Module {

@@ -2,12 +2,13 @@
 
 #include "store_client.h"
 
-#include <chrono>
 #include <cstring>
 
 #include "platform/host/host_platform.h"
 
 namespace pipeline {
+
+using namespace zarn;
 
 namespace {
 
@@ -20,21 +21,21 @@ int64_t steadyNs() {
     return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
-void StoreClient::erase(PipeIndex pipe, uint32_t frame) {
+void StoreClient::erase(Pipe pipe, uint32_t frame) {
     if (frame < FIRST_ERASE) return;
-    if (erasePs(mCamera, pipe, frame) != PS_OK) ++mTraffic.failures;
-    mErased[static_cast<size_t>(pipe)] = frame;
+    if (eraseFrames(mCamera, pipe, Frame{frame}) != Result::OK) ++mTraffic.failures;
+    mErased[static_cast<size_t>(pipe.number())] = frame;
 }
 
 void StoreClient::setMetadata(const FrameMetadata& metadata) {
     camera_metadata* record = host::makeMetadata(&metadata, sizeof metadata);
-    const uint32_t code = zarn::ParamSet::setMetadata(mCamera, metadata.frame, record);
+    const uint32_t code = ParamSet::setMetadata(mCamera.number(), metadata.frame, record);
     free_camera_metadata(record);
     ++(code == PS_OK ? mTraffic.metadataSets : mTraffic.failures);
 }
 
 bool StoreClient::getMetadata(uint32_t frame, FrameMetadata& metadata) {
-    const camera_metadata* record = zarn::ParamSet::getMetadata(mCamera, frame);
+    const camera_metadata* record = ParamSet::getMetadata(mCamera.number(), frame);
     if (record == nullptr || host::metadataSize(record) != sizeof metadata) {
         ++mTraffic.failures;
         return false;
@@ -46,49 +47,49 @@ bool StoreClient::getMetadata(uint32_t frame, FrameMetadata& metadata) {
 }
 
 bool StoreClient::command(uint32_t code, void* in, void* out) {
-    const bool done = ioctrlOutsidePsParam(mCamera, code, 0, in, out) == PS_OK;
+    const bool done = ioctrlOutsidePsParam(mCamera.number(), code, 0, in, out) == PS_OK;
     if (!done) ++mTraffic.failures;
     return done;
 }
 
-void StoreClient::countSet(uint32_t code) {
-    ++(code == PS_OK ? mTraffic.sets : mTraffic.failures);
+void StoreClient::countSet(Result result) {
+    ++(result == Result::OK ? mTraffic.sets : mTraffic.failures);
 }
 
-AnsweredBy StoreClient::countGet(const TagInfo& tag, uint32_t frame, const Stamp& answer, uint32_t code) {
-    if (code != PS_OK && code != PS_NOT_OF_FRAME && code != PS_TIMED_OUT) {
-        ++mTraffic.failures;
-        return AnsweredBy::NOBODY;
-    }
-    ++mTraffic.gets;
-    const AnsweredBy by = whoAnswered(tag, frame, answer.frame, code);
-    if (by == AnsweredBy::ITSELF) ++mTraffic.byItself;
-    if (by == AnsweredBy::EARLIER) ++mTraffic.byEarlier;
-    if (by == AnsweredBy::FRAME_0) ++mTraffic.byFrame0;
-    return by;
-}
-
-// A result of 6 is a time-out; one of 3 is one too, unless an erase ended the wait before its time. The result does
-// not tell whether a get that succeeded had to wait: it did if the value was handed to the store after the call. That
-// misses a wait that began in the few instructions between a deliverer's clock and the store's mutex.
-void StoreClient::countWait(uint32_t code, int64_t startNs, int64_t deliveredNs, uint32_t timeoutMs) {
-    const double ms = static_cast<double>(steadyNs() - startNs) / 1e6;
-    const bool missed = code == PS_NOT_OF_FRAME || code == PS_TIMED_OUT;
-    if (missed || (code == PS_OK && deliveredNs > startNs)) mTraffic.waitsMs.push_back(ms);
-    if (missed && ms >= timeoutMs) ++mTraffic.timeouts;
+// A result of TIMED_OUT is a time-out; NOT_OF_FRAME is one too, unless an erase ended the wait before its time. The
+// result does not tell whether a get that succeeded had to wait: it did if the value was handed to the store after the
+// call. That misses a wait that began in the few instructions between a deliverer's clock and the store's mutex.
+void StoreClient::countWait(Result result, int64_t startNs, int64_t deliveredNs, Wait timeout) {
+    const std::chrono::nanoseconds took(steadyNs() - startNs);
+    const bool missed = result == Result::NOT_OF_FRAME || result == Result::TIMED_OUT;
+    const bool waited = missed || (result == Result::OK && deliveredNs > startNs);
+    if (waited) mTraffic.waitsMs.push_back(std::chrono::duration<double, std::milli>(took).count());
+    if (missed && took >= timeout) ++mTraffic.timeouts;
 }
 
 // A value's own frame id tells which frame it was delivered for, but frame 0 holds copies of erased values, too. Such a
 // copy is of a frame that this client has erased, or, where another client erases, of the frame that was asked for or a
 // later one: who is asked for a frame that far back has lost it. Frame 0's first value has the id 0.
-AnsweredBy StoreClient::whoAnswered(const TagInfo& tag, uint32_t frame, uint32_t answeringFrame, uint32_t code) const {
-    if (tag.type == STANDING) return AnsweredBy::FRAME_0;
-    const uint32_t retain = static_cast<uint32_t>(tag.retain);
-    const uint32_t erased = mErased[static_cast<size_t>(tag.pipe)];
-    const uint32_t erasePoint = tag.type == PER_FRAME && erased > retain ? erased - retain : 0;
-    if (answeringFrame <= erasePoint || answeringFrame > frame) return AnsweredBy::FRAME_0;
-    if (answeringFrame < frame) return AnsweredBy::EARLIER;
-    return code == PS_NOT_OF_FRAME ? AnsweredBy::FRAME_0 : AnsweredBy::ITSELF;
+AnsweredBy StoreClient::countGet(Kind kind, Pipe pipe, uint32_t frame, uint32_t answering, Result result) {
+    if (result != Result::OK && result != Result::NOT_OF_FRAME && result != Result::TIMED_OUT) {
+        ++mTraffic.failures;
+        return AnsweredBy::NOBODY;
+    }
+    ++mTraffic.gets;
+    if (kind.tagType == staticKind().tagType || answering <= erasePoint(kind, pipe) || answering > frame ||
+        (answering == frame && result == Result::NOT_OF_FRAME)) {
+        ++mTraffic.byFrame0;
+        return AnsweredBy::FRAME_0;
+    }
+    ++(answering < frame ? mTraffic.byEarlier : mTraffic.byItself);
+    return answering < frame ? AnsweredBy::EARLIER : AnsweredBy::ITSELF;
+}
+
+// The last frame whose value is gone by what this client erased. A queue is not erased, but trims itself.
+uint32_t StoreClient::erasePoint(Kind kind, Pipe pipe) const {
+    const auto retain = static_cast<uint32_t>(kind.retain);
+    const uint32_t erased = mErased[static_cast<size_t>(pipe.number())];
+    return kind.tagType == dynamicKind().tagType && erased > retain ? erased - retain : 0;
 }
 
 }  // namespace pipeline

@@ -1,17 +1,19 @@
-// One module's way to the store: typed values in place of bytes, and a count of everything that passes.
+// One module's way to the store, which counts everything that passes.
 // A client belongs to one thread at a time and has no lock.
 
 #ifndef PIPELINE_STORE_CLIENT_H
 #define PIPELINE_STORE_CLIENT_H
 
 #include <array>
+#include <chrono>
 #include <cstdint>
-#include <type_traits>
 #include <vector>
 
 #include "values.h"
 
 namespace pipeline {
+
+using Wait = std::chrono::milliseconds;
 
 int64_t steadyNs();
 
@@ -34,42 +36,40 @@ struct Traffic {
 
 class StoreClient {
 public:
-    explicit StoreClient(uint32_t camera) : mCamera(camera) {}
+    explicit StoreClient(zarn::Camera camera) : mCamera(camera) {}
 
     /// Sets without waking anyone.
     template <typename Value>
     void set(const Tag<Value>& tag, uint32_t frame, Value value) {
         stamp(value, frame);
-        countSet(setPsParam(mCamera, tag.pipe, frame, tag.id, &value));
+        countSet(tag.set(mCamera, tag.pipe, zarn::Frame{frame}, value));
     }
 
     /// Sets and wakes who waits for it.
     template <typename Value>
     void deliver(const Tag<Value>& tag, uint32_t frame, Value value) {
         stamp(value, frame);
-        countSet(setPsParamSyn(mCamera, tag.pipe, frame, tag.id, &value));
+        countSet(tag.deliver(mCamera, tag.pipe, zarn::Frame{frame}, value));
     }
 
     /// Gets what there is. The value is untouched if nobody answered.
     template <typename Value>
     AnsweredBy get(const Tag<Value>& tag, uint32_t frame, Value& value) {
-        static_assert(std::is_trivially_copyable_v<Value>);
-        const uint32_t code = getPsParam(mCamera, tag.pipe, frame, tag.id, &value);
-        return countGet(tag, frame, value.stamp, code);
+        const zarn::Result result = tag.get(mCamera, tag.pipe, zarn::Frame{frame}, value);
+        return countGet(tag.kind(), tag.pipe, frame, value.stamp.frame, result);
     }
 
     /// Gets, waiting once for the frame's own value if need be.
     template <typename Value>
-    AnsweredBy await(const Tag<Value>& tag, uint32_t frame, Value& value, uint32_t timeoutMs = DEFAULT_WAIT_MS) {
-        static_assert(std::is_trivially_copyable_v<Value>);
+    AnsweredBy await(const Tag<Value>& tag, uint32_t frame, Value& value, Wait timeout = Wait{DEFAULT_WAIT_MS}) {
         const int64_t startNs = steadyNs();
-        const uint32_t code = getPsParamSynTimeout(mCamera, tag.pipe, frame, tag.id, &value, timeoutMs);
-        countWait(code, startNs, value.stamp.deliveredNs, timeoutMs);
-        return countGet(tag, frame, value.stamp, code);
+        const zarn::Result result = tag.wait(mCamera, tag.pipe, zarn::Frame{frame}, value, timeout);
+        countWait(result, startNs, value.stamp.deliveredNs, timeout);
+        return countGet(tag.kind(), tag.pipe, frame, value.stamp.frame, result);
     }
 
     /// Lets the store drop what lies further behind @p frame than its retain number.
-    void erase(PipeIndex pipe, uint32_t frame);
+    void erase(zarn::Pipe pipe, uint32_t frame);
 
     void setMetadata(const FrameMetadata& metadata);
 
@@ -79,22 +79,21 @@ public:
     /// Sends a command to the external processor; false if it did not take it.
     bool command(uint32_t code, void* in, void* out);
 
-    uint32_t camera() const { return mCamera; }
+    zarn::Camera camera() const { return mCamera; }
     const Traffic& traffic() const { return mTraffic; }
 
 private:
     template <typename Value>
     static void stamp(Value& value, uint32_t frame) {
-        static_assert(std::is_trivially_copyable_v<Value>);
         value.stamp = {frame, steadyNs()};
     }
 
-    void countSet(uint32_t code);
-    AnsweredBy countGet(const TagInfo& tag, uint32_t frame, const Stamp& answer, uint32_t code);
-    void countWait(uint32_t code, int64_t startNs, int64_t deliveredNs, uint32_t timeoutMs);
-    AnsweredBy whoAnswered(const TagInfo& tag, uint32_t frame, uint32_t answeringFrame, uint32_t code) const;
+    void countSet(zarn::Result result);
+    AnsweredBy countGet(zarn::Kind kind, zarn::Pipe pipe, uint32_t frame, uint32_t answering, zarn::Result result);
+    void countWait(zarn::Result result, int64_t startNs, int64_t deliveredNs, Wait timeout);
+    uint32_t erasePoint(zarn::Kind kind, zarn::Pipe pipe) const;
 
-    uint32_t mCamera;
+    zarn::Camera mCamera;
     Traffic mTraffic;
     std::array<uint32_t, MAX_PIPE_NUM> mErased{};  ///< by pipe: the last frame that this client erased at
 };

@@ -1,16 +1,24 @@
-// The registrations, one kind of tag each.
+// See values.h.
 
 #include "values.h"
+
+#include <stdexcept>
+#include <string>
 
 namespace pipeline {
 
 void registerTags() {
-    registerPsDynamicParam(FRAME_READY.id, sizeof(FrameReady), FRAME_READY.type, "frame ready", "FrameReady");
-    registerPsDynamicParam(STATISTICS.id, sizeof(Statistics), STATISTICS.type, "statistics", "Statistics");
-    registerPsDynamicParamWithExtendingLife(GAIN.id, sizeof(Gain), GAIN.type, "gain", "Gain", GAIN.retain);
-    registerPsQueueParam(HISTORY.id, sizeof(HistoryEntry), HISTORY.type, "history", "HistoryEntry", HISTORY.retain);
-    registerPsStaticParam(TUNING.id, sizeof(Tuning), TUNING.type, "tuning", "Tuning");
-    registerPsDynamicParam(RELEASED.id, sizeof(Released), RELEASED.type, "released", "Released");
+    const auto add = [](const auto& tag) {
+        const zarn::Registration done = tag.registerTag();
+        if (done != zarn::Registration::DONE)
+            throw std::runtime_error(std::string(tag.name()) + ": " + to_string(done));
+    };
+    add(FRAME_READY);
+    add(STATISTICS);
+    add(GAIN);
+    add(HISTORY);
+    add(TUNING);
+    add(RELEASED);
 }
 
 }  // namespace pipeline

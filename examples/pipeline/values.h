@@ -6,15 +6,12 @@
 
 #include <cstdint>
 
-#include "paramset.h"
+#include "paramset_typed.h"
 
 namespace pipeline {
 
-/// Frames behind the erased one that ordinary values are kept.
-constexpr int ORDINARY_RETAIN = 6;
-
-/// Frame buffers of a camera. Fewer than ORDINARY_RETAIN, so that what frees a buffer is never erased while the sensor
-/// still waits for it.
+/// Frame buffers of a camera. Fewer than the frames that an ordinary value is kept, so that what frees a buffer is
+/// never erased while the sensor still waits for it.
 constexpr uint32_t BUFFER_COUNT = 4;
 
 /// How far exposure looks back, and how much of its history is kept for that.
@@ -28,14 +25,10 @@ constexpr int GAIN_RETAIN = 30;
 /// Greatest stall of a module: with it, a gain is late by half of GAIN_RETAIN frames at most.
 constexpr int MAX_STALL_MS = 1000;
 
-enum PipeIndex : int32_t {
-    FRAME_PIPE = 0,       ///< from the sensor, with the metadata; erased by the ISP
-    STATISTICS_PIPE = 1,  ///< from statistics; erased by exposure
-    EXPOSURE_PIPE = 2,    ///< from exposure; erased by the ISP
-    ISP_PIPE = 3,         ///< from the ISP; erased by the ISP
-};
-
-enum TagType : int { PER_FRAME = 0, STANDING = 1, QUEUE = 2 };
+constexpr zarn::Pipe FRAME_PIPE{0};       ///< from the sensor, with the metadata; erased by the ISP
+constexpr zarn::Pipe STATISTICS_PIPE{1};  ///< from statistics; erased by exposure
+constexpr zarn::Pipe EXPOSURE_PIPE{2};    ///< from exposure; erased by the ISP
+constexpr zarn::Pipe ISP_PIPE{3};         ///< from the ISP; erased by the ISP
 
 /// First member of every value. Frame 0 starts out with values of frame id 0.
 struct Stamp {
@@ -89,27 +82,22 @@ struct FrameMetadata {
     int64_t timestampNs;  ///< steady clock, when the sensor had the frame
 };
 
-struct TagInfo {
-    uint32_t id;
-    int32_t pipe;
-    int type;
-    int retain;
+/// A parameter, and the pipe that it lives in.
+template <typename Value>
+struct Tag : zarn::Parameter<Value> {
+    zarn::Pipe pipe;
 };
 
-/// Ties a tag to the type of its value, so that no other can be passed.
-template <typename Value>
-struct Tag : TagInfo {};
-
-constexpr Tag<FrameReady> FRAME_READY{{0x1001, FRAME_PIPE, PER_FRAME, ORDINARY_RETAIN}};
-constexpr Tag<Statistics> STATISTICS{{0x1002, STATISTICS_PIPE, PER_FRAME, ORDINARY_RETAIN}};
-constexpr Tag<Gain> GAIN{{0x1003, EXPOSURE_PIPE, PER_FRAME, GAIN_RETAIN}};
-constexpr Tag<HistoryEntry> HISTORY{{0x1004, EXPOSURE_PIPE, QUEUE, HISTORY_RETAIN}};
-constexpr Tag<Tuning> TUNING{{0x1005, EXPOSURE_PIPE, STANDING, 1}};
-constexpr Tag<Released> RELEASED{{0x1006, ISP_PIPE, PER_FRAME, ORDINARY_RETAIN}};
+constexpr Tag<FrameReady> FRAME_READY{{0x1001, "frame ready", zarn::dynamicKind()}, FRAME_PIPE};
+constexpr Tag<Statistics> STATISTICS{{0x1002, "statistics", zarn::dynamicKind()}, STATISTICS_PIPE};
+constexpr Tag<Gain> GAIN{{0x1003, "gain", zarn::dynamicKind<GAIN_RETAIN>()}, EXPOSURE_PIPE};
+constexpr Tag<HistoryEntry> HISTORY{{0x1004, "history", zarn::queueKind<HISTORY_RETAIN>()}, EXPOSURE_PIPE};
+constexpr Tag<Tuning> TUNING{{0x1005, "tuning", zarn::staticKind()}, EXPOSURE_PIPE};
+constexpr Tag<Released> RELEASED{{0x1006, "released", zarn::dynamicKind()}, ISP_PIPE};
 
 constexpr Tuning DEFAULT_TUNING{{}, 118.0f, 0.25f, 0.25f, 8.0f, 0.75f};
 
-/// Registers all tags; before any thread uses the store.
+/// Registers all tags; before any thread uses the store. Throws std::runtime_error if one is registered otherwise.
 void registerTags();
 
 }  // namespace pipeline
