@@ -4,6 +4,7 @@
 
 constexpr Parameter<int> GAIN{0x501, "gain", dynamicKind()};
 constexpr Parameter<int> HISTORY{0x502, "history", queueKind<8>()};
+constexpr Pipe NEVER_ERASED{3};
 
 int main() {
     const Store store;
@@ -23,6 +24,15 @@ int main() {
 
     // a queue is left alone
     CLAIM(valueOf(HISTORY, Frame{20}) == 20);
+
+    // a pipe that nobody erases keeps the newest 300
+    int got = 0;
+    CLAIM(GAIN.set(CAMERA, NEVER_ERASED, FRAME_0, -1) == Result::OK);
+    for (int i = 1; i <= 400; ++i) {
+        CLAIM(GAIN.set(CAMERA, NEVER_ERASED, Frame{static_cast<uint32_t>(i)}, i) == Result::OK);
+    }
+    CLAIM(GAIN.get(CAMERA, NEVER_ERASED, Frame{101}, got) == Result::OK && got == 101);
+    CLAIM(GAIN.get(CAMERA, NEVER_ERASED, Frame{100}, got) == Result::OK && got == -1);
 
     // erasing everything leaves the newest value of each in frame 0, and begins anew
     CLAIM(eraseFrames(CAMERA, PIPE, LATEST) == Result::OK);

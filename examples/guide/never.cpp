@@ -46,4 +46,8 @@ int main() {
     CLAIM(GAIN.wait(CAMERA, PIPE, LATEST, got, 1ms) == Result::NOT_OF_FRAME);
     CLAIM(GAIN.set(CAMERA, PIPE, LATEST, 6) == Result::OK);
     CLAIM(valueOf(GAIN, Frame{5}) == 5);
+
+    // the metadata's number
+    constexpr Parameter<int> RESERVED{METADATA_TAG, "mine", dynamicKind()};
+    CLAIM(RESERVED.registerTag() == Registration::RESERVED_TAG);
 }
