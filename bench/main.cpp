@@ -31,6 +31,7 @@
 #include "bench/contenders/transform_buffer.h"
 #endif
 #include "bench/handoff.h"
+#include "bench/holding.h"
 #include "bench/threads.h"
 #include "bench/workloads.h"
 #include "platform/host/host_platform.h"
@@ -254,6 +255,7 @@ int main(int argc, char** argv) {
     const bench::IdleThread idle;
     host::setLogLevel(0);
     bench::addAll();
+    bench::addHolding();
     benchmark::RunSpecifiedBenchmarks();
     if (handOffs != nullptr && handOffsOut != nullptr) {
         bench::writeHandOffs(handOffsOut, bench::measureHandOffs(static_cast<uint32_t>(std::atoi(handOffs))));

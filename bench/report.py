@@ -121,6 +121,8 @@ def report(results, facts, assembly):
     parts += ["frame; for the erases of the whole call.\n", markdown(*time_table(results))]
     times = [[which, *(f"{results.hand_off(which, q)[0]:.0f}" for q in (0.5, 0.99))] for which in (STORE, "bare")]
     parts += ["## (g) Hand-offs, nanoseconds\n", markdown(["", "median", "99th percentile"], times)]
+    holds = [[way, f"{ns:.1f}"] for way, ns in results.holds.items()]
+    parts += ["## Holding the store for a call, nanoseconds\n", markdown(["", "median"], holds)]
     parts += ["## A suppressed message\n", f"```\n{assembly}\n```\n"]
     return "\n".join(parts)
 
@@ -139,6 +141,7 @@ def main():
     print_aligned(*ratio_table(results))
     for line in cautions(results):
         print(line)
+    print("\nholding the store, ns:", ", ".join(f"{way} {ns:.1f}" for way, ns in results.holds.items()))
     print(f"\na suppressed message:\n{assembly}")
     for name in results.errors:
         print(f"wrong answer: {name}", file=sys.stderr)
