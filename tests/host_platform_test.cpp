@@ -82,6 +82,17 @@ TEST(HostLog, EnvironmentDecidesTheLevelsPrinted) {
     }
 }
 
+TEST(HostLog, EnvironmentPutsTimeAndThreadBeforeALine) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto print = [] { _log("mod", PIPELINE_LOG_ERROR).__print_log_("text"); };
+    setenv("PARAMSET_LOG_TIME", "1", 1);
+    EXPECT_EXIT((print(), exit(0)), testing::ExitedWithCode(0),
+                "^[0-9]{2}-[0-9]{2} [0-9:]{8}\\.[0-9]{6} +[0-9]+ +[0-9]+ E mod: text\n$");
+    setenv("PARAMSET_LOG_TIME", "0", 1);
+    EXPECT_EXIT((print(), exit(0)), testing::ExitedWithCode(0), "^E mod: text\n$");
+    unsetenv("PARAMSET_LOG_TIME");
+}
+
 TEST(HostLog, LongLinesOfThreadsComeOutWhole) {
     constexpr size_t kLong = 20000;  // far more than a pipe takes at once
     int ends[2];

@@ -15,6 +15,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <mutex>
 #include <string>
 
@@ -29,8 +30,11 @@ std::mutex gErrorMutex;
 std::mutex gSinkMutex;
 host::LogSink gSink = nullptr;
 void* gSinkContext = nullptr;
+bool gWithTime = false;  // set before the program starts
 
-__attribute__((constructor)) void takeLevelFromEnvironment() {
+__attribute__((constructor)) void takeSettingsFromEnvironment() {
+    const char* withTime = getenv("PARAMSET_LOG_TIME");
+    gWithTime = withTime != nullptr && *withTime != '\0' && strcmp(withTime, "0") != 0;
     const char* text = getenv("PARAMSET_LOG");
     if (text == nullptr) {
         return;
@@ -109,6 +113,18 @@ __attribute__((format(printf, 1, 0))) std::string formatted(const char* format, 
     return message;
 }
 
+/// "MM-DD HH:MM:SS.uuuuuu  PID  TID ", as a device's logger has it, but with microseconds.
+std::string timeAndThread() {
+    timespec now = {};
+    clock_gettime(CLOCK_REALTIME, &now);
+    tm local = {};
+    localtime_r(&now.tv_sec, &local);
+    char text[64];
+    const size_t length = strftime(text, sizeof(text), "%m-%d %H:%M:%S", &local);
+    snprintf(text + length, sizeof(text) - length, ".%06ld %5d %5d ", now.tv_nsec / 1000, getpid(), gettid());
+    return text;
+}
+
 /// Returns false if no sink is installed.
 bool giveToSink(pipeline_loglevel level, const char* module, const std::string& message) {
     std::lock_guard<std::mutex> lock(gSinkMutex);
@@ -156,7 +172,8 @@ void LogMessage::__print_log_(const char* format, ...) const noexcept {
     const std::string message = formatted(format, arguments);
     va_end(arguments);
     if (!giveToSink(mLevel, module, message)) {
-        host::writeErrorLine(std::string(1, "EWIDV"[mLevel - 1]) + " " + module + ": " + message);
+        const std::string line = std::string(1, "EWIDV"[mLevel - 1]) + " " + module + ": " + message;
+        host::writeErrorLine(gWithTime ? timeAndThread() + line : line);
     }
     errno = errorNumber;
 }
