@@ -38,7 +38,7 @@ void print(int level) {
 
 TEST_F(AndroidLog, EachLevelHasItsPriorityAndTheModuleIsTheTag) {
     __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
-    for (int level = -1; level <= 6; ++level) print(level);
+    for (int level = 0; level <= 6; ++level) print(level);
     EXPECT_EQ(gLines,
               (std::vector<std::string>{"E ParamSet: print: level 1 of five", "W ParamSet: print: level 2 of five",
                                         "I ParamSet: print: level 3 of five", "D ParamSet: print: level 4 of five",

@@ -245,15 +245,16 @@ void Driver::registerTag(const Operation& operation) {
     const auto& [kind, request, size, type, retain, noPointer] = operation;
     const uint32_t tag = request.tag;
     const char* const name = noPointer ? nullptr : "name";
+    const char* const dataType = noPointer ? nullptr : "bytes";
     int given = retain;
     switch (retain) {
-        case -1: registerPsStaticParam(tag, size, type, name, "bytes"), given = 1; break;
-        case -2: registerPsDynamicParam(tag, size, type, name, "bytes"), given = 6; break;
-        case -3: ParamSet::register_tag<char>(tag, nullptr, type, name, "bytes", 9), given = 9; break;
-        case 10: registerPsQueueParam(tag, size, type, name, "bytes", retain); break;
-        default: registerPsDynamicParamWithExtendingLife(tag, size, type, name, "bytes", retain);
+        case -1: registerPsStaticParam(tag, size, type, name, dataType), given = 1; break;
+        case -2: registerPsDynamicParam(tag, size, type, name, dataType), given = 6; break;
+        case -3: ParamSet::register_tag<char>(tag, nullptr, type, name, dataType, 9), given = 9; break;
+        case 10: registerPsQueueParam(tag, size, type, name, dataType, retain); break;
+        default: registerPsDynamicParamWithExtendingLife(tag, size, type, name, dataType, retain);
     }
-    mModel.registerTag(tag, size, retain != -3, type, name, "bytes", given);
+    mModel.registerTag(tag, size, retain != -3, type, name, dataType, given);
 }
 
 Driver::Results Driver::setMetadata(const Operation& operation) {
