@@ -11,6 +11,7 @@
 #include <deque>
 #include <memory>
 #include <random>
+#include <shared_mutex>
 
 #include "tests/store_fixture.h"
 
@@ -21,8 +22,8 @@ using std::chrono::seconds;
 using std::chrono::steady_clock;
 using zarn::ParamSet;
 
-constexpr uint32_t kWorkers = MAX_CAM_NUM;  // each has the metadata of one camera to itself
-constexpr uint32_t kForever = 0xFFFFFFFF;   // milliseconds
+constexpr uint32_t kMany = 40;             // threads, more than the store has room for at once without counting
+constexpr uint32_t kForever = 0xFFFFFFFF;  // milliseconds
 constexpr uint32_t kUntouched = 0xEEEEEEEE;
 
 int environmentOr(const char* name, int otherwise) {
@@ -82,23 +83,25 @@ protected:
         host::setLogSink(countFrames, this);
         host::setLogLevel(0);
         registerFreshTags();
-        pthread_barrier_init(&mPhase, nullptr, kWorkers);
-    }
-    void TearDown() override {
-        pthread_barrier_destroy(&mPhase);
-        StoreTest::TearDown();
     }
 
-    // Only the thread that makes the store may use its address.
-    static void createStore() {
+    // Uses the address of the store, so that none may be ended meanwhile.
+    void createStore() {
+        const std::unique_lock<std::shared_mutex> lock(mEnding);
         ParamSet* store = ParamSet::createInstance();
-        static uint32_t cams[MAX_CAM_NUM] = {0, 1, 2, 3, 4};
-        for (uint32_t& cam : cams) store->setPsHandle(cam, &cam, &cam, &cam, &cam, &cam, &cam, &cam);
+        for (uint32_t cam = 0; cam < MAX_CAM_NUM; ++cam) {
+            store->setPsHandle(cam, store->getPsHandle(cam), nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+        }
         zarn_ops ops = {};
-        ops.cmd4 = [](void* handle, uint32_t cam, void*) {
-            return static_cast<int>(*static_cast<uint32_t*>(handle) == cam ? 100 + cam : 0);
+        ops.cmd3 = [](void*, int32_t tag, void*) { return tag; };
+        ops.cmd4 = [](void* elem, uint32_t cam, void* caller) {
+            return static_cast<Caller*>(caller)->command(*static_cast<zarn::cam_elem*>(elem), cam);
         };
         store->setPsOps(&ops);
+    }
+    void endStore() {
+        const std::shared_lock<std::shared_mutex> lock(mEnding);
+        ParamSet::destroyInstance();
     }
 
     // A look-up is not ordered with an insertion: this runs while no other thread looks a tag up.
@@ -111,22 +114,25 @@ protected:
 
     // Works in phases until it is over. Between two phases one thread registers tags that are used from then on.
     void workUntil(const std::function<bool()>& isOver) {
+        pthread_barrier_t phase;
+        pthread_barrier_init(&phase, nullptr, kMany);
         bool over = false;
         std::vector<std::thread> workers;
-        for (uint32_t id = 0; id < kWorkers; ++id) {
+        for (uint32_t id = 0; id < kMany; ++id) {
             workers.emplace_back([&, id] {
-                std::minstd_rand random(id + 1);
+                Caller caller{*this, id, std::minstd_rand(id + 1)};
                 for (bool last = false; !last; last = over) {
-                    for (int i = 0; i < 1000; ++i) callOnce(id, random);
-                    if (pthread_barrier_wait(&mPhase) == PTHREAD_BARRIER_SERIAL_THREAD) {
+                    for (int i = 0; i < 200; ++i) callOnce(caller);
+                    if (pthread_barrier_wait(&phase) == PTHREAD_BARRIER_SERIAL_THREAD) {
                         if (mTags < 64) registerFreshTags();
                         over = isOver();
                     }
-                    pthread_barrier_wait(&mPhase);
+                    pthread_barrier_wait(&phase);
                 }
             });
         }
         for (std::thread& worker : workers) worker.join();
+        pthread_barrier_destroy(&phase);
     }
 
     bool mStoreStays = true;  // no call may find no store, and what getMetadata returned may be read
@@ -136,14 +142,26 @@ protected:
     std::atomic<int> mFramesDeleted{0};
 
 private:
+    struct Caller {
+        Threads& test;
+        uint32_t id;
+        std::minstd_rand random;
+
+        // Calls the store in its turn, and may end it; the one that forwards the command lasts until that is over.
+        int command(const zarn::cam_elem& elem, uint32_t cam) {
+            for (int i = 0; i < 3; ++i) test.callOnce(*this);
+            return static_cast<int>(elem.mPipe[1].mF0->mCamID == cam ? 100 + cam : 0);
+        }
+    };
+
     static void countFrames(void* self, pipeline_loglevel, const char*, const char* message) {
         auto* test = static_cast<Threads*>(self);
         test->mFramesMade += std::strstr(message, ", ParamFrame: E cam") != nullptr;
         test->mFramesDeleted += std::strstr(message, ", ~ParamFrame: delete cam") != nullptr;
     }
 
-    void callOnce(uint32_t id, std::minstd_rand& random) {
-        const auto upTo = [&random](uint32_t count) { return static_cast<uint32_t>(random() >> 8) % count; };
+    void callOnce(Caller& caller) {
+        const auto upTo = [&caller](uint32_t count) { return static_cast<uint32_t>(caller.random() >> 8) % count; };
         const uint32_t newest = mNewest += upTo(256) == 0;
         const uint32_t frame = upTo(16) == 0 ? 0 : newest - upTo(14);
         const Place at{upTo(2), 1 + static_cast<int>(upTo(2)), frame, mTags - 1 - upTo(std::min(mTags, 16u))};
@@ -165,12 +183,17 @@ private:
         } else if (what < 750) {
             checkDone(erasePs(cam, pipe, what == 731 ? THE_LAST : newest));
         } else if (what < 850) {
-            useMetadata(id, newest);
+            if (caller.id < MAX_CAM_NUM) useMetadata(caller.id, newest);
             ParamSet::getMetadata(cam, frame);
         } else if (what < 860) {
             __atomic_store_n(&zarn::ps_log_tag, static_cast<int>(tag), __ATOMIC_RELAXED);
+        } else if (what < 864 && mStoreStays) {
+            const auto answer = ParamSet::getInstance()->getParamExternal(cam, pipe, frame, tag, got.words.data());
+            EXPECT_EQ(answer, static_cast<int>(tag));
+        } else if (what < 864) {
+            what % 2 == 0 ? endStore() : static_cast<void>(ParamSet::createInstance());
         } else {
-            const uint32_t result = ioctrlOutsidePsParam(cam, 0x8004, 0, nullptr, nullptr);
+            const uint32_t result = ioctrlOutsidePsParam(cam, 0x8004, 0, &caller, nullptr);
             EXPECT_TRUE(result == 100 + cam || (result == PS_NO_DATA && !mStoreStays)) << result;
         }
     }
@@ -195,7 +218,7 @@ private:
         EXPECT_TRUE(got.isUntouched() || got.isOf(at, at.frame, at.frame)) << "frame " << at.frame << " tag " << at.tag;
     }
 
-    // Nobody else stores metadata of this camera, or erases its pipe 0.
+    // One thread alone stores metadata of this camera, and erases its pipe 0.
     void useMetadata(uint32_t cam, uint32_t frame) {
         camera_metadata* mine = host::makeMetadata(&frame, sizeof frame);
         checkDone(ParamSet::setMetadata(cam, frame, mine));
@@ -207,8 +230,8 @@ private:
         if (frame % 4 == 0) checkDone(erasePs(cam, 0, frame));
     }
 
-    uint32_t mTags = 0;  // tags 0 to here are registered; changed between phases only
-    pthread_barrier_t mPhase;
+    uint32_t mTags = 0;         // tags 0 to here are registered; changed between phases only
+    std::shared_mutex mEnding;  // held by one that uses the store's address, shared by those that end the store
     std::atomic<uint32_t> mNewest{100};
 };
 
@@ -220,7 +243,8 @@ TEST_F(Threads, EveryValueProvesItself) {
     std::cout << mCalls << " calls\n";
 }
 
-// Once as fast as it goes, once with every frame counted.
+// Ended by a thread that does nothing else, and by the callers and their commands too. Once as fast as it goes, once
+// with every frame counted.
 TEST_F(Threads, CallsAnswerFromAWholeStoreOrSayThatThereIsNone) {
     mStoreStays = false;
     const int stores = environmentOr("PARAMSET_STRESS_STORES", 1000);
@@ -231,11 +255,13 @@ TEST_F(Threads, CallsAnswerFromAWholeStoreOrSayThatThereIsNone) {
             for (; ended < stores; ++ended) {
                 createStore();
                 if (ended % 2 == 0) std::this_thread::yield();
-                ParamSet::destroyInstance();
+                endStore();
             }
         });
         workUntil([&] { return ended == stores; });
         recreating.join();
+        endStore();
+        std::cout << mCalls << " calls, of which " << mNoStore << " found no store\n";
         EXPECT_GT(mNoStore.exchange(0), 0u) << "no call met the time without a store";
     }
     EXPECT_GE(mFramesMade, 70 * stores);
@@ -276,17 +302,22 @@ TEST_F(Waiters, AllOnOneRecordEndTogether) {
 
 // A store that was let go is out of reach of deliveries: its waiters wait out their time, and the last one ends it.
 TEST_F(Waiters, OutliveTheStoreThatWasLetGo) {
-    WaitingGet first(15, kTag, 1000);
-    WaitingGet second(0, kTag, 1500);
     takeLog();
+    std::vector<std::thread> waiters;
+    for (uint32_t i = 0; i < kMany; ++i) {
+        waiters.emplace_back([i] {
+            const Got expected = i == 0 ? Got{PS_TIMED_OUT, 1} : Got{PS_NOT_OF_FRAME, 10};
+            EXPECT_EQ(getSyn(i == 0 ? 0 : 14 + i, kTag, 2000), expected);
+        });
+    }
+    await([&] { return countLogged("_getParamSyn: camID") == kMany; });
     ParamSet::destroyInstance();
     EXPECT_EQ(deliver(15, 150), PS_NO_DATA);
     ParamSet::createInstance();
     EXPECT_EQ(deliver(15, 150), PS_OK);
     EXPECT_EQ(countLogged("~ParamFrame"), 0u) << "no frame goes while its store is waited in";
-    EXPECT_EQ(first.finish(), (Got{PS_NOT_OF_FRAME, 10}));
-    EXPECT_EQ(second.finish(), (Got{PS_TIMED_OUT, 1}));
-    EXPECT_EQ(countLogged("~ParamFrame"), 72u);
+    for (std::thread& waiter : waiters) waiter.join();
+    EXPECT_EQ(countLogged("~ParamFrame"), 70 + kMany) << "frame 0 of each pipe, frame 10, and all that was waited in";
     EXPECT_EQ(get(15), 150u);
 }
 
