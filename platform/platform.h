@@ -1,6 +1,7 @@
 // The three platform interfaces that the store calls, declared once: system properties, the camera metadata library
 // and the pipeline log facility. On a device they are other libraries' symbols; on a host platform/host supplies them.
-// The library leaves them undefined, so whoever links definitions of their own first replaces them.
+// The library leaves them undefined (but for a device's log, see platform/android), so whoever links definitions of
+// their own first replaces them.
 
 #ifndef PARAMSET_PLATFORM_H
 #define PARAMSET_PLATFORM_H

@@ -77,10 +77,7 @@ void ParamSet::setPsOps(zarn_ops* ops) {
 void ParamSet::setPsHandle(uint32_t cam, void* handle0, void* handle1, void* handle2, void* handle3, void* handle4,
                            void* handle5, void* handle6) {
     const auto it = mElem.find(static_cast<int>(cam));
-    if (it == mElem.end()) {
-        PS_LOG(1, "cam %d out of limit, set handle failed", cam);
-        return;
-    }
+    if (it == mElem.end()) return;
     void* const handles[] = {handle0, handle1, handle2, handle3, handle4, handle5, handle6};
     for (size_t i = 0; i < std::size(handles); ++i) store(it->second->mHandle[i], handles[i]);
 }

@@ -33,7 +33,7 @@ void ParamSet::Hold::retire() {
 void ParamSet::Hold::holdCounted() {
     auto* reference = new Reference(std::atomic_load(&sInstance));
     mStore = reference->get();
-    mOwn = reference;
+    std::atomic_init(&mOwn, static_cast<void*>(reference));
     mSlot = &mOwn;
 }
 

@@ -146,11 +146,15 @@ const ParamSet::Buffer& ParamSet::_setParamSyn(Request& request) {
     const Buffer& value = request.frameID == 0 ? getF0(request)
                           : frame != nullptr   ? getDirectly(request, *frame)
                                                : createNew(request);
-    if (frame == nullptr) frame = findFrame(elem, request.frameID);
+    const bool isNew = frame == nullptr;
+    if (isNew) frame = findFrame(elem, request.frameID);
 
     FrameStatus& status = frame->mStatus[request.tag];
     if (status.mState == kWaitedFor) {
-        PS_LOG(5, "set notify all");
+        // A line each for frame 0, for a frame that was there and for a new one: their numbers tell them apart.
+        if (request.frameID == 0) PS_LOG(5, "set notify all");
+        if (request.frameID != 0 && !isNew) PS_LOG(5, "set notify all");
+        if (isNew) PS_LOG(5, "set notify all");
         status.mCond.notify_all();
     }
     status.mState = kDelivered;

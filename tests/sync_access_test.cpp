@@ -1,6 +1,9 @@
 // Gets that wait, sets that deliver, and the records through which they meet.
 
 #include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <set>
 
 #include "tests/store_fixture.h"
 
@@ -28,7 +31,7 @@ TEST_F(SyncAccess, DeliveryEndsTheWaitWithItsValue) {
     EXPECT_EQ(first.finish(), (Got{PS_OK, 5}));
     EXPECT_EQ(second.finish(), (Got{PS_OK, 5}));
     EXPECT_EQ(countLogged("5 _setParamSyn: set notify all"), 1u) << "one delivery wakes all";
-    EXPECT_EQ(countLogged("4 operator(): cam 0 pipe 2 sof 10 tag 7, wait: * ms."), 2u);
+    EXPECT_EQ(countLogged("4 operator(): cam 0 pipe 2 sof 10 tag 7, wait: *.000000 ms."), 2u);
     EXPECT_EQ(countLogged("wait timeout"), 0u);
     EXPECT_EQ(pipe().mFrames.at(10)->mStatus.at(kTag).mFrameID, 10u);
 
@@ -61,7 +64,7 @@ TEST_F(SyncAccess, WholeTranscriptOfAWaitThatTimesOut) {
                              "5 _getParamSyn: " + request,
                              "5 ParamFrame: E cam[0] frame[10]",
                              "2 operator(): cam 0 pipe 2 sof 10 tag 7, wait timeout",
-                             "4 operator(): cam 0 pipe 2 sof 10 tag 7, wait: * ms.",
+                             "4 operator(): cam 0 pipe 2 sof 10 tag 7, wait: *.000000 ms.",
                              "5 findRelated: desID 10, relateID[8]",
                              "5 permiProc: cam 0 pipe 2 tag 7 destID 10 relatedID:8",
                              "5 _getParamSyn: success  " + request + "intrData:*,extrData:*,tagSize:4",
@@ -108,9 +111,35 @@ TEST_F(SyncAccess, TimeOutsAreAnsweredByWhatIsThere) {
 }
 
 TEST_F(SyncAccess, WaiterSeesAPlainSetOnlyWhenItsTimeIsUp) {
-    WaitingGet waiting(10, kTag, 2000);
+    WaitingGet waiting(10, kTag, 4000);
     EXPECT_EQ(set(10, 5), PS_OK);
     EXPECT_EQ(state(10), 2);
+    EXPECT_EQ(waiting.finish(), (Got{PS_TIMED_OUT, 5}));
+}
+
+TEST_F(SyncAccess, LinesOfFrameZeroAndOfAFrameDifferInTheirNumbers) {
+    WaitingGet standing(0, kTag, kLong);
+    WaitingGet waiting(10, kTag, kLong);
+    std::set<int> numbers;
+    const auto keepNumber = [](void* kept, pipeline_loglevel, const char*, const char* line) {
+        if (std::strstr(line, "set notify all")) static_cast<std::set<int>*>(kept)->insert(std::atoi(line));
+    };
+    host::setLogSink(keepNumber, &numbers);
+    deliver(0, 1);
+    deliver(10, 2);
+    host::setLogSink(nullptr, nullptr);
+    EXPECT_EQ(numbers.size(), 2u);
+    EXPECT_EQ(standing.finish(), (Got{PS_OK, 1}));
+    EXPECT_EQ(waiting.finish(), (Got{PS_OK, 2}));
+}
+
+// A get that finds a value does not say that it waits, so that nobody knows to wake it.
+TEST_F(SyncAccess, WaitForTheDeliveryOfAPlainlySetValueEndsWithItsTime) {
+    set(10, 1);
+    WaitingGet waiting(10, kTag, 4000);
+    EXPECT_EQ(deliver(10, 5), PS_OK);
+    EXPECT_EQ(state(10), 1);
+    EXPECT_EQ(countLogged("set notify all"), 0u);
     EXPECT_EQ(waiting.finish(), (Got{PS_TIMED_OUT, 5}));
 }
 
@@ -128,14 +157,15 @@ TEST_F(SyncAccess, UnregisteredTagWaitsAndIsWokenAndFails) {
 
 TEST_F(SyncAccess, TagRegisteredWhileAGetWaitsIsDelivered) {
     WaitingGet waiting(10, 99, kLong);
+    set(0, 1);  // takes the store's mutex after the get did: only so is its look-up ordered with the insertion
     registerPsDynamicParam(99, 4, 0, "late", "uint32_t");
     EXPECT_EQ(deliver(10, 5, 99), PS_OK);
     EXPECT_EQ(waiting.finish(), (Got{PS_OK, 5}));
 }
 
 TEST_F(SyncAccess, GetWhoseFrameWasErasedAndMadeAgainReadsTheOneItHeld) {
-    set(30, 1);
-    WaitingGet waiting(10, kTag, 2000);
+    WaitingGet waiting(10, kTag, 4000);
+    set(30, 1);  // and with it the store's mutex, which orders the get's look-up with the insertion
     registerPsStaticParam(1, 4, 0, "erased first", "uint32_t");
     set(11, 1, 1);
     erasePs(kCam, kPipe, 17);  // tag 1 takes the empty frame 10 away; the record that is waited on is of another tag

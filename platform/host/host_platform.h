@@ -37,8 +37,8 @@ using LogSink = void (*)(void* context, pipeline_loglevel level, const char* mod
 
 /// Installs a sink; null goes back to standard error, where each message is one line, `<letter> <module>: <message>`,
 /// written whole, its line breaks turned into blanks. If the environment variable PARAMSET_LOG_TIME was set (and not to
-/// 0) at load, local time, process id and thread id stand before it, as in a device's log. When this returns, the earlier sink is not running any more and
-/// will not be called again.
+/// 0) at load, local time, process id and thread id stand before it, as in a device's log. When this returns, the
+/// earlier sink is not running any more and will not be called again.
 void setLogSink(LogSink sink, void* context);
 
 /// Makes a metadata record of a copy of the bytes, which may be null if the size is 0. Free it with

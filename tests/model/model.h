@@ -304,11 +304,7 @@ public:
     }
 
     void setHandles(uint32_t cam, const std::array<void*, 7>& handles) {
-        if (cam < 5) {
-            cameras[cam].handles = handles;
-        } else {
-            log(1, "setPsHandle", "cam %d out of limit, set handle failed", cam);
-        }
+        if (cam < 5) cameras[cam].handles = handles;
     }
 
     int getExternal(uint32_t cam, uint32_t tag, char* data) {
