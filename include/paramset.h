@@ -18,9 +18,9 @@
  *
  * What is copied: a value is a plain run of bytes of its tag's registered size, copied in by a set and out by a get,
  * under the store's mutex. The store keeps no pointer of a caller's, and hands none of its own out but where it says
- * so. Every function and static operation holds the store alive until it returns, also when it is destroyed meanwhile;
- * the four operations that are called on a pointer to the store (setPsOps, setPsHandle, getPsHandle, getParamExternal)
- * need it to live that long.
+ * so. Every get, set, erase and forwarded command holds the store alive until it returns, also when it is destroyed
+ * meanwhile; the four operations that are called on a pointer to the store (setPsOps, setPsHandle, getPsHandle,
+ * getParamExternal) need it to live that long.
  *
  * Logging: every message has the module tag "ParamSet", a level (1 failures, 2 fall-backs and time-outs, 3 life cycle,
  * 4 and 5 tracing) and begins with the source line and the name of the function that logs.
@@ -62,7 +62,7 @@ enum {
     METADATA_TAG = 0x20001 /**< reserved tag id that camera metadata is listed under; never register it */
 };
 
-/** Frame id of the newest frame of a pipe when getting or setting, of everything in a pipe when erasing. */
+/** Frame id of the newest frame of a pipe in a plain get or set, of everything in a pipe in an erase. */
 static const uint32_t THE_LAST = 0xFFFFFFFFu;
 
 /** Result codes. Each function names those that it returns, with their causes. */
@@ -100,7 +100,8 @@ typedef struct zarn_ops {
  * Registers a tag that is kept short: 1 frame if @p tagType is 1, else 6.
  *
  * The first registration of a tag stands: a later one changes nothing and logs nothing. A tag that was set twice
- * before its registration has an empty entry by then, and stays without buffers for the life of the process.
+ * before its registration has an empty entry by then, and stays without buffers for the life of the process. Entries
+ * stay for the life of the process: a caller that registers ever new tags grows the registry.
  *
  * @param tag       id of the tag; any number but METADATA_TAG
  * @param size      bytes of a value; 0 makes a value of one byte that starts as zero. A size above 2147483647 gives no
@@ -111,8 +112,8 @@ typedef struct zarn_ops {
  * @param name      name of the tag, for the log; copied. Null counts as an empty text
  * @param dataType  the type of its value, for the log; copied. Null counts as an empty text
  *
- * Thread-safe, and the store need not exist. Waits for other registrations, and for no get or set. Logs the
- * registration at level 3.
+ * Thread-safe against other registrations, for which it waits; a get or set that runs meanwhile may read the registry
+ * while it changes, and must not: see the top. The store need not exist. Logs the registration at level 3.
  */
 PARAMSET_API void registerPsStaticParam(uint32_t tag, uint32_t size, int tagType, const char* name,
                                         const char* dataType);
@@ -124,8 +125,11 @@ PARAMSET_API void registerPsDynamicParam(uint32_t tag, uint32_t size, int tagTyp
 /**
  * Registers a tag with a retain number of the caller's.
  *
- * @param retainNum  how many frames behind the erased one a value is kept (type 2: how many checkpoints the history
- *                   holds). It counts from 7 up; a smaller one gives 6, or 1 if @p tagType is 1
+ * @param retainNum  an erase of a frame reaches the values that are so many frames behind it, or more (type 2: how many
+ *                   checkpoints the history holds, each with its frame). It counts from 7 up; a smaller one gives 6, or
+ *                   1 if @p tagType is 1
+ *
+ * An ordinary erase frees nothing of a tag of type 2: a retain number that is never reached lets the store grow.
  *
  * Else as registerPsStaticParam.
  */
@@ -151,16 +155,17 @@ PARAMSET_API void registerPsDynamicParamWithExtendingLife(uint32_t tag, uint32_t
  * @return PS_OK (0): copied.
  *         PS_OUT_OF_LIMIT (1): the camera is out of limit.
  *         PS_NO_DATA (2): @p data is null, or there is no store.
- *         PS_NO_BUFFER (0xFFFFFFFF): the pipe is out of limit, the tag is not registered, or the checkpoint that
- *         should answer has no buffer.
+ *         PS_NO_BUFFER (0xFFFFFFFF): the pipe is out of limit, the tag is not registered, the checkpoint that should
+ *         answer has no buffer, or there was no memory for frame 0's.
  *         @p data is untouched unless the result is 0.
  *
  * Thread-safe; waits only for the store's mutex. Logs the camera or the pipe out of limit and a failure at level 1, a
  * frame at or below the erase point with the retain number that would have served it at level 2, and how it was
  * answered at level 5 (4 for the traced tag).
  *
- * A tag asked for without ever being registered leaves an entry of its erase point in the pipe, and one in its
- * checkpoint lists if it was asked for a frame above 0: a caller that makes up new tag ids grows the store.
+ * A tag asked for without ever being registered leaves an entry of its erase point in the pipe, one in its checkpoint
+ * lists if it was asked for a frame above 0, and an empty one in the registry if that was at or below its erase point:
+ * a caller that makes up new tag ids grows the store.
  */
 PARAMSET_API uint32_t getPsParam(uint32_t cam, int32_t pipe, uint32_t frame, uint32_t tag, void* data);
 
@@ -184,6 +189,9 @@ PARAMSET_API uint32_t getPsParam(uint32_t cam, int32_t pipe, uint32_t frame, uin
  *         its value; the frame and the checkpoint may have been made all the same.
  *
  * Thread-safe; waits only for the store's mutex. Logs as getPsParam does, and each new frame and checkpoint at level 5.
+ *
+ * A tag set without being registered leaves a frame and a checkpoint without a value, and, set a second time, an empty
+ * entry in the registry, so that it stays unregistered: a caller that makes up new tag ids grows the store.
  */
 PARAMSET_API uint32_t setPsParam(uint32_t cam, int32_t pipe, uint32_t frame, uint32_t tag, void* data);
 
@@ -195,7 +203,8 @@ PARAMSET_API uint32_t getPsParamSyn(uint32_t cam, int32_t pipe, uint32_t frame, 
  *
  * It does not wait when the frame has the tag and it was delivered, or, for frame 0, when frame 0's was ever delivered
  * since everything in the pipe was last erased. A frame that does not exist is made here, without a checkpoint. A
- * plain set does not end the wait; an erase that reaches the frame does.
+ * plain set does not end the wait; an erase that reaches the frame does. The wait for a frame that has a value by a
+ * plain set alone is ended by its time-out, not by a delivery or an erase.
  *
  * @param cam      camera id, 0 to 4
  * @param pipe     pipe index, 0 to 13
@@ -203,7 +212,7 @@ PARAMSET_API uint32_t getPsParamSyn(uint32_t cam, int32_t pipe, uint32_t frame, 
  * @param tag      id of a registered tag
  * @param data     receives as many bytes as the tag was registered with
  * @param timeout  longest wait in milliseconds; 0 means DEFAULT_WAIT_MS
- * @return PS_OK (0): the value was there, or came in time.
+ * @return PS_OK (0): the value was there, or came in time; for frame 0 also if an erase of everything ended the wait.
  *         PS_OUT_OF_LIMIT (1): the camera or the pipe is out of limit.
  *         PS_NO_DATA (2): @p data is null, or there is no store.
  *         PS_NOT_OF_FRAME (3): the frame is at or below the erase point, or had no value when the wait ended and an
@@ -211,19 +220,23 @@ PARAMSET_API uint32_t getPsParamSyn(uint32_t cam, int32_t pipe, uint32_t frame, 
  *         PS_TIMED_OUT (6): timed out, but the frame has a value by then, or it is frame 0.
  *         The code does not say whether bytes were copied: an unregistered tag copies nothing, whatever the code.
  *
- * Thread-safe; blocks for at most @p timeout plus the wait for the store's mutex. Logs a pipe out of limit and a copy
- * that was not done at level 1, a frame at or below the erase point and a time-out at level 2, each wait's milliseconds
- * and the newest frame for THE_LAST at level 4; the request (4 for the traced tag) and the copy at level 5.
+ * Thread-safe; blocks for at most @p timeout plus the wait for the store's mutex. Logs the camera or the pipe out of
+ * limit and a copy that was not done at level 1, a frame at or below the erase point and a time-out at level 2, each
+ * wait's milliseconds and the newest frame for THE_LAST at level 4; the request (4 for the traced tag) and the copy at
+ * level 5.
  *
- * Synchronous gets of ever new frames that nobody delivers and nobody erases make the store grow by a frame each. An
- * ordinary erase frees them only if a tag that is not of type 2 was ever written, or read through its checkpoints, in
- * that pipe.
+ * Synchronous gets of ever new frames that nobody delivers and nobody erases make the store grow by a frame each; the
+ * trimming of history does not reach them. An ordinary erase frees them only if a tag that is not of type 2 was ever
+ * written, or read through its checkpoints, in that pipe (metadata in pipe 0 counts as such a tag), and but for
+ * metadata only below frame 2147483648. Each tag, registered or not, leaves a status record in the frame that it was
+ * asked for: a caller that makes up new tag ids grows the store.
  */
 PARAMSET_API uint32_t getPsParamSynTimeout(uint32_t cam, int32_t pipe, uint32_t frame, uint32_t tag, void* data,
                                            uint32_t timeout);
 
 /**
- * Copies a value as setPsParam does, marks it delivered and wakes every synchronous get that waits for it.
+ * Copies a value as setPsParam does, marks it delivered and wakes every synchronous get that waits for it (but those
+ * that found a value by a plain set, see getPsParamSynTimeout).
  *
  * It writes to the very frame that is named, where setPsParam may turn to another: THE_LAST is a frame id like others,
  * and for a tag of type 1, or at or below the erase point, that frame is written, and made if it does not exist. A
@@ -234,26 +247,31 @@ PARAMSET_API uint32_t getPsParamSynTimeout(uint32_t cam, int32_t pipe, uint32_t 
  * @param frame  frame id; 0 is the pipe's standing frame
  * @param tag    id of a registered tag
  * @param data   holds as many bytes as the tag was registered with
- * @return PS_OK (0): copied; or not copied, for want of a registration, at a frame above the erase point.
+ * @return PS_OK (0): copied; or not copied, for want of a registration or of memory, at a frame above the erase point.
  *         PS_OUT_OF_LIMIT (1): the camera or the pipe is out of limit.
  *         PS_NO_DATA (2): @p data is null, or there is no store.
- *         PS_NOT_OF_FRAME (3): not copied, for want of a registration, at a frame at or below the erase point.
+ *         PS_NOT_OF_FRAME (3): not copied, for the same want, at a frame at or below the erase point.
  *         Delivered and woken all the same when nothing was copied; only the log tells.
  *
- * Thread-safe; waits only for the store's mutex. Logs a pipe out of limit and a copy that was not done at level 1, a
- * frame at or below the erase point at level 2, the newest frame for THE_LAST at level 4; the request (4 for the traced
- * tag), the waking of waiters and the copy at level 5.
+ * Thread-safe; waits only for the store's mutex. Logs the camera or the pipe out of limit and a copy that was not done
+ * at level 1, a frame at or below the erase point at level 2, the newest frame for THE_LAST at level 4; the request (4
+ * for the traced tag), the waking of waiters and the copy at level 5.
+ *
+ * Grows the store as getPsParamSynTimeout does, if given ever new frames or tag ids, but that trimming reaches the
+ * frames that it gives a value.
  */
 PARAMSET_API uint32_t setPsParamSyn(uint32_t cam, int32_t pipe, uint32_t frame, uint32_t tag, void* data);
 
 /**
- * Erases the old frames of a pipe: for each tag those further back than @p frame minus the tag's retain number.
+ * Erases the old frames of a pipe: for each tag those at or below @p frame minus the tag's retain number.
  *
  * Each tag that has a checkpoint list in the pipe is erased up to its own limit, @p frame minus its retain number: its
  * newest value up to there is copied to frame 0, its checkpoints and its values up to there go, synchronous gets that
  * wait for it there are woken, and, if the pipe has any frame up to there, its erase point becomes the limit. A frame
- * without any value left is removed. Metadata is erased with pipe 0, six frames behind @p frame, and not saved. Tags of
- * type 2 are left alone, and so is a tag whose limit is below 1. A @p frame below 8 erases nothing.
+ * without any value left is removed; one that stays gets a status record of each tag erased from it. Metadata is erased
+ * with pipe 0, from six frames behind @p frame down, and not saved. Tags of type 2 are left alone, and so is any but
+ * metadata whose limit is below 1 or above 2147483647: values from frame 2147483648 on go by trimming or THE_LAST
+ * alone. A @p frame below 8 erases nothing.
  *
  * @param cam    camera id, 0 to 4
  * @param pipe   pipe index, 0 to 13
@@ -264,8 +282,10 @@ PARAMSET_API uint32_t setPsParamSyn(uint32_t cam, int32_t pipe, uint32_t frame, 
  *         PS_NO_DATA (2): there is no store.
  *         PS_NO_BUFFER (0xFFFFFFFF): the last value that was to be saved to frame 0 could not be; the rest is done.
  *
- * Thread-safe; waits only for the store's mutex. Logs a value that could not be saved at level 1, each saved one at
- * level 5, erasing everything at level 4.
+ * Thread-safe; waits only for the store's mutex. Logs the camera or the pipe out of limit and a value that could not be
+ * saved at level 1, a value to be saved that is at or below its erase point at level 2, erasing everything at level 4,
+ * its begin, its end and each tag at level 5 (4 while erases are traced, up to the first value that is saved), each
+ * saved value at level 5.
  */
 PARAMSET_API uint32_t erasePs(uint32_t cam, int32_t pipe, uint32_t frame);
 
@@ -363,7 +383,7 @@ struct tag_info_t {
  * store. Entries are only added. Insertions hold gRigisterMutex; readers take no lock, deliberately: see the top.
  */
 extern PARAMSET_API std::map<uint32_t, tag_info_t> gTagInfo;
-extern PARAMSET_API std::mutex gRigisterMutex;  ///< held by insertions alone
+extern PARAMSET_API std::mutex gRigisterMutex;  ///< held by insertions alone: who holds it must not call the store
 
 /**
  * Log switches, read from the properties "persist.vendor.cam.log.ps", ".tag" and ".erase" when a store is built; 0 when
@@ -512,7 +532,7 @@ public:
      * frame 0's. Frame 0 also answers for a frame at or below the metadata's erase point.
      *
      * @param camID    camera id, 0 to 4
-     * @param frameID  frame id
+     * @param frameID  frame id; 0 is the standing frame, THE_LAST is an id like others
      * @return the store's own copy, not the caller's to free; null if there is none (also if the frame that was given
      * it has gone and was made again since), no store, or the camera is out of limit. Valid until metadata is stored
      * for the same frame again (for frame 0's: for any frame at or below the erase point) or the frame is erased. No
@@ -528,7 +548,7 @@ public:
      * frame at or below the metadata's erase point go to frame 0. A frame that does not exist is made.
      *
      * @param camID     camera id, 0 to 4
-     * @param frameID   frame id
+     * @param frameID   frame id; 0 is the standing frame, THE_LAST is an id like others
      * @param metadata  stays the caller's; not referred to after the call
      * @return PS_OK (0): stored. PS_OUT_OF_LIMIT (1): the camera is out of limit. PS_NO_DATA (2): @p metadata is null,
      *         or there is no store.
@@ -537,7 +557,8 @@ public:
      * level 2, each freed clone at level 5.
      *
      * Metadata goes with its frame in pipe 0: while only other pipes are erased, the store grows with every frame that
-     * is given some. Storing again for one frame lists the frame again, and the list grows until pipe 0 is erased.
+     * is given some. Its list of frames grows with each call until pipe 0 is erased, also when the frames go by
+     * trimming, and when it is one frame again and again.
      */
     PARAMSET_API static uint32_t setMetadata(uint32_t camID, uint32_t frameID, const camera_metadata* metadata);
 
@@ -546,7 +567,7 @@ public:
 
     /**
      * Keeps the seven handles of a camera, in order; never owned, never looked into. Handles 1 to 3 are passed to no
-     * operation. Set-up only. For a camera out of limit nothing is kept, and a line is logged at level 1.
+     * operation. Set-up only. For a camera out of limit nothing is kept. Logs nothing.
      */
     PARAMSET_API void setPsHandle(uint32_t cam, void* handle0, void* handle1, void* handle2, void* handle3,
                                   void* handle4, void* handle5, void* handle6);

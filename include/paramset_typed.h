@@ -100,7 +100,7 @@ constexpr Kind staticKind() {
     return {1, 1};
 }
 
-/** A value per frame, which eraseFrames lets go of when it is more than @p Retain frames back. */
+/** A value per frame, which eraseFrames lets go of when it is @p Retain frames back. */
 template <int Retain = 6>
 constexpr Kind dynamicKind() {
     static_assert(Retain >= 6, "the store keeps no fewer than 6 frames");

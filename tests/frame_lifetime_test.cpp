@@ -1,5 +1,4 @@
-// How values go: trimming, the explicit erase, and the sequences of calls in which something that is looked for is
-// gone.
+// How values go: trimming, and the explicit erase.
 
 #include <numeric>
 
@@ -7,19 +6,14 @@
 
 namespace {
 
-using zarn::ParamSet;
-
 class FrameLifetime : public StoreTest {
 protected:
     static constexpr uint32_t kQueue = 20;  // type 2, six checkpoints
-    static constexpr uint32_t kLasting = 21;
-    static constexpr uint32_t kUnknown = 99;
 
     void SetUp() override {
         StoreTest::SetUp();
         registerPsDynamicParam(kTag, 4, 0, "tag", "uint32_t");
         registerPsQueueParam(kQueue, 4, 2, "queue", "uint32_t", 6);
-        registerPsQueueParam(kLasting, 4, 0, "lasting", "uint32_t", 10);
         takeLog();
     }
     static std::vector<uint32_t> range(uint32_t first, uint32_t last) {
@@ -92,119 +86,26 @@ TEST_F(FrameLifetime, EraseSavesTheNewestErasedValue) {
     EXPECT_EQ(countLogged("5 _erase: find checkPoint ID:2"), 1u);
 }
 
-TEST_F(FrameLifetime, EachTagIsErasedByItsOwnLimit) {
-    for (uint32_t frame = 9; frame <= 10; ++frame) set(frame, frame);
-    set(4, 44, kLasting);
-    takeLog();
-    EXPECT_EQ(erasePs(kCam, kPipe, 9), PS_OK);  // limit 3 for the one, -1 for the other
-    EXPECT_EQ(checkpoints(kTag), range(9, 10));
-    EXPECT_EQ(checkpoints(kLasting), (std::vector<uint32_t>{4}));
-    EXPECT_EQ(pipe().mErasePoint.at(kTag), 0u) << "no frame lay at or below the limit";
-    EXPECT_EQ(takeLog(4), Lines{});
-
-    EXPECT_EQ(erasePs(kCam, kPipe, 10), PS_OK);  // limits 4 and 0
-    EXPECT_EQ(pipe().mErasePoint.at(kTag), 4u) << "frame 4 was walked for the tag, though it has no checkpoint there";
-    EXPECT_EQ(frames(), (std::vector<uint32_t>{4, 9, 10}));
-    EXPECT_EQ(countLogged("5 _erase: X:ret:0, cam[0] pipe[2], and finaly frame[0]save to frame[0]"), 1u);
-    EXPECT_EQ(erasePs(kCam, kPipe, 14), PS_OK);
-    EXPECT_EQ(get(3, kLasting), 44u);
-    EXPECT_EQ(frames(), (std::vector<uint32_t>{9, 10}));
+// Whoever waits on a frame's record holds the frame, and finds it as every pass over the pipe has left it.
+TEST_F(FrameLifetime, FrameThatIsHeldIsErasedLikeOneThatStays) {
+    constexpr uint32_t kOther = 21;
+    registerPsDynamicParam(kOther, 4, 0, "other", "uint32_t");
+    for (uint32_t frame : {2u, 3u}) set(frame, frame), set(frame, frame, kOther);
+    const std::shared_ptr<zarn::ParamFrame> held = pipe().mFrames.at(2);
+    erasePs(kCam, kPipe, 9);
+    EXPECT_EQ(frames(), std::vector<uint32_t>());
+    EXPECT_TRUE(held->mTags.empty());
+    EXPECT_EQ(held->mStatus.size(), 2u) << "of both tags";
 }
 
-TEST_F(FrameLifetime, EraseOfEverythingKeepsOnlyFrameZero) {
-    set(5, 50);
-    set(6, 60, kQueue);
-    set(900, 90);
-    takeLog();
-    EXPECT_EQ(erasePs(kCam, kPipe, THE_LAST), PS_OK);
-    EXPECT_EQ(takeLog(4), (Lines{"4 _erase: erase all : cam 0 pipe 2 total 3"}));
-    EXPECT_TRUE(frames().empty() && checkpoints(kTag).empty() && checkpoints(kQueue).empty());
-    EXPECT_EQ(pipe().mErasePoint, (std::map<uint32_t, uint32_t>{{kTag, 0}, {kQueue, 0}}));
-    EXPECT_EQ(get(3), 90u);
-    EXPECT_EQ(get(3, kQueue), 60u);
-    takeLog();
-    EXPECT_EQ(erasePs(kCam, kPipe, THE_LAST), PS_OK);
-    EXPECT_EQ(takeLog(), (Lines{
-                             "5 ParamFrame: E cam[0] frame[-1]",
-                             "5 _erase: E cam[0] pipe[2] frame[-1] and oldest will be erased",
-                             "5 _erase: X:ret:0, cam[0] pipe[2], and finaly frame[-1]save to frame[0]",
-                             "5 ~ParamFrame: delete cam[0] frame[-1], and total tag Num:0",
-                         }));
-}
-
-TEST_F(FrameLifetime, TracedEraseRaisesItsLinesUntilItSaves) {
-    set(1, 10);
-    set(2, 20);
-    set(8, 80);
-    __atomic_store_n(&zarn::ps_log_erase, 1, __ATOMIC_RELAXED);
-    takeLog();
-    erasePs(kCam, kPipe, 7);
-    EXPECT_EQ(takeLog(4), Lines{});
-    erasePs(kCam, kPipe, 8);
-    EXPECT_EQ(takeLog(4), (Lines{
-                              "4 _erase: E cam[0] pipe[2] frame[8] and oldest will be erased",
-                              "4 _erase: tag:7 checkPoint size:3",
-                          }))
-        << "the copy into frame 0 ends the trace";
-    erasePs(kCam, kPipe, 8);
-    EXPECT_EQ(takeLog(4), (Lines{
-                              "4 _erase: E cam[0] pipe[2] frame[8] and oldest will be erased",
-                              "4 _erase: tag:7 checkPoint size:1",
-                              "4 _erase: X:ret:0, cam[0] pipe[2], and finaly frame[2]save to frame[0]",
-                          }));
-    EXPECT_EQ(zarn::ps_log, 0);
-}
-
-// Ordinary calls that leave a look-up without what it looks for. Each is answered, and none leaves an empty entry.
-TEST_F(FrameLifetime, WhatIsGoneIsNeverReachedFor) {
-    // An unregistered tag set at two frames: the trimming makes a registry entry without a creator.
-    EXPECT_EQ(set(10, 1, kUnknown), PS_NO_BUFFER);
-    EXPECT_EQ(set(11, 1, kUnknown), PS_NO_BUFFER);
-    EXPECT_EQ(deliver(12, 1, kUnknown), PS_OK);
-    EXPECT_EQ(deliver(13, 1, kUnknown), PS_OK);
-    EXPECT_EQ(zarn::gTagInfo.at(kUnknown).mCreator, nullptr);
-    EXPECT_EQ(get(10, kUnknown), kNothing);
-    EXPECT_EQ(get(0, kUnknown), kNothing);
-    EXPECT_EQ(getSyn(12, kUnknown, 1), (Got{PS_NOT_OF_FRAME, kNothing}));
-    EXPECT_EQ(countLogged("1 createTag: X Failed to create tag, no such creator: 99"), 5u);
-    registerPsDynamicParam(kUnknown, 4, 0, "too late", "uint32_t");
-    EXPECT_EQ(set(14, 1, kUnknown), PS_NO_BUFFER);
-
-    // Its frames go with another tag's pass: with that of an erase, and with a trimming, after which its list still
-    // names them.
-    set(20, 2);
-    EXPECT_EQ(erasePs(kCam, kPipe, 24), PS_NO_BUFFER);
-    EXPECT_EQ(frames(), (std::vector<uint32_t>{20}));
-    set(30, 1, kUnknown);
-    for (uint32_t frame = 30; frame <= 36; ++frame) set(frame, frame, kQueue);
-    EXPECT_EQ(frames(), (std::vector<uint32_t>{20, 31, 32, 33, 34, 35, 36}));
-    EXPECT_EQ(checkpoints(kUnknown), (std::vector<uint32_t>{30}));
-    EXPECT_EQ(get(32, kUnknown), kNothing);
-    EXPECT_EQ(get(50, kUnknown), kNothing);
-    EXPECT_EQ(getSyn(50, kUnknown, 1), (Got{PS_NOT_OF_FRAME, kNothing}));
-    EXPECT_EQ(set(30, 1, kUnknown), PS_NO_BUFFER);
-    EXPECT_EQ(set(33, 1, kUnknown), PS_NO_BUFFER);
-    EXPECT_EQ(erasePs(kCam, kPipe, 60), PS_NO_BUFFER);
-    EXPECT_EQ(countLogged("1 _erase: fail to save data to F0"), 2u);
-
-    // The trimming removes the frame that is being written: all checkpoints are of one frame, and it holds no tag.
-    for (int i = 0; i < 302; ++i) EXPECT_EQ(set(140, 1, kUnknown), PS_NO_BUFFER);
-    EXPECT_EQ(frames(), (std::vector<uint32_t>{31, 32, 33, 34, 35, 36, 140}));
-    EXPECT_EQ(pipe().mErasePoint.at(kUnknown), 140u);
-
-    // Everything is erased while frame 0xFFFFFFFF has a value: the erase reads it as the newest frame.
-    EXPECT_EQ(deliver(THE_LAST, 5), PS_OK);
-    EXPECT_EQ(erasePs(kCam, kPipe, THE_LAST), PS_NO_BUFFER) << "the last to be saved is the unknown tag";
-    EXPECT_EQ(get(1), 5u);
-    EXPECT_TRUE(frames().empty());
-
-    // What frame 0 itself answered is saved into frame 0: a frame below the erase point, made by a delivery.
+// A frame below the erase point that a delivery made is read in frame 0, which is where it is to be saved.
+TEST_F(FrameLifetime, WhatFrameZeroItselfAnsweredIsSavedToFrameZero) {
     set(250, 500);
-    erasePs(kCam, kPipe, 256);
+    EXPECT_EQ(erasePs(kCam, kPipe, 256), PS_OK);
     deliver(245, 450);
     takeLog();
     EXPECT_EQ(erasePs(kCam, kPipe, 257), PS_OK);
-    EXPECT_EQ(countLogged("2 getParamInternal: frameID 245 <= Erased 250"), 1u);
+    EXPECT_EQ(takeLog(2), (Lines{"2 getParamInternal: frameID 245 <= Erased 250, tag need life >= 12"}));
     EXPECT_EQ(get(245), 500u);
 }
 
