@@ -308,11 +308,13 @@ TEST_F(PipelineTest, TableAgreesWithTheLogOfTheStore) {
         EXPECT_EQ(sum[EARLIER], logged(" relatedID:") - logged(" relatedID:0\n"));
         EXPECT_EQ(sum[FRAME_0], logged(" relatedID:0\n") + logged("getParamInternal: frameID") + ofTuning);
 
-        // Exposure asks for erased frames when it is late. An erase may end such a wait about when its time is up.
+        // Exposure asks for erased frames when it is late, if only since its thread did not get to run. An erase may
+        // end such a wait about when its time is up.
         const double askedForErased = logged("preproc: frameID");
-        EXPECT_EQ(askedForErased > 0, stall == "exposure:400");
+        const bool skipped = result.out.find("exposure skipped") != std::string::npos;
+        EXPECT_TRUE(skipped || stall != "exposure:400");
+        EXPECT_TRUE(askedForErased > 0 || !skipped);
         EXPECT_NEAR(sum[TIMEOUTS], logged("wait timeout"), askedForErased);
-        EXPECT_EQ(result.out.find("exposure skipped") != std::string::npos, askedForErased > 0);
     }
 }
 

@@ -251,6 +251,62 @@ TEST_F(PslogTest, CountsWhatItCannotUseAndGoesOn) {
     EXPECT_THROW(pslog::readLog("/nowhere/to/be/found", interpreter), std::system_error);
 }
 
+// What the lines tell one by one does not depend on the others: each is counted, wherever it stands and whatever is
+// missing around it.
+TEST_F(PslogTest, CountsEveryWholeLineOfALargeLogOutOfOrderAndCut) {
+    runStory();
+    std::vector<std::string> lines;
+    for (int i = 0; i < 200; ++i) {
+        for (const LogLine& line : mLines) lines.push_back(written(line, Format::HOST, 0));
+    }
+    const auto textOf = [&lines] {
+        std::string text;
+        for (const std::string& line : lines) text += line + "\n";
+        return text;
+    };
+    const auto tableOf = [](const std::string& summary) { return summary.substr(summary.find('\n')); };
+    const std::string table = tableOf(summaryOf(textOf()));
+
+    std::mt19937 random(4711);
+    const size_t whole = lines.size();
+    const size_t cut = whole / 5;
+    for (size_t i = 0; i < cut; ++i) {  // a cut copy each, somewhere
+        std::string& at = lines[random() % lines.size()];
+        at.insert(0, at.substr(0, 16) + "\n");
+    }
+    std::string summary = summaryOf(textOf());
+    EXPECT_EQ(tableOf(summary), table);
+    EXPECT_TRUE(has(summary, std::to_string(whole) + " of the store, 0 of others, " + std::to_string(cut) + " damaged"))
+        << summary;
+
+    std::shuffle(lines.begin(), lines.end(), random);
+    for (size_t i = 0; i < lines.size(); i += 7) lines[i].resize(16);
+    summary = summaryOf(textOf());
+    const auto count = [&lines](const char* start, const char* end) {
+        return std::count_if(lines.begin(), lines.end(), [&](const std::string& line) {
+            const size_t at = line.find(start);
+            return at != std::string::npos && line.find(end, at) != std::string::npos;
+        });
+    };
+    const struct {
+        const char* name;
+        int column;  // after the name
+        std::ptrdiff_t expected;
+    } columns[] = {
+        {" \"co\" ", 1, count("_setParam: success camID: 0, pipe: 2", "tag: 18,")},
+        {" aeResult ", 2, count("_getParam: success  ", "tag: 17,") + count("_getParamSyn: success  ", "tag: 17,")},
+        {" aeResult ", 8, count("tag 17, wait:", "ms.")},
+        {" aeResult ", 12, count("tag 17, wait timeout", "")},
+    };
+    for (const auto& [name, column, expected] : columns) {
+        std::istringstream words(summary.substr(std::min(summary.find(name), summary.size())));
+        std::string word;
+        for (int i = -1; i <= column; ++i) words >> word;
+        EXPECT_GT(expected, 0);
+        EXPECT_EQ(word, std::to_string(expected)) << name << column << "\n" << summary;
+    }
+}
+
 TEST_F(PslogTest, DrawsEveryWaitOfTheNewestFrames) {
     runStory();
     deliver(22, 1, LUT);

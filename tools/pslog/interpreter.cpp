@@ -169,8 +169,12 @@ bool Interpreter::takeErase(Call& call, Kind kind, const Arguments& a) {
     } else if (kind == Kind::ENTERED && call.erase && call.erase->key == keyOf(a, 0, 1, 3)) {
         // The value that is saved is that of the newest checkpoint that goes; it is saved to frame 0.
         if (a.number[2] != 0) eraseCheckpoints(call, frameOf(a.number[2]));
+    } else if (kind == Kind::SET || kind == Kind::SET_FAILED) {
+        const Key key = keyOf(a, 0, 1, 3);
+        const bool isPipes = call.erase && call.erase->key.cam == key.cam && call.erase->key.pipe == key.pipe;
+        return isPipes && a.number[2] == 0;  // what it saves
     } else {
-        return call.erase && (kind == Kind::RELATED || kind == Kind::SET || kind == Kind::SET_FAILED);
+        return call.erase && kind == Kind::RELATED;
     }
     return true;
 }

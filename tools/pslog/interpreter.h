@@ -1,9 +1,10 @@
 // From messages to what happened: which call a line belongs to, and what became of the call.
 //
-// The store prints the lines of a call while it holds its mutex, so that they follow one another, but for three kinds
-// that it prints without: the first line of a synchronous set, the lines of a wait, and rejections. Most lines name
-// what they are of; those that do not ("add checkPoint", "set notify all", deletions) belong to the call whose lines
-// surround them. Where the format has threads, each thread's lines are followed apart.
+// The store prints the lines of a call while it holds its mutex, so that they follow one another, but for those that it
+// prints without: the first line of a synchronous set, the lines of a wait, registrations, rejections, and all of the
+// external processor and of the making and the end of a store. Most lines name what they are of; those that do not
+// ("add checkPoint", "set notify all", deletions) belong to the call whose lines surround them. Where the format has
+// threads, each thread's lines are followed apart.
 
 #ifndef PSLOG_INTERPRETER_H
 #define PSLOG_INTERPRETER_H

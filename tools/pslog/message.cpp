@@ -1,4 +1,4 @@
-// See message.h. The table is the sources' messages in their order of files; a test compares them.
+// See message.h. The table is the sources' messages, the most frequent first; a test compares them.
 
 #include "message.h"
 
@@ -17,7 +17,6 @@ struct Message {
     std::string_view format;
 };
 
-// The most frequent first.
 constexpr Message MESSAGES[] = {
     {Kind::ENTERED, "getParamInternal", "E cam %d pipe %d frame %d tag %d erasePoint:%d"},
     {Kind::SEARCHED, "findRelated", "desID %d, relateID[%d]"},
