@@ -3,7 +3,8 @@
 
 messages: the messages in src/, those that docs/log.md lists and those that pslog knows are the same set, with their
           functions, and docs/log.md has their levels.
-guide:    every piece of code in docs/guide.md stands, word for word, in the example that it names.
+guide:    every piece of code in docs/guide.md stands, word for word, in the example that it names, and README.md's
+          program in C in examples/basic.c.
 """
 
 import pathlib
@@ -98,6 +99,9 @@ def check_guide(problem):
     for example in sorted((ROOT / "examples/guide").glob("*.cpp")):
         if f"examples/guide/{example.name}" not in shown:
             problem(f"docs/guide.md shows nothing of {example.name}")
+    programs = re.findall(r"```c\n(.*?)```", (ROOT / "README.md").read_text(), re.S)
+    if len(programs) != 1 or not squeezed((ROOT / "examples/basic.c").read_text()).endswith(squeezed(programs[0])):
+        problem("README.md's program in C is not that of examples/basic.c")
 
 
 def main():

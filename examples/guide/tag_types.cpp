@@ -11,11 +11,15 @@ constexpr Parameter<Gain> GAIN{0x101, "gain", dynamicKind()};
 constexpr Parameter<int> HISTORY{0x102, "history", queueKind<8>()};
 constexpr Parameter<int> TUNING{0x103, "tuning", staticKind()};
 
+void startUp() {
+    ParamSet::createInstance();
+    CLAIM(GAIN.registerTag() == Registration::DONE);
+    CLAIM(HISTORY.registerTag() == Registration::DONE);
+    CLAIM(TUNING.registerTag() == Registration::DONE);
+}
+
 int main() {
-    const Store store;
-    registerOrEnd(GAIN);
-    registerOrEnd(HISTORY);
-    registerOrEnd(TUNING);
+    startUp();
 
     // dynamic: a value per frame; a frame without one is answered by the newest earlier frame that has one
     setValue(GAIN, Frame{10}, {1.5f, 1.0f});
@@ -35,4 +39,6 @@ int main() {
     CLAIM(valueOf(TUNING, Frame{3}) == 7);
     setValue(TUNING, Frame{3}, 8);
     CLAIM(valueOf(TUNING, Frame{10}) == 8);
+
+    ParamSet::destroyInstance();
 }
