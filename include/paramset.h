@@ -32,8 +32,9 @@
  * The end: stop the threads that call before the process exits or the library is unloaded. The store goes first, and
  * later calls find none; then goes the registry, and a call that still runs would find it destroyed.
  *
- * Memory: a failed allocation ends the process, after a line on standard error. That of a value buffer alone does not:
- * the get or set of it fails.
+ * Memory: a failed allocation ends the process, after a line on standard error. Two do not: that of a value buffer, as
+ * the get or set of it fails, and that of a long name or data type in a registration, as the C++ library's strings throw
+ * std::bad_alloc, with nothing registered and no mutex held.
  */
 #ifndef PARAMSET_H
 #define PARAMSET_H
