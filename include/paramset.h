@@ -33,8 +33,8 @@
  * later calls find none; then goes the registry, and a call that still runs would find it destroyed.
  *
  * Memory: a failed allocation ends the process, after a line on standard error. Two do not: that of a value buffer, as
- * the get or set of it fails, and that of a long name or data type in a registration, as the C++ library's strings throw
- * std::bad_alloc, with nothing registered and no mutex held.
+ * the get or set of it fails, and that of a long name or data type in a registration, as the C++ library's strings
+ * throw std::bad_alloc, with nothing registered and no mutex held.
  */
 #ifndef PARAMSET_H
 #define PARAMSET_H
