@@ -1,7 +1,8 @@
-"""What a run measured: the medians of the repetitions by workload, contender and shape."""
+"""What a run measured: medians of the repetitions in all its processes, by workload, contender and shape."""
 
 import json
 import statistics
+from collections import defaultdict
 from pathlib import Path
 
 WORKLOADS = {
@@ -36,14 +37,17 @@ class Results:
     """Nanoseconds by (workload, contender, tags, bytes, threads)."""
 
     def __init__(self, folder):
-        run = json.loads(Path(folder, "bench.json").read_text())
-        self.context = run["context"]
-        self.errors = [entry["name"] for entry in run["benchmarks"] if entry.get("error_occurred")]
-        self.ns = {}
-        self.holds = {}  # nanoseconds by the way of holding the store
-        for entry in run["benchmarks"]:
-            if entry.get("aggregate_name") == "median":
-                self._add(entry)
+        runs = [json.loads(path.read_text()) for path in sorted(Path(folder).glob("bench.*.json"))]
+        self.context = runs[0]["context"]
+        entries = [entry for run in runs for entry in run["benchmarks"]]
+        self.errors = sorted({entry["name"] for entry in entries if entry.get("error_occurred")})
+        times = defaultdict(list)
+        holds = defaultdict(list)
+        for entry in entries:
+            if entry["run_type"] == "iteration" and not entry.get("error_occurred"):
+                self._add(entry, times, holds)
+        self.ns = {key: statistics.median(each) for key, each in times.items()}
+        self.holds = {way: statistics.median(each) for way, each in holds.items()}
         measured = {key[1] for key in self.ns}
         self.peers = [name for name in PEERS if name in measured]
         self.left_out = {name: package for name, package in PEERS.items() if name not in measured}
@@ -53,19 +57,19 @@ class Results:
             for key, value in self.context.items()
             if key.startswith("abilities ")
         }
-        self.hand_offs = json.loads(Path(folder, "handoffs.json").read_text())
+        self.hand_offs = [json.loads(path.read_text()) for path in Path(folder).glob("handoffs.*.json")]
 
-    def _add(self, entry):
+    def _add(self, entry, times, holds):
         workload, contender, tags, size, *rest = entry["run_name"].split("/")
         if workload == "hold":
-            self.holds[contender] = entry["cpu_time"]
+            holds[contender].append(entry["cpu_time"])
             return
         # Processor time leaves out what other processes took; of steps and threads there is wall time alone.
         wall = "manual_time" in rest or "real_time" in rest
         ns = entry["real_time" if wall else "cpu_time"]
         if workload in PER_TAG:
             ns /= int(tags)
-        self.ns[workload, contender, int(tags), int(size), entry.get("threads", 1)] = ns
+        times[workload, contender, int(tags), int(size), entry.get("threads", 1)].append(ns)
 
     def rows(self):
         """The (workload, tags, bytes, threads) that were measured, in order."""
@@ -81,6 +85,7 @@ class Results:
 
     def hand_off(self, which, quantile):
         """The quantile of a kind's hand-offs, and how many of its notifications were lost."""
-        times = sorted(self.hand_offs[which]["ns"])
+        runs = [run[which] for run in self.hand_offs]
+        times = sorted(ns for run in runs for ns in run["ns"])
         value = statistics.median(times) if quantile == 0.5 else times[int(quantile * len(times))]
-        return value, self.hand_offs[which]["lost"]
+        return value, sum(run["lost"] for run in runs)
