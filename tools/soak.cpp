@@ -75,7 +75,7 @@ struct Pipeline {
             if (pipe == 0) setMetadata(cam, frame);
             setPsParam(cam, pipe, frame, kQueue, value.data());
             setPsParamSyn(cam, pipe, frame, kTag, value.data());
-            if (frame % 4 == 0) erasePs(cam, pipe, frame - 16);
+            if (frame % 4 == 0 && frame > 16) erasePs(cam, pipe, frame - 16);
         }
     }
     void read(uint32_t first, uint32_t last) {
