@@ -43,18 +43,20 @@ def further_aims(results):
     def store(workload, tags):
         return ns.get((workload, STORE, tags, AIMED_BYTES, 1))
 
+    def floors(one, its_tags, other, others_tags):
+        times = [ns.get((w, FLOOR, tags, AIMED_BYTES, 1)) for w, tags in ((one, its_tags), (other, others_tags))]
+        return f"{times[0] / times[1]:.2f}" if all(times) else "not measured"
+
     def by(text, one, other, most):
         return [Aim(text, one / other, most)] if one and other else []
 
     aims = []
     for tags in AIMED_TAGS:
         aims += by(f"(c) by (b), {tags} tags", store("c", tags), store("b", tags), 1.6)
-    floor = ns["h-1of300", FLOOR, 128, AIMED_BYTES, 1] / ns["h-1of16", FLOOR, 128, AIMED_BYTES, 1]
-    text = f"erase of one frame, 128 tags: 300 live by 16 (maps: {floor:.2f})"
+    text = f"erase of one frame, 128 tags: 300 live by 16 (maps: {floors('h-1of300', 128, 'h-1of16', 128)})"
     aims += by(text, store("h-1of300", 128), store("h-1of16", 128), 1.25)
     for workload in "abcd":
-        floor = ns[workload, FLOOR, 1024, AIMED_BYTES, 1] / ns[workload, FLOOR, 32, AIMED_BYTES, 1]
-        text = f"({workload}) 1024 tags by 32 (maps: {floor:.2f})"
+        text = f"({workload}) 1024 tags by 32 (maps: {floors(workload, 1024, workload, 32)})"
         aims += by(text, store(workload, 1024), store(workload, 32), 2.5)
     (store_median, lost), (bare_median, bare_lost) = (results.hand_off(which, 0.5) for which in (STORE, "bare"))
     (store_tail, _), (bare_tail, _) = (results.hand_off(which, 0.99) for which in (STORE, "bare"))

@@ -110,7 +110,7 @@ def disassembly(program):
 def report(results, facts, assembly):
     parts = ["# The benchmark's report\n"]
     parts += [markdown(["", ""], [[name, value] for name, value in facts.items()])]
-    parts += ["Medians of interleaved repetitions in several processes. Each figure of the first table is a multiple of *maps*, the floor of "]
+    parts += ["Medians of interleaved repetitions. Each figure of the first table is a multiple of *maps*, the floor of "]
     parts += ["the lock, the copy and the map operations that the declared data members make necessary.\n"]
     parts += [markdown(["workload", ""], [[f"({name})", text] for name, text in WORKLOADS.items()])]
     parts += ["## Ratios\n", markdown(*ratio_table(results))]

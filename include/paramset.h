@@ -33,8 +33,9 @@
  * later calls find none; then goes the registry, and a call that still runs would find it destroyed.
  *
  * Memory: a failed allocation ends the process, after a line on standard error. Two do not: that of a value buffer, as
- * the get or set of it fails, and that of a long name or data type in a registration, as the C++ library's strings
- * throw std::bad_alloc, with nothing registered and no mutex held.
+ * the get or set of it fails, and that of a long name or data type in a registration or getTagInfo, as the C++
+ * library's strings may throw std::bad_alloc (libstdc++ does, libc++ does not), with nothing registered and no mutex
+ * held.
  */
 #ifndef PARAMSET_H
 #define PARAMSET_H
@@ -205,7 +206,7 @@ PARAMSET_API uint32_t getPsParamSyn(uint32_t cam, int32_t pipe, uint32_t frame, 
  * It does not wait when the frame has the tag and it was delivered, or, for frame 0, when frame 0's was ever delivered
  * since everything in the pipe was last erased. A frame that does not exist is made here, without a checkpoint. A
  * plain set does not end the wait; an erase that reaches the frame does. The wait for a frame that has a value by a
- * plain set alone is ended by its time-out, not by a delivery or an erase.
+ * plain set alone is ended by its time-out, not by a delivery or an erase, unless another get waited there before.
  *
  * @param cam      camera id, 0 to 4
  * @param pipe     pipe index, 0 to 13

@@ -1,6 +1,7 @@
-// What the library does when there is no memory: it says so, and ends the process. It is built without exceptions, and
-// one that passed through it would leave its mutex locked behind a caller that catches it.
-// The version script keeps this to the library: a program's own operator new is what it falls back on, as everywhere.
+// What the library does when there is no memory (but for a string's, where the C++ library allocates it): it says so,
+// and ends the process. It is built without exceptions, and one that passed through it would leave its mutex locked
+// behind a caller that catches it. The version script keeps this to the library: a program's own operator new is what
+// it falls back on, as everywhere.
 
 #include <cstdio>
 #include <cstdlib>

@@ -307,7 +307,7 @@ TEST_F(Waiters, OutliveTheStoreThatWasLetGo) {
     for (uint32_t i = 0; i < kMany; ++i) {
         waiters.emplace_back([i] {
             const Got expected = i == 0 ? Got{PS_TIMED_OUT, 1} : Got{PS_NOT_OF_FRAME, 10};
-            EXPECT_EQ(getSyn(i == 0 ? 0 : 14 + i, kTag, 2000), expected);
+            EXPECT_EQ(getSyn(i == 0 ? 0 : 14 + i, kTag, 4000), expected);
         });
     }
     await([&] { return countLogged("_getParamSyn: camID") == kMany; });
