@@ -613,10 +613,10 @@ private:
     const Buffer& getParamInternal(Request& request);
     uint32_t preproc(Request& request);
     static const ParamFrame* findEarlierFrame(const Request& request, uint32_t frameID);
-    const Buffer& getDirectly(const Request& request, ParamFrame& frame);
-    const Buffer& getF0(const Request& request);
-    const Buffer& permiProc(const Request& request, ParamFrame* frame);
-    const Buffer& createNew(const Request& request);
+    const Buffer& getDirectly(Request& request, ParamFrame& frame);
+    const Buffer& getF0(Request& request);
+    const Buffer& permiProc(Request& request, ParamFrame* frame);
+    const Buffer& createNew(Request& request);
     static uint32_t getSize(const tag_info_t* info);
     static uint32_t findRelated(const std::vector<uint32_t>* ids, uint32_t desID);
     uint32_t _getParam(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, void* data);

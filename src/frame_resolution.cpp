@@ -22,8 +22,8 @@ bool isStatic(const tag_info_t* info) {
 // A frame of a pipe that comes before the requested one, which it usually is next to.
 const ParamFrame* ParamSet::findEarlierFrame(const Request& request, uint32_t frameID) {
     Request::Frames& frames = request.elem->mFrames;
-    if (request.place != frames.begin()) {
-        const auto& [id, frame] = *std::prev(request.place);
+    if (request.framePlace != frames.begin()) {
+        const auto& [id, frame] = *std::prev(request.framePlace);
         if (id == frameID) return frame.get();
     }
     return findFrame(*request.elem, frameID);
@@ -71,15 +71,14 @@ uint32_t ParamSet::preproc(Request& request) {
     return PS_NOT_OF_FRAME;
 }
 
-const ParamSet::Buffer& ParamSet::getDirectly(const Request& request, ParamFrame& frame) {
-    const auto it = frame.mTags.find(request.tag);
-    return it != frame.mTags.end() ? it->second : permiProc(request, &frame);
+const ParamSet::Buffer& ParamSet::getDirectly(Request& request, ParamFrame& frame) {
+    return request.lookUpValue(frame) ? request.valuePlace->second : permiProc(request, &frame);
 }
 
-const ParamSet::Buffer& ParamSet::getF0(const Request& request) {
+const ParamSet::Buffer& ParamSet::getF0(Request& request) {
     ParamFrame& f0 = *request.elem->mF0;
-    const auto it = f0.mTags.find(request.tag);
-    return it != f0.mTags.end() ? it->second : createTag(f0, request.tag, request.info, nullptr);
+    if (request.lookUpValue(f0)) return request.valuePlace->second;
+    return createTag(f0, request.valuePlace, request.tag, request.info, nullptr);
 }
 
 uint32_t ParamSet::getSize(const tag_info_t* info) {
@@ -97,7 +96,7 @@ uint32_t ParamSet::findRelated(const std::vector<uint32_t>* ids, uint32_t desID)
 }
 
 // A write needs its frame; a read does without.
-const ParamSet::Buffer& ParamSet::permiProc(const Request& request, ParamFrame* frame) {
+const ParamSet::Buffer& ParamSet::permiProc(Request& request, ParamFrame* frame) {
     const uint32_t frameID = request.frameID;
     const uint32_t tag = request.tag;
     std::shared_ptr<std::vector<uint32_t>>& ids = request.elem->mCheckPoint[tag];
@@ -117,15 +116,17 @@ const ParamSet::Buffer& ParamSet::permiProc(const Request& request, ParamFrame* 
         ids->insert(firstAfter(*ids, frameID), frameID);
     }
     PS_LOG(5, "add checkPoint[%d] size:%d,permiProc:%s", frameID, static_cast<int>(ids->size()), "_modifiable");
-    return createTag(*frame, tag, request.info, nullptr);
+    return createTag(*frame, request.valuePlace, tag, request.info, nullptr);
 }
 
-const ParamSet::Buffer& ParamSet::createNew(const Request& request) {
+const ParamSet::Buffer& ParamSet::createNew(Request& request) {
     PS_LOG(5, "createNew ParamFrame");
     if (request.modifiable == 0) return permiProc(request, nullptr);
 
-    std::shared_ptr<ParamFrame>& frame = request.elem->mFrames.try_emplace(request.place, request.frameID)->second;
+    request.framePlace = request.elem->mFrames.try_emplace(request.framePlace, request.frameID);
+    std::shared_ptr<ParamFrame>& frame = request.framePlace->second;
     frame.reset(new ParamFrame(request.camID, request.frameID, this, &gTagInfo));
+    request.valuePlace = frame->mTags.end();
     return permiProc(request, frame.get());
 }
 

@@ -147,19 +147,20 @@ ParamFrame::~ParamFrame() {
     PS_LOG(5, "delete cam[%d] frame[%d], and total tag Num:%d", mCamID, mFrameID, getActiveTagSize());
 }
 
-const std::shared_ptr<void>& createTag(ParamFrame& frame, uint32_t tag, const tag_info_t* info, void* src) {
+const std::shared_ptr<void>& createTag(ParamFrame& frame, Values::iterator place, uint32_t tag, const tag_info_t* info,
+                                       void* src) {
     if (info == nullptr || info->mCreator == nullptr) {
         PS_LOG(1, "X Failed to create tag, no such creator: %d", tag);
         return kNoBuffer;
     }
-    std::shared_ptr<void>& buffer = frame.mTags[tag];
+    std::shared_ptr<void>& buffer = frame.mTags.try_emplace(place, tag)->second;
     buffer = info->mCreator->create(src);
     PS_LOG(5, "X:%s", buffer != nullptr ? "ok" : "fail");
     return buffer;
 }
 
 std::shared_ptr<void> ParamFrame::createTag(uint32_t tag, void* src) {
-    return zarn::createTag(*this, tag, findTagInfo(*mTagInfo, tag), src);
+    return zarn::createTag(*this, mTags.lower_bound(tag), tag, findTagInfo(*mTagInfo, tag), src);
 }
 
 std::shared_ptr<void> ParamFrame::getTag(uint32_t tag) {

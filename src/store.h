@@ -26,6 +26,8 @@ constexpr int32_t kWaitedFor = 2;
 
 inline const std::shared_ptr<void> kNoBuffer;
 
+using Values = std::map<uint32_t, std::shared_ptr<void>>;  // ParamFrame::mTags
+
 // One access to a value, with what it looks up once. Lives for a stretch under ParamSet::mMutex.
 struct ParamSet::Request {
     using Frames = std::map<uint32_t, std::shared_ptr<ParamFrame>>;
@@ -37,8 +39,9 @@ struct ParamSet::Request {
     int modifiable;          // nonzero: a write
     const tag_info_t* info;  // null if the tag is not registered
     pipe_elem* elem = nullptr;
-    uint32_t* erasePoint = nullptr;  // the tag's, in elem
-    Frames::iterator place = {};     // of the frame in elem; of the next newer one if it has none
+    uint32_t* erasePoint = nullptr;    // the tag's, in elem
+    Frames::iterator framePlace = {};  // of the frame in elem; of the next newer one if it has none
+    Values::iterator valuePlace = {};  // of the value in the frame; of the next tag's if it has none
 
     // Find-or-insert of the tag's erase point.
     uint32_t& lookUpErasePoint() {
@@ -50,10 +53,16 @@ struct ParamSet::Request {
     ParamFrame* lookUpFrame() {
         Frames& frames = elem->mFrames;
         // Most requests are for the newest frame, or for one that is still to come.
-        place = frames.end();
+        framePlace = frames.end();
         if (frames.empty() || frames.rbegin()->first < frameID) return nullptr;
-        place = frames.lower_bound(frameID);
-        return place->first == frameID ? place->second.get() : nullptr;
+        framePlace = frames.lower_bound(frameID);
+        return framePlace->first == frameID ? framePlace->second.get() : nullptr;
+    }
+
+    // Whether the frame has the tag.
+    bool lookUpValue(ParamFrame& frame) {
+        valuePlace = frame.mTags.lower_bound(tag);
+        return valuePlace != frame.mTags.end() && valuePlace->first == tag;
     }
 };
 
@@ -115,8 +124,10 @@ inline uint32_t newestFrameID(const pipe_elem& elem) {
     return elem.mFrames.empty() ? 0 : elem.mFrames.rbegin()->first;
 }
 
-// ParamFrame::createTag for a tag that was looked up already; the buffer stays where the frame holds it.
-const std::shared_ptr<void>& createTag(ParamFrame& frame, uint32_t tag, const tag_info_t* info, void* src);
+// ParamFrame::createTag for a tag that was looked up already: in the registry, and in the frame, where `place` is its
+// own or the next tag's. The buffer stays where the frame holds it.
+const std::shared_ptr<void>& createTag(ParamFrame& frame, Values::iterator place, uint32_t tag, const tag_info_t* info,
+                                       void* src);
 
 }  // namespace zarn
 

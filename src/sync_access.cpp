@@ -147,7 +147,7 @@ const ParamSet::Buffer& ParamSet::_setParamSyn(Request& request) {
                           : frame != nullptr   ? getDirectly(request, *frame)
                                                : createNew(request);
     const bool isNew = frame == nullptr;
-    if (isNew) frame = findFrame(elem, request.frameID);
+    if (isNew) frame = request.framePlace->second.get();
 
     FrameStatus& status = frame->mStatus[request.tag];
     if (status.mState == kWaitedFor) {
