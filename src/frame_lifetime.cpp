@@ -3,6 +3,7 @@
 // The entry takes ParamSet::mMutex; everything below it runs with mMutex held.
 
 #include <algorithm>
+#include <utility>
 
 #include "src/hold.h"
 #include "src/store.h"
@@ -32,6 +33,23 @@ EraseLimit eraseLimitOf(uint32_t tag, const tag_info_t* info, uint32_t frameID) 
 void wakeWaiters(FrameStatus& status) {
     if (status.mState == kWaitedFor) status.mCond.notify_all();
 }
+
+// Looks up tags in ascending order: the entry after the one that was found last is usually the next.
+template <class Map>
+class AscendingLookUp {
+public:
+    explicit AscendingLookUp(Map& map) : mMap(map), mNext(map.begin()) {}
+
+    // Null if the map does not have the tag.
+    auto* find(uint32_t tag) {
+        if (mNext == mMap.end() || mNext->first != tag) mNext = mMap.find(tag);
+        return mNext != mMap.end() ? &(mNext++)->second : nullptr;
+    }
+
+private:
+    Map& mMap;
+    decltype(std::declval<Map&>().begin()) mNext;
+};
 
 // One tag's pass over the frames of an erase.
 struct Pass {
@@ -137,12 +155,14 @@ uint32_t ParamSet::_erase(uint32_t camID, int pipe, uint32_t frameID) {
     uint32_t result = PS_OK;
     uint32_t lastErased = frameID;
     std::vector<Pass> passes;
+    AscendingLookUp registry(std::as_const(gTagInfo));
+    AscendingLookUp erasePoints(elem.mErasePoint);
     for (const auto& [tag, checkpoints] : elem.mCheckPoint) {
-        const tag_info_t* info = findTagInfo(gTagInfo, tag);
+        const tag_info_t* info = registry.find(tag);
         const EraseLimit limit = eraseLimitOf(tag, info, frameID);
         if (limit.counts) lastErased = limit.frameID;
         if (limit.skipped) continue;
-        Request request{camID, pipe, 0, tag, 0, info, &elem};
+        Request request{camID, pipe, 0, tag, 0, info, &elem, erasePoints.find(tag)};
         if (frameID == THE_LAST && tag == METADATA_TAG) request.lookUpErasePoint() = 0;
         if (checkpoints != nullptr && !checkpoints->empty()) _erase(request, *checkpoints, limit.frameID, result);
         if (eraseFromFrames(elem, {tag, limit.frameID}, passes)) {
