@@ -617,6 +617,7 @@ private:
     const Buffer& getF0(Request& request);
     const Buffer& permiProc(Request& request, ParamFrame* frame);
     const Buffer& createNew(Request& request);
+    ParamFrame& newFrame(Request& request);
     static uint32_t getSize(const tag_info_t* info);
     static uint32_t findRelated(const std::vector<uint32_t>* ids, uint32_t desID);
     uint32_t _getParam(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, void* data);

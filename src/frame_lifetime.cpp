@@ -110,7 +110,8 @@ void resetF0(ParamFrame& f0) {
 
 }  // namespace
 
-void ParamSet::autoErase(const Request& request, std::vector<uint32_t>& queue) {
+// Not inlined, so that reads do without its stack frame.
+[[gnu::noinline]] void ParamSet::autoErase(const Request& request, std::vector<uint32_t>& queue) {
     const uint32_t tag = request.tag;
     const tag_info_t& info = request.info != nullptr ? *request.info : tagInfoOrNew(tag);
     const auto size = static_cast<uint32_t>(queue.size());

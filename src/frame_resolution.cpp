@@ -121,13 +121,16 @@ const ParamSet::Buffer& ParamSet::permiProc(Request& request, ParamFrame* frame)
 
 const ParamSet::Buffer& ParamSet::createNew(Request& request) {
     PS_LOG(5, "createNew ParamFrame");
-    if (request.modifiable == 0) return permiProc(request, nullptr);
+    return permiProc(request, request.modifiable != 0 ? &newFrame(request) : nullptr);
+}
 
+// Not inlined, so that reads do without its stack frame.
+[[gnu::noinline]] ParamFrame& ParamSet::newFrame(Request& request) {
     request.framePlace = request.elem->mFrames.try_emplace(request.framePlace, request.frameID);
     std::shared_ptr<ParamFrame>& frame = request.framePlace->second;
     frame.reset(new ParamFrame(request.camID, request.frameID, this, &gTagInfo));
     request.valuePlace = frame->mTags.end();
-    return permiProc(request, frame.get());
+    return *frame;
 }
 
 uint32_t ParamSet::_getParam(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, void* data) {

@@ -52,10 +52,10 @@ private:
         return sSlots[(static_cast<uint64_t>(pthread_self()) * kSpread) >> (64 - kSlotBits)].mSlot;
     }
     void letGo();
-    // Out of line: these are rare.
-    void holdAgain();
-    void holdCounted();
-    void deleteReference(void* reference);
+    // Rare, and kept out of the calls' way.
+    [[gnu::cold]] void holdAgain();
+    [[gnu::cold]] void holdCounted();
+    [[gnu::cold]] void deleteReference(void* reference);
 
     static SharedSlot sSlots[1 << kSlotBits];
     static std::atomic<ParamSet*> sCurrent;
