@@ -1,9 +1,10 @@
 // Runs all contenders through all workloads in one process, and the hand-offs after them. Takes Google Benchmark's
 // options, and of its own --all_shapes=0 (the shapes that have an aim alone), --handoffs=COUNT and
-// --handoffs_out=FILE. A benchmark is named workload/contender/tags/size[/...].
+// --handoffs_out=FILE. A benchmark is named workload/contender/tags/size[/...], or pair/workload/tags/size.
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
@@ -12,6 +13,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "bench/contenders/any_frames.h"
 #include "bench/contenders/flat.h"
@@ -66,6 +68,32 @@ void measureSteps(benchmark::State& state, Shape shape) {
         run.step();
         state.SetIterationTime(std::chrono::duration<double>(Clock::now() - start).count());
     }
+}
+
+// Nanoseconds of some steps in a row. What prepares the first of them is not timed.
+template <class Run>
+double timeOf(Run& run, uint32_t steps) {
+    using Clock = std::chrono::steady_clock;
+    run.prepare();
+    const Clock::time_point start = Clock::now();
+    for (uint32_t step = 0; step < steps; ++step) run.step();
+    return std::chrono::duration<double, std::nano>(Clock::now() - start).count();
+}
+
+// The store and its floor in turn, so that what changes the machine's speed meanwhile changes both.
+template <class StoreRun, class FloorRun>
+void measurePair(benchmark::State& state, Shape shape, uint32_t steps) {
+    StoreRun store(shape);
+    FloorRun floor(shape);
+    if (!store.proves() || !floor.proves()) state.SkipWithError("wrong answer");
+    std::vector<double> ratios;
+    for (auto _ : state) {
+        const double storesTime = timeOf(store, steps);
+        ratios.push_back(storesTime / timeOf(floor, steps));
+    }
+    const auto middle = ratios.begin() + static_cast<std::ptrdiff_t>(ratios.size() / 2);
+    std::nth_element(ratios.begin(), middle, ratios.end());
+    state.counters["ratio"] = *middle;
 }
 
 template <class Run>
@@ -150,6 +178,31 @@ void addPeer() {
     if (gAllShapes && C::kAbilities.keepsAll) addHistory<C>();
 }
 
+template <class StoreRun, class FloorRun>
+void addPair(const char* workload, uint32_t steps) {
+    static constexpr int64_t kTurns = 40;
+    for (const uint32_t tags : {32u, 128u}) {
+        const Shape shape{tags, 16};
+        const auto run = [=](benchmark::State& state) { measurePair<StoreRun, FloorRun>(state, shape, steps); };
+        benchmark::RegisterBenchmark(nameOf("pair", workload, shape).c_str(), run)->Iterations(kTurns);
+    }
+}
+
+// What the store is to reach by the floor.
+void addPairs() {
+    addPair<GetOwn<Store>, GetOwn<Maps>>("a", 4096);
+    addPair<GetAhead<Store>, GetAhead<Maps>>("b", 4096);
+    addPair<GetDeep<Store>, GetDeep<Maps>>("c", 4096);
+    addPair<SetInPlace<Store>, SetInPlace<Maps>>("d", 4096);
+    addPair<Stream<Store>, Stream<Maps>>("e", 16);
+    addPair<Deliver<Store>, Deliver<Maps>>("f", 2048);
+    // One at a time, since each needs its frames to be set.
+    addPair<EraseMany<Store>, EraseMany<Maps>>("h-16", 1);
+    addPair<EraseOne<Store, 16>, EraseOne<Maps, 16>>("h-1of16", 1);
+    addPair<EraseOne<Store, 200>, EraseOne<Maps, 200>>("h-1of200", 1);
+    addPair<EraseOne<Store, 300>, EraseOne<Maps, 300>>("h-1of300", 1);
+}
+
 // The store and the floor of its own data members.
 template <class C>
 void addEqual() {
@@ -165,6 +218,7 @@ void addEqual() {
 void addAll() {
     addEqual<Store>();
     addEqual<Maps>();
+    addPairs();
     addPeer<Flat>();
     addHistory<Flat>();
     addThreads<Flat>();

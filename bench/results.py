@@ -34,7 +34,7 @@ PER_TAG = ("e", "i")  # a step handles all tags once; its time is told per tag
 
 
 class Results:
-    """Nanoseconds by (workload, contender, tags, bytes, threads)."""
+    """Nanoseconds by (workload, contender, tags, bytes, threads), the pairs' ratios by the same without contender."""
 
     def __init__(self, folder):
         runs = [json.loads(path.read_text()) for path in sorted(Path(folder).glob("bench.*.json"))]
@@ -43,10 +43,12 @@ class Results:
         self.errors = sorted({entry["name"] for entry in entries if entry.get("error_occurred")})
         times = defaultdict(list)
         holds = defaultdict(list)
+        pairs = defaultdict(list)
         for entry in entries:
             if entry["run_type"] == "iteration" and not entry.get("error_occurred"):
-                self._add(entry, times, holds)
+                self._add(entry, times, holds, pairs)
         self.ns = {key: statistics.median(each) for key, each in times.items()}
+        self.pairs = {row: statistics.median(each) for row, each in pairs.items()}
         self.holds = {way: statistics.median(each) for way, each in holds.items()}
         measured = {key[1] for key in self.ns}
         self.peers = [name for name in PEERS if name in measured]
@@ -59,10 +61,13 @@ class Results:
         }
         self.hand_offs = [json.loads(path.read_text()) for path in Path(folder).glob("handoffs.*.json")]
 
-    def _add(self, entry, times, holds):
+    def _add(self, entry, times, holds, pairs):
         workload, contender, tags, size, *rest = entry["run_name"].split("/")
         if workload == "hold":
             holds[contender].append(entry["cpu_time"])
+            return
+        if workload == "pair":
+            pairs[contender, int(tags), int(size), 1].append(entry["ratio"])
             return
         # Processor time leaves out what other processes took; of steps and threads there is wall time alone.
         wall = "manual_time" in rest or "real_time" in rest
@@ -79,6 +84,8 @@ class Results:
 
     def ratio(self, row, contender, to=FLOOR):
         """Time of a contender by that of another; None where one of them was not measured."""
+        if (contender, to) == (STORE, FLOOR) and row in self.pairs:
+            return self.pairs[row]
         workload, *shape = row
         one, other = (self.ns.get((workload, name, *shape)) for name in (contender, to))
         return one / other if one and other else None
