@@ -32,7 +32,7 @@ def function_at(lines, index):
     for line in reversed(lines[: index + 1]):
         if re.match(r"    \S.* operator\(\)\(", line):
             return "operator()"
-        found = re.match(r"\w[^(;]*?(~?\w+)(?:<\w+>)?\(", line)
+        found = re.match(r"(?:\[\[.*?\]\] )?\w[^(;]*?(~?\w+)(?:<\w+>)?\(", line)
         if found:
             return found[1]
     raise ValueError("no function around " + lines[index])
