@@ -52,7 +52,7 @@ def further_aims(results):
 
     aims = []
     for tags in AIMED_TAGS:
-        aims += by(f"(c) by (b), {tags} tags", store("c", tags), store("b", tags), 1.6)
+        aims += by(f"(c) by (b), {tags} tags", results.pairs.get(("c-by-b", tags, AIMED_BYTES, 1)), 1, 1.6)
     text = f"erase of one frame, 128 tags: 300 live by 16 (maps: {floors('h-1of300', 128, 'h-1of16', 128)})"
     aims += by(text, store("h-1of300", 128), store("h-1of16", 128), 1.25)
     for workload in "abcd":

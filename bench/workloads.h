@@ -15,12 +15,14 @@
 
 namespace bench {
 
+constexpr uint32_t kCam = 1;
+
 struct Shape {
     uint32_t tags;
     uint32_t size;
+    uint32_t cam = kCam;
 };
 
-constexpr uint32_t kCam = 1;
 constexpr uint32_t kLiveFrames = 16;  // what an erase with a lag of ten leaves
 constexpr uint32_t kEraseLag = 10;
 
@@ -95,10 +97,11 @@ public:
     bool proves() { return true; }
 
 protected:
-    explicit Workload(Shape shape) : mContender(shape.tags, shape.size), mValue(shape.size), mTags(shape.tags) {}
+    explicit Workload(Shape shape)
+        : mContender(shape.tags, shape.size), mCam(shape.cam), mValue(shape.size), mTags(shape.tags) {}
 
     void setFrame(uint32_t frame) {
-        for (const uint32_t tag : mTags.next()) mContender.set(kCam, frame, tag, mValue.of(frame, tag));
+        for (const uint32_t tag : mTags.next()) mContender.set(mCam, frame, tag, mValue.of(frame, tag));
     }
     void setFrames(uint32_t first, uint32_t last, uint32_t stride = 1) {
         for (uint32_t frame = first; frame <= last; frame += stride) setFrame(frame);
@@ -106,10 +109,11 @@ protected:
     // A floor that keeps no history need not be right.
     bool answers(uint32_t frame, uint32_t tag, uint32_t from) {
         if (std::strcmp(C::kAbilities.earlierFrame, "no") == 0) return true;
-        return mContender.get(kCam, frame, tag, mValue.out()) && mValue.is(from, tag);
+        return mContender.get(mCam, frame, tag, mValue.out()) && mValue.is(from, tag);
     }
 
     C mContender;
+    const uint32_t mCam;
     Value mValue;
     RandomTags mTags;
 };
@@ -124,7 +128,7 @@ public:
     using Workload<C>::prepare;
     void step() {
         const Access& at = mOrder.next();
-        this->mContender.get(kCam, at.frame, at.tag, this->mValue.out());
+        this->mContender.get(this->mCam, at.frame, at.tag, this->mValue.out());
     }
     bool proves() { return this->answers(3, 0, 3) && this->answers(kLiveFrames, 0, kLiveFrames); }
 
@@ -142,7 +146,7 @@ public:
     using Workload<C>::prepare;
     void step() {
         const Access& at = mOrder.next();
-        this->mContender.get(kCam, at.frame, at.tag, this->mValue.out());
+        this->mContender.get(this->mCam, at.frame, at.tag, this->mValue.out());
     }
     bool proves() { return this->answers(kLiveFrames + 5, 0, kLiveFrames); }
 
@@ -160,7 +164,7 @@ public:
     using Workload<C>::prepare;
     void step() {
         const Access& at = mOrder.next();
-        this->mContender.get(kCam, at.frame, at.tag, this->mValue.out());
+        this->mContender.get(this->mCam, at.frame, at.tag, this->mValue.out());
     }
     bool proves() { return this->answers(kAsked, 0, kAsked - 1); }
 
@@ -181,10 +185,10 @@ public:
     using Workload<C>::prepare;
     void step() {
         const Access& at = mOrder.next();
-        this->mContender.set(kCam, at.frame, at.tag, this->mValue.out());
+        this->mContender.set(this->mCam, at.frame, at.tag, this->mValue.out());
     }
     bool proves() {
-        this->mContender.set(kCam, 5, 0, this->mValue.of(50, 0));
+        this->mContender.set(this->mCam, 5, 0, this->mValue.of(50, 0));
         return this->answers(5, 0, 50);
     }
 
@@ -202,7 +206,7 @@ public:
     using Workload<C>::prepare;
     void step() {
         this->setFrame(++mFrame);
-        if (mFrame > kLiveFrames) this->mContender.erase(kCam, mFrame - kEraseLag);
+        if (mFrame > kLiveFrames) this->mContender.erase(this->mCam, mFrame - kEraseLag);
     }
     bool proves() { return this->answers(mFrame - 3, 0, mFrame - 3); }
 
@@ -217,20 +221,20 @@ public:
     explicit Deliver(Shape shape) : Workload<C>(shape), mOrder(shape.tags, 1, kLiveFrames) {
         for (uint32_t frame = 1; frame <= kLiveFrames; ++frame) {
             for (uint32_t tag = 0; tag < shape.tags; ++tag) {
-                this->mContender.deliver(kCam, frame, tag, this->mValue.of(frame, tag));
+                this->mContender.deliver(this->mCam, frame, tag, this->mValue.of(frame, tag));
             }
         }
     }
     using Workload<C>::prepare;
     void step() {
         const Access& at = mOrder.next();
-        this->mContender.deliver(kCam, at.frame, at.tag, this->mValue.out());
-        this->mContender.await(kCam, at.frame, at.tag, this->mValue.out());
+        this->mContender.deliver(this->mCam, at.frame, at.tag, this->mValue.out());
+        this->mContender.await(this->mCam, at.frame, at.tag, this->mValue.out());
     }
     bool proves() {
-        this->mContender.deliver(kCam, 5, 0, this->mValue.of(50, 0));
+        this->mContender.deliver(this->mCam, 5, 0, this->mValue.of(50, 0));
         this->mValue.of(0, 0);
-        return this->mContender.await(kCam, 5, 0, this->mValue.out()) && this->mValue.is(50, 0);
+        return this->mContender.await(this->mCam, 5, 0, this->mValue.out()) && this->mValue.is(50, 0);
     }
 
 private:
@@ -246,10 +250,12 @@ public:
         this->setFrames(mFrame + 1, mFrame + kLiveFrames);
         mFrame += kLiveFrames;
     }
-    void step() { this->mContender.erase(kCam, mFrame + kRetained); }
+    void step() { this->mContender.erase(this->mCam, mFrame + kRetained); }
     bool proves() {
         prepare();
-        return this->answers(mFrame, 0, mFrame);
+        const bool isThere = this->answers(mFrame - 1, 0, mFrame - 1);
+        step();
+        return isThere && !this->answers(mFrame - 1, 0, mFrame - 1);
     }
 
 private:
@@ -260,13 +266,20 @@ private:
 template <class C, uint32_t kLive>
 class EraseOne : Workload<C> {
 public:
-    explicit EraseOne(Shape shape) : Workload<C>(shape) { this->setFrames(1, kLive - 1); }
-    void prepare() { this->setFrame(kLive + mErased); }
-    void step() { this->mContender.erase(kCam, ++mErased + kRetained); }
-    bool proves() { return this->answers(mErased + 1, 0, mErased + 1); }
+    explicit EraseOne(Shape shape) : Workload<C>(shape) { this->setFrames(mOldest, mOldest + kLive - 2); }
+    void prepare() { this->setFrame(mOldest + kLive - 1); }
+    void step() { this->mContender.erase(this->mCam, mOldest++ + kRetained); }
+    bool proves() {
+        const uint32_t first = mOldest;
+        for (int erased = 0; erased < 2; ++erased) {
+            prepare();
+            step();
+        }
+        return !this->answers(first, 0, first) && this->answers(mOldest, 0, mOldest);
+    }
 
 private:
-    uint32_t mErased = 0;
+    uint32_t mOldest = 2;  // an erase below frame 8 does nothing
 };
 
 // (i) a pipeline's mix: per frame set all tags, read each twice (own frame, three frames later), erase with a lag of
@@ -281,9 +294,10 @@ public:
     void step() {
         this->setFrame(++mFrame);
         for (const uint32_t frame : {mFrame, mFrame + 3}) {
-            for (const uint32_t tag : this->mTags.next()) this->mContender.get(kCam, frame, tag, this->mValue.out());
+            for (const uint32_t tag : this->mTags.next())
+                this->mContender.get(this->mCam, frame, tag, this->mValue.out());
         }
-        if (mFrame > kLiveFrames) this->mContender.erase(kCam, mFrame - kEraseLag);
+        if (mFrame > kLiveFrames) this->mContender.erase(this->mCam, mFrame - kEraseLag);
     }
     bool proves() { return this->answers(mFrame + 3, 0, mFrame); }
 
