@@ -202,10 +202,15 @@ TEST_F(PslogTest, PutsLinesPrintedWithoutTheStoresMutexToTheirOwnCalls) {
         "W ParamSet: 9, preproc: frameID 11 <= Erased 13, ae need life >= 9\n"
         "V ParamSet: 9, _setParamSyn: success camID: 0, pipe: 2, frameID: 11, tag: 17,intrData:0x1,extrData:0x2,"
         "tagSize:4\n"
-        "W ParamSet: 9, getParamInternal: frameID 1 <= Erased 2, other need life >= 8\n");
+        "W ParamSet: 9, getParamInternal: frameID 1 <= Erased 2, other need life >= 8\n"
+        "V ParamSet: 10, _getMetadata: E cam[0].paramFrame[21], erase point:0\n"
+        "V ParamSet: 11, findRelated: desID 21, relateID[21]\n"
+        "D ParamSet: 12, operator(): cam 0 pipe 2 sof 21 tag 16, wait: 12.000000 ms.\n"
+        "V ParamSet: 11, findRelated: desID 21, relateID[20]\n");
     SCOPED_TRACE(text);
     EXPECT_TRUE(has(text, "   17 -                  -      1      1       0       1       0      5    5"));
     EXPECT_TRUE(has(text, "    1  12   12   12      1      0"));
+    EXPECT_TRUE(has(text, " (metadata)         -      0      1       1       0       0"));
     EXPECT_TRUE(has(text, "lut: retain -, needed 8: register with 8  (1 reads, 0 writes)"));
     EXPECT_TRUE(has(text, "ae: (0 reads, 1 writes)"));
     EXPECT_TRUE(has(text, "needed 8: register with 8  (0 reads, 0 writes, 1 of which the log does not say which)"));

@@ -198,7 +198,8 @@ bool Interpreter::takeMetadata(Call& call, Kind kind, const Arguments& a) {
         const uint32_t frame = call.metadata->frame;
         if (kind == Kind::METADATA_FELL_BACK) {
             call.metadata->answer = Answer::FRAME_0;
-        } else if (kind == Kind::SEARCHED && frameOf(a.number[0]) == frame) {
+        } else if (kind == Kind::SEARCHED && call.metadata->answer == Answer::NOT_KNOWN &&
+                   frameOf(a.number[0]) == frame) {
             const uint32_t found = frameOf(a.number[1]);
             call.metadata->other = found;
             call.metadata->answer = answerOf(frame, found);
