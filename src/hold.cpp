@@ -1,49 +1,56 @@
-// The rare paths of holding the store: no slot is free, and the store is destroyed. No lock; every access to a slot and
-// to sCurrent is sequentially consistent, since an announcement must not pass the look at sCurrent that follows it.
+// Holding the store: its beginning and its end. Takes no lock; createInstance keeps publications apart.
 
 #include "src/hold.h"
 
 namespace zarn {
 
-ParamSet::Hold::SharedSlot ParamSet::Hold::sSlots[1 << kSlotBits];
-std::atomic<ParamSet*> ParamSet::Hold::sCurrent{nullptr};
+std::atomic<ParamSet::Hold::Record*> ParamSet::Hold::sCurrent{nullptr};
+ParamSet::Hold::Record* ParamSet::Hold::sRecords = nullptr;
+
+ParamSet* ParamSet::Hold::current() {
+    const Record* record = sCurrent.load(std::memory_order_acquire);
+    return record != nullptr ? record->mStore.load(std::memory_order_relaxed) : nullptr;
+}
 
 void ParamSet::Hold::publish(const std::shared_ptr<ParamSet>& store) {
-    // In this order, so that nobody can destroy it between the two: what sInstance does not own stays.
-    sCurrent.store(store.get());
+    Record& record = unusedRecord();
+    record.mOwner = store;
+    record.mStore.store(store.get(), std::memory_order_relaxed);
+    record.mUsers.store(1, std::memory_order_release);
+    // The pointer that calls look at comes last here and goes first in retire: whoever finds it null finds no store.
     std::atomic_store(&sInstance, store);
+    sCurrent.store(&record, std::memory_order_release);
 }
 
 void ParamSet::Hold::retire() {
-    // Until the end of this function no other store can have its address.
-    const std::shared_ptr<ParamSet> store = std::atomic_exchange(&sInstance, std::shared_ptr<ParamSet>());
-    if (store == nullptr) return;
-    ParamSet* current = store.get();
-    sCurrent.compare_exchange_strong(current, nullptr);
-    for (SharedSlot& shared : sSlots) {
-        Slot& slot = shared.mSlot;
-        void* use = store.get();
-        if (slot.load() != use) continue;
-        auto* reference = new Reference(store);
-        // The call may have let go since.
-        if (!slot.compare_exchange_strong(use, reference)) delete reference;
+    Record* record = sCurrent.exchange(nullptr, std::memory_order_acq_rel);
+    if (record == nullptr) return;
+    // A store that was published meanwhile stays.
+    std::shared_ptr<ParamSet> store = record->mOwner;
+    std::atomic_compare_exchange_strong(&sInstance, &store, std::shared_ptr<ParamSet>());
+    store.reset();
+    release(*record);
+}
+
+bool ParamSet::Hold::isAnyStoreHeld() {
+    for (const Record* record = sRecords; record != nullptr; record = record->mNext) {
+        if (record->mStore.load(std::memory_order_acquire) != nullptr) return true;
     }
+    return false;
 }
 
-void ParamSet::Hold::holdCounted() {
-    auto* reference = new Reference(std::atomic_load(&sInstance));
-    mStore = reference->get();
-    std::atomic_init(&mOwn, static_cast<void*>(reference));
-    mSlot = &mOwn;
+void ParamSet::Hold::destroyStore(Record& record) {
+    const std::shared_ptr<ParamSet> last = std::move(record.mOwner);
+    record.mStore.store(nullptr, std::memory_order_release);
 }
 
-void ParamSet::Hold::holdAgain() {
-    letGo();
-    holdCounted();
-}
-
-void ParamSet::Hold::deleteReference(void* reference) {
-    delete static_cast<Reference*>(reference);
+ParamSet::Hold::Record& ParamSet::Hold::unusedRecord() {
+    for (Record* record = sRecords; record != nullptr; record = record->mNext) {
+        if (record->mStore.load(std::memory_order_acquire) == nullptr) return *record;
+    }
+    auto* record = new Record;
+    record->mNext = sRecords;
+    return *(sRecords = record);
 }
 
 }  // namespace zarn

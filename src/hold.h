@@ -1,13 +1,13 @@
-// How a call holds the store alive until it returns. sInstance owns the store, and the standard's atomic operations on
-// it lock: they cost as much as the rest of a small get. So the same pointer stands beside it bare (sCurrent), and a
-// call announces in a slot which store it uses. destroyInstance hands a counted reference to every call that announced
-// the store, in its slot, and the last one to let go destroys the store. A call whose slot is taken brings a slot of
-// its own, with a reference that it counted by the standard's means.
+// How a call keeps the store alive until it returns.
+//
+// One pointer, sCurrent, decides whether there is a store: for calls, for getInstance and for createInstance alike. It
+// points to a record that counts the users of one store: the store's own existence, and each running call. A call adds
+// itself unless the count is 0. destroyInstance takes the pointer away, and then the user that stands for the store's
+// existence; whoever takes the last user away destroys the store. Records are reused and never freed, so that a call
+// may look at one late: it then finds no users, or those of another store.
 
 #ifndef PARAMSET_HOLD_H
 #define PARAMSET_HOLD_H
-
-#include <pthread.h>
 
 #include <atomic>
 
@@ -15,76 +15,73 @@
 
 namespace zarn {
 
-// The store for the length of one call; none if there is none. Made and let go on the same thread.
+// The store for the length of one call; none if there is none.
 class ParamSet::Hold {
 public:
     Hold();
-    ~Hold();
+    ~Hold() {
+        if (mRecord != nullptr) release(*mRecord);
+    }
     Hold(const Hold&) = delete;
     Hold& operator=(const Hold&) = delete;
 
     explicit operator bool() const { return mStore != nullptr; }
     ParamSet* operator->() const { return mStore; }
 
-    // Makes sInstance own a store, and lets calls find it.
+    // The store that calls find now, not held; null if there is none.
+    static ParamSet* current();
+    // Makes sInstance own a store, and lets calls find it. Calls to this exclude one another.
     static void publish(const std::shared_ptr<ParamSet>& store);
-    // Takes the store from sInstance, if there is one, and hands it over to the calls that have found it.
+    // Lets no further call find the store, and takes it from sInstance.
     static void retire();
+    // Whether calls still use a store, be it one that no other call finds.
+    static bool isAnyStoreHeld();
 
-    // Retires the store when the library is unloaded.
+    // Ends the store and the registrations when the library is unloaded.
     struct AtUnload {
-        ~AtUnload() { retire(); }
+        ~AtUnload();
     };
 
 private:
-    using Reference = std::shared_ptr<ParamSet>;
-
-    // Null: free. Else taken by one call, and either the ParamSet that it uses, or a Reference that it is to delete.
-    using Slot = std::atomic<void*>;
-    struct alignas(64) SharedSlot {
-        Slot mSlot;
+    struct Record {
+        std::atomic<size_t> mUsers{0};           // 0: unused, or its store is being destroyed
+        std::atomic<ParamSet*> mStore{nullptr};  // null: unused
+        std::shared_ptr<ParamSet> mOwner;        // changed only while nobody else is a user
+        Record* mNext = nullptr;                 // of all records
     };
-    static constexpr int kSlotBits = 5;
 
-    // Slots of threads may coincide. A thread-local object would not do: not every platform has cheap ones.
-    static Slot& slotOfThread() {
-        constexpr uint64_t kSpread = 0x9E3779B97F4A7C15u;  // 2^64 by the golden ratio
-        return sSlots[(static_cast<uint64_t>(pthread_self()) * kSpread) >> (64 - kSlotBits)].mSlot;
+    static bool addUser(Record& record);
+    static void release(Record& record) {
+        if (record.mUsers.fetch_sub(1, std::memory_order_acq_rel) == 1) destroyStore(record);
     }
-    void letGo();
     // Rare, and kept out of the calls' way.
-    [[gnu::cold]] void holdAgain();
-    [[gnu::cold]] void holdCounted();
-    [[gnu::cold]] void deleteReference(void* reference);
+    [[gnu::cold]] static void destroyStore(Record& record);
+    static Record& unusedRecord();
 
-    static SharedSlot sSlots[1 << kSlotBits];
-    static std::atomic<ParamSet*> sCurrent;
+    static std::atomic<Record*> sCurrent;
+    static Record* sRecords;  // all that were ever made
     static AtUnload sAtUnload;
 
-    ParamSet* mStore;
-    Slot* mSlot = nullptr;  // taken by this call; null if there is no store
-    Slot mOwn;              // used if the shared one is taken
+    Record* mRecord = nullptr;
+    ParamSet* mStore = nullptr;
 };
 
-inline ParamSet::Hold::Hold() : mStore(sCurrent.load()) {
-    if (mStore == nullptr) return;
-    mSlot = &slotOfThread();
-    void* use = nullptr;
-    if (!mSlot->compare_exchange_strong(use, mStore)) {
-        holdCounted();
-    } else if (sCurrent.load() != mStore) {
-        // Retired while it was announced, perhaps before its announcement could be seen.
-        holdAgain();
+inline ParamSet::Hold::Hold() {
+    // Without a user the record has lost its store since it was read here: look again.
+    while (Record* record = sCurrent.load(std::memory_order_acquire)) {
+        if (!addUser(*record)) continue;
+        mRecord = record;
+        mStore = record->mStore.load(std::memory_order_relaxed);
+        return;
     }
 }
 
-inline ParamSet::Hold::~Hold() {
-    if (mSlot != nullptr) letGo();
-}
-
-inline void ParamSet::Hold::letGo() {
-    void* use = mSlot->exchange(nullptr);
-    if (use != mStore) deleteReference(use);
+inline bool ParamSet::Hold::addUser(Record& record) {
+    size_t users = record.mUsers.load(std::memory_order_acquire);
+    while (users != 0) {
+        if (record.mUsers.compare_exchange_weak(users, users + 1, std::memory_order_acquire)) return true;
+    }
+    return false;
 }
 
 }  // namespace zarn

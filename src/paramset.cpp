@@ -14,7 +14,7 @@ namespace zarn {
 std::map<uint32_t, tag_info_t> gTagInfo;
 std::mutex gRigisterMutex;
 std::shared_ptr<ParamSet> ParamSet::sInstance;
-ParamSet::Hold::AtUnload ParamSet::Hold::sAtUnload;
+ParamSet::Hold::AtUnload ParamSet::Hold::sAtUnload;  // before them all
 
 int ps_log = 0;
 int ps_log_tag = 0;
@@ -83,17 +83,15 @@ ParamSet* ParamSet::createInstance() {
 
     static std::mutex sInstanceMutex;
     const std::lock_guard<std::mutex> lock(sInstanceMutex);
-    std::shared_ptr<ParamSet> instance = std::atomic_load(&sInstance);
-    if (instance == nullptr) {
-        PS_LOG(3, "create");
-        instance = std::shared_ptr<ParamSet>(new ParamSet());
-        Hold::publish(instance);
-    }
+    if (ParamSet* instance = getInstance()) return instance;
+    PS_LOG(3, "create");
+    const std::shared_ptr<ParamSet> instance(new ParamSet());
+    Hold::publish(instance);
     return instance.get();
 }
 
 ParamSet* ParamSet::getInstance() {
-    return std::atomic_load(&sInstance).get();
+    return Hold::current();
 }
 
 void ParamSet::destroyInstance() {
@@ -116,6 +114,10 @@ ParamSet::ParamSet() {
     storeSwitch(ps_log_erase, readSwitch("persist.vendor.cam.log.erase"));
     mOps = {};
     PS_LOG(3, "X");
+}
+
+ParamSet::Hold::AtUnload::~AtUnload() {
+    retire();
 }
 
 ParamSet::~ParamSet() {
