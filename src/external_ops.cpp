@@ -11,7 +11,7 @@ namespace {
 
 constexpr uint32_t kFirstCode = 0x8000;
 constexpr uint32_t kLastCode = 0x800A;
-constexpr size_t kExternalDataOffset = 8;
+constexpr uintptr_t kExternalDataOffset = 8;
 
 template <typename T>
 T load(T const& pointer) {
@@ -101,11 +101,9 @@ int ParamSet::getParamExternal(uint32_t cam, int32_t /*pipe*/, uint32_t /*frame*
         return -1;
     }
     if (elem == nullptr) return -1;
-    if (data == nullptr) {
-        PS_LOG(1, "no data, tag:%d", tag);
-        return -1;
-    }
-    return cmd3(load(elem->mHandle[6]), static_cast<int32_t>(tag), static_cast<char*>(data) + kExternalDataOffset);
+    // The data may be null: a number, since arithmetic on a null pointer is undefined.
+    const uintptr_t address = reinterpret_cast<uintptr_t>(data) + kExternalDataOffset;
+    return cmd3(load(elem->mHandle[6]), static_cast<int32_t>(tag), reinterpret_cast<void*>(address));
 }
 
 uint32_t ParamSet::ioctrlOutsideParam(uint32_t cam, uint32_t code, int32_t arg, void* in, void* out) {

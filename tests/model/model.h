@@ -311,10 +311,8 @@ public:
         const bool known = getHandle(cam);
         if (!operations[3]) log(1, "getParamExternal", "no isp ops");
         if (!operations[3] || !known) return -1;
-        if (data != nullptr)
-            return static_cast<int>(call(3, cameras[cam].handles[6], static_cast<int>(tag), 0, data + 8));
-        log(1, "getParamExternal", "no data, tag:%d", tag);
-        return -1;
+        const void* const past = reinterpret_cast<void*>(reinterpret_cast<uintptr_t>(data) + 8);
+        return static_cast<int>(call(3, cameras[cam].handles[6], static_cast<int>(tag), 0, past));
     }
 
     uint32_t control(uint32_t cam, uint32_t code, int32_t arg, const char* in, const char* out) {
