@@ -329,6 +329,7 @@ using ::METADATA_TAG;
 using ::THE_LAST;
 
 class ParamSet;
+struct RegisteredTag;
 
 /**
  * Makes the value buffers of one tag. Owned by the registry.
@@ -601,6 +602,8 @@ public:
 private:
     struct Request;
     struct Command;
+    struct Delivery;
+    struct Erasure;
     class Hold;  // holds the store for the length of a call
     struct Layout;
     using Buffer = std::shared_ptr<void>;
@@ -618,7 +621,7 @@ private:
     const Buffer& permiProc(Request& request, ParamFrame* frame);
     const Buffer& createNew(Request& request);
     ParamFrame& newFrame(Request& request);
-    static uint32_t getSize(const tag_info_t* info);
+    static uint32_t getSize(const RegisteredTag* registered);
     static uint32_t findRelated(const std::vector<uint32_t>* ids, uint32_t desID);
     uint32_t _getParam(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, void* data);
     uint32_t _setParam(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, void* data);
@@ -634,9 +637,9 @@ private:
                              std::shared_ptr<ParamFrame>& held, uint32_t& result);
 
     // mMutex held
-    const Buffer& _setParamSyn(Request& request);
+    Delivery _setParamSyn(Request& request);
     void autoErase(const Request& request, std::vector<uint32_t>& queue);
-    uint32_t _erase(uint32_t camID, int pipe, uint32_t frameID);
+    Erasure _erase(uint32_t camID, int pipe, uint32_t frameID);
     void _erase(Request& request, std::vector<uint32_t>& checkpoints, uint32_t limit, uint32_t& result);
     uint32_t saveToF0(Request& request, uint32_t frameID);
     camera_metadata* _getMetadata(uint32_t camID, uint32_t frameID);

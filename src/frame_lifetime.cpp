@@ -1,6 +1,7 @@
 // How values go: the trimming of a tag's checkpoints as new ones arrive, and the explicit erase of a pipe's old frames,
 // which saves what survives into frame 0 and wakes the readers of what it erases.
-// The entry takes ParamSet::mMutex; everything below it runs with mMutex held.
+// The entry takes ParamSet::mMutex; everything below it runs with mMutex held. Who was woken under it is woken again
+// when the entry has released it.
 
 #include <algorithm>
 #include <utility>
@@ -9,6 +10,11 @@
 #include "src/store.h"
 
 namespace zarn {
+
+struct ParamSet::Erasure {
+    uint32_t result = PS_OK;
+    std::vector<Woken> woken;
+};
 
 namespace {
 
@@ -22,16 +28,19 @@ struct EraseLimit {
     uint32_t frameID;
 };
 
-EraseLimit eraseLimitOf(uint32_t tag, const tag_info_t* info, uint32_t frameID) {
+EraseLimit eraseLimitOf(uint32_t tag, const RegisteredTag* registered, uint32_t frameID) {
     if (frameID == THE_LAST) return {false, true, THE_LAST};
     if (tag == METADATA_TAG) return {false, true, frameID - kMetadataRetainNum};
-    if (info != nullptr && info->mTagType == kTagTypeQueue) return {true, false, 0};
-    const uint32_t limit = frameID - static_cast<uint32_t>(info != nullptr ? info->mRetainNum : 0);
+    if (registered != nullptr && registered->info.mTagType == kTagTypeQueue) return {true, false, 0};
+    const uint32_t limit = frameID - static_cast<uint32_t>(registered != nullptr ? registered->info.mRetainNum : 0);
     return {static_cast<int32_t>(limit) < 1, true, limit};
 }
 
-void wakeWaiters(FrameStatus& status) {
-    if (status.mState == kWaitedFor) status.mCond.notify_all();
+// Whether anybody waited.
+bool wakeWaiters(FrameStatus& status) {
+    if (status.mState != kWaitedFor) return false;
+    status.mCond.notify_all();
+    return true;
 }
 
 // Looks up tags in ascending order: the entry after the one that was found last is usually the next.
@@ -82,29 +91,34 @@ void eraseTag(ParamFrame& frame, uint32_t tag) {
 
 // Takes the tag out of every frame at or below the limit, and out of the pipe what holds no tag after that. The records
 // that the passes leave are made for those frames alone that live on, since most die in the same call.
-bool eraseFromFrames(pipe_elem& elem, const Pass& pass, std::vector<Pass>& passes) {
+bool eraseFromFrames(pipe_elem& elem, const Pass& pass, std::vector<Pass>& passes, std::vector<Woken>& woken) {
     auto it = elem.mFrames.begin();
     if (it == elem.mFrames.end() || it->first > pass.limit) return false;
     passes.push_back(pass);
     while (it != elem.mFrames.end() && it->first <= pass.limit) {
         ParamFrame* frame = it->second.get();
+        FrameStatus* waitedFor = nullptr;
         if (frame != nullptr) {
             const auto status = frame->mStatus.find(pass.tag);
-            if (status != frame->mStatus.end()) wakeWaiters(status->second);
+            if (status != frame->mStatus.end() && wakeWaiters(status->second)) waitedFor = &status->second;
             eraseTag(*frame, pass.tag);
         }
         const bool isEmpty = frame == nullptr || frame->mTags.empty();
-        if (isEmpty && it->second.use_count() > 1) recordPasses(*frame, it->first, passes);
+        if (isEmpty && it->second.use_count() > 1) {
+            recordPasses(*frame, it->first, passes);
+            // Nobody begins to wait in a frame that has left its pipe.
+            if (waitedFor != nullptr) woken.push_back({it->second, waitedFor, kWaitedFor});
+        }
         it = isEmpty ? elem.mFrames.erase(it) : std::next(it);
     }
     return true;
 }
 
 // Makes frame 0 wait for deliveries again.
-void resetF0(ParamFrame& f0) {
+void resetF0(ParamFrame& f0, std::vector<Woken>& woken) {
     for (auto& [tag, status] : f0.mStatus) {
-        wakeWaiters(status);
-        status.mState = 0;
+        if (wakeWaiters(status)) woken.push_back({nullptr, &status, 0});
+        storeRelaxed(status.mState, 0);
     }
 }
 
@@ -113,7 +127,7 @@ void resetF0(ParamFrame& f0) {
 // Not inlined, so that reads do without its stack frame.
 [[gnu::noinline]] void ParamSet::autoErase(const Request& request, std::vector<uint32_t>& queue) {
     const uint32_t tag = request.tag;
-    const tag_info_t& info = request.info != nullptr ? *request.info : tagInfoOrNew(tag);
+    const tag_info_t& info = request.registered != nullptr ? request.registered->info : TagTable::findOrInsert(tag);
     const auto size = static_cast<uint32_t>(queue.size());
     uint64_t limit = kCheckpointBound;
     if (info.mTagType == kTagTypeQueue) {
@@ -140,40 +154,40 @@ void resetF0(ParamFrame& f0) {
     }
 }
 
-uint32_t ParamSet::_erase(uint32_t camID, int pipe, uint32_t frameID) {
+ParamSet::Erasure ParamSet::_erase(uint32_t camID, int pipe, uint32_t frameID) {
     // Only for its two lines, which frame the erase in the log.
     const ParamFrame scratch(camID, frameID, this, &gTagInfo);
-    if (frameID < kLowestErasableFrame) return PS_OK;
+    Erasure erasure;
+    if (frameID < kLowestErasableFrame) return erasure;
 
-    if (loadSwitch(ps_log_erase) != 0) storeSwitch(ps_log, 1);
+    if (loadRelaxed(ps_log_erase) != 0) storeRelaxed(ps_log, 1);
     PS_TRACE("E cam[%d] pipe[%d] frame[%d] and oldest will be erased", camID, pipe, frameID);
     pipe_elem& elem = pipeElem(camID, pipe);
     if (frameID == THE_LAST && !elem.mFrames.empty()) {
         PS_LOG(4, "erase all : cam %u pipe %d total %u", camID, pipe, static_cast<uint32_t>(elem.mFrames.size()));
-        resetF0(*elem.mF0);
+        resetF0(*elem.mF0, erasure.woken);
     }
 
-    uint32_t result = PS_OK;
     uint32_t lastErased = frameID;
     std::vector<Pass> passes;
-    AscendingLookUp registry(std::as_const(gTagInfo));
     AscendingLookUp erasePoints(elem.mErasePoint);
     for (const auto& [tag, checkpoints] : elem.mCheckPoint) {
-        const tag_info_t* info = registry.find(tag);
-        const EraseLimit limit = eraseLimitOf(tag, info, frameID);
+        const RegisteredTag* registered = TagTable::find(tag);
+        const EraseLimit limit = eraseLimitOf(tag, registered, frameID);
         if (limit.counts) lastErased = limit.frameID;
         if (limit.skipped) continue;
-        Request request{camID, pipe, 0, tag, 0, info, &elem, erasePoints.find(tag)};
+        Request request{camID, pipe, 0, tag, 0, registered, &elem, erasePoints.find(tag)};
         if (frameID == THE_LAST && tag == METADATA_TAG) request.lookUpErasePoint() = 0;
-        if (checkpoints != nullptr && !checkpoints->empty()) _erase(request, *checkpoints, limit.frameID, result);
-        if (eraseFromFrames(elem, {tag, limit.frameID}, passes)) {
+        if (checkpoints != nullptr && !checkpoints->empty())
+            _erase(request, *checkpoints, limit.frameID, erasure.result);
+        if (eraseFromFrames(elem, {tag, limit.frameID}, passes, erasure.woken)) {
             request.lookUpErasePoint() = static_cast<int32_t>(limit.frameID) >= 1 ? limit.frameID : 0;
         }
     }
     recordPasses(elem, passes);
-    PS_TRACE("X:ret:%d, cam[%d] pipe[%d], and finaly frame[%d]save to frame[0]", result, camID, pipe, lastErased);
-    storeSwitch(ps_log, 0);
-    return result;
+    PS_TRACE("X:ret:%d, cam[%d] pipe[%d], and finaly frame[%d]save to frame[0]", erasure.result, camID, pipe, lastErased);
+    storeRelaxed(ps_log, 0);
+    return erasure;
 }
 
 // One tag's part: drops its checkpoints at or below the limit, the newest of them saved to frame 0. The result is that
@@ -211,8 +225,11 @@ uint32_t ParamSet::erase(uint32_t camID, int pipe, uint32_t frameID) {
         PS_LOG(1, "cam %d pipe %d out of limit, sof %u erase failed", camID, pipe, frameID);
         return PS_OUT_OF_LIMIT;
     }
-    const std::lock_guard<std::mutex> lock(store->mMutex);
-    return store->_erase(camID, pipe, frameID);
+    std::unique_lock<std::mutex> lock(store->mMutex);
+    const Erasure erasure = store->_erase(camID, pipe, frameID);
+    lock.unlock();
+    for (const Woken& woken : erasure.woken) woken.wakeAgain();
+    return erasure.result;
 }
 
 }  // namespace zarn

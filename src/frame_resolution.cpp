@@ -13,8 +13,8 @@ int32_t neededLife(const tag_info_t& info, uint32_t frameID, uint32_t erasePoint
     return static_cast<int32_t>(erasePoint - frameID + static_cast<uint32_t>(info.mRetainNum) + 1);
 }
 
-bool isStatic(const tag_info_t* info) {
-    return info != nullptr && info->mTagType == kTagTypeStatic;
+bool isStatic(const RegisteredTag* registered) {
+    return registered != nullptr && registered->info.mTagType == kTagTypeStatic;
 }
 
 }  // namespace
@@ -47,9 +47,9 @@ const ParamSet::Buffer& ParamSet::getParamInternal(Request& request) {
     const uint32_t frameID = request.frameID;
     PS_LOG(5, "E cam %d pipe %d frame %d tag %d erasePoint:%d", request.camID, request.pipe, frameID, request.tag, erasePoint);
 
-    if (frameID == 0 || isStatic(request.info)) return getF0(request);
+    if (frameID == 0 || isStatic(request.registered)) return getF0(request);
     if (frameID <= erasePoint) {
-        const tag_info_t& known = tagInfoOrNew(request.tag);
+        const tag_info_t& known = TagTable::findOrInsert(request.tag);
         PS_LOG(2, "frameID %d <= Erased %d, %s need life >= %d", frameID, erasePoint, known.mName.c_str(), neededLife(known, frameID, erasePoint));
         return getF0(request);
     }
@@ -65,8 +65,8 @@ uint32_t ParamSet::preproc(Request& request) {
         PS_LOG(4, "THE_LAST frame is %d", newestFrameID(*request.elem));
         return PS_OK;
     }
-    if (isStatic(request.info) || erasePoint < frameID) return PS_OK;
-    const tag_info_t& known = tagInfoOrNew(request.tag);
+    if (isStatic(request.registered) || erasePoint < frameID) return PS_OK;
+    const tag_info_t& known = TagTable::findOrInsert(request.tag);
     PS_LOG(2, "frameID %d <= Erased %d, %s need life >= %d", frameID, erasePoint, known.mName.c_str(), neededLife(known, frameID, erasePoint));
     return PS_NOT_OF_FRAME;
 }
@@ -78,11 +78,15 @@ const ParamSet::Buffer& ParamSet::getDirectly(Request& request, ParamFrame& fram
 const ParamSet::Buffer& ParamSet::getF0(Request& request) {
     ParamFrame& f0 = *request.elem->mF0;
     if (request.lookUpValue(f0)) return request.valuePlace->second;
-    return createTag(f0, request.valuePlace, request.tag, request.info, nullptr);
+    const Buffer& made = createTag(f0, request.valuePlace, request.tag, request.registered, nullptr);
+    // A read would give away what the allocator left there. A set overwrites it.
+    const bool isRead = request.modifiable == 0 && made != nullptr;
+    if (isRead && request.registered->hasLibraryCreator()) std::memset(made.get(), 0, getSize(request.registered));
+    return made;
 }
 
-uint32_t ParamSet::getSize(const tag_info_t* info) {
-    return info != nullptr ? static_cast<uint32_t>(info->mSize) : 0;
+uint32_t ParamSet::getSize(const RegisteredTag* registered) {
+    return registered != nullptr ? static_cast<uint32_t>(registered->info.mSize) : 0;
 }
 
 uint32_t ParamSet::findRelated(const std::vector<uint32_t>* ids, uint32_t desID) {
@@ -116,7 +120,7 @@ const ParamSet::Buffer& ParamSet::permiProc(Request& request, ParamFrame* frame)
         ids->insert(firstAfter(*ids, frameID), frameID);
     }
     PS_LOG(5, "add checkPoint[%d] size:%d,permiProc:%s", frameID, static_cast<int>(ids->size()), "_modifiable");
-    return createTag(*frame, request.valuePlace, tag, request.info, nullptr);
+    return createTag(*frame, request.valuePlace, tag, request.registered, nullptr);
 }
 
 const ParamSet::Buffer& ParamSet::createNew(Request& request) {
@@ -134,10 +138,10 @@ const ParamSet::Buffer& ParamSet::createNew(Request& request) {
 }
 
 uint32_t ParamSet::_getParam(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, void* data) {
-    storeSwitch(ps_log, isTracedTag(tag));
-    Request request{camID, pipe, frameID, tag, 0, findTagInfo(gTagInfo, tag)};
+    storeRelaxed(ps_log, isTracedTag(tag));
+    Request request{camID, pipe, frameID, tag, 0, TagTable::find(tag)};
     const Buffer& value = getParamInternal(request);
-    const uint32_t size = getSize(request.info);
+    const uint32_t size = getSize(request.registered);
 
     uint32_t result = PS_NO_BUFFER;
     if (size == 0 || data == nullptr || value == nullptr) {
@@ -147,21 +151,21 @@ uint32_t ParamSet::_getParam(uint32_t camID, int pipe, uint32_t frameID, uint32_
         PS_TRACE("success  " PS_COPY_TEXT, camID, pipe, frameID, tag, value.get(), data, size);
         result = PS_OK;
     }
-    storeSwitch(ps_log, 0);
+    storeRelaxed(ps_log, 0);
     return result;
 }
 
 uint32_t ParamSet::_setParam(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, void* data) {
-    Request request{camID, pipe, frameID, tag, 1, findTagInfo(gTagInfo, tag)};
+    Request request{camID, pipe, frameID, tag, 1, TagTable::find(tag)};
     return _setParam(request, data);
 }
 
 uint32_t ParamSet::_setParam(Request& request, const void* data) {
     const uint32_t frameID = request.frameID;  // as asked for: THE_LAST is resolved below
     const uint32_t tag = request.tag;
-    storeSwitch(ps_log, isTracedTag(tag));
+    storeRelaxed(ps_log, isTracedTag(tag));
     const Buffer& value = getParamInternal(request);
-    const uint32_t size = getSize(request.info);
+    const uint32_t size = getSize(request.registered);
 
     uint32_t result = PS_NO_BUFFER;
     if (size == 0 || data == nullptr || value == nullptr) {
@@ -172,7 +176,7 @@ uint32_t ParamSet::_setParam(Request& request, const void* data) {
         PS_TRACE("success " PS_COPY_TEXT, request.camID, request.pipe, frameID, tag, value.get(), data, size);
         result = PS_OK;
     }
-    storeSwitch(ps_log, 0);
+    storeRelaxed(ps_log, 0);
     return result;
 }
 

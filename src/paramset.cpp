@@ -7,10 +7,11 @@
 #include "platform/calls.h"
 #include "src/hold.h"
 #include "src/store.h"
+#include "src/tag_table.h"
 
 namespace zarn {
 
-// Destroyed in reverse: the store goes first, the registry last.
+// Destroyed in reverse order.
 std::map<uint32_t, tag_info_t> gTagInfo;
 std::mutex gRigisterMutex;
 std::shared_ptr<ParamSet> ParamSet::sInstance;
@@ -33,27 +34,30 @@ int32_t retainNumOf(int tagType, int asked) {
 }
 
 // A name of its own for the log: compilers disagree about that of a specialised template.
-void register_tag(uint32_t tag, std::shared_ptr<creator_base_t> creator, int32_t size, int tagType, const char* name,
-                  const char* dataType, int retainNum) {
-    if (findTagInfo(gTagInfo, tag) != nullptr) return;
+void register_tag(uint32_t tag, const std::shared_ptr<param_creator_t<char>>& creator, bool isLibrarys, int tagType,
+                  const char* name, const char* dataType, int retainNum) {
+    if (TagTable::hasEnded() || TagTable::isRegistered(tag)) return;
 
     std::string nameText = name != nullptr ? name : "";
     std::string dataTypeText = dataType != nullptr ? dataType : "";
 
     // Another thread may have registered the tag since; then the later one stands.
     const std::lock_guard<std::mutex> lock(gRigisterMutex);
-    tag_info_t& info = gTagInfo[tag];
+    TagTable::catchUp();
+    tag_info_t& info = TagTable::newEntry(tag);
     info.mDataType = std::move(dataTypeText);
-    info.mCreator = std::move(creator);
+    info.mCreator = creator;
     info.mTagType = tagType;
-    info.mSize = size;
+    info.mSize = creator != nullptr ? creator->mSize : 0;
     info.mName = std::move(nameText);
     info.mRetainNum = retainNumOf(tagType, retainNum);
-    PS_LOG(3, "ParamSet tag:%d, name:%s, dataType:%s, size:%d, tagType:%d, retainNum:%d", tag, info.mName.c_str(), info.mDataType.c_str(), size, tagType, info.mRetainNum);
+    TagTable::publish(tag, info, isLibrarys);
+    PS_LOG(3, "ParamSet tag:%d, name:%s, dataType:%s, size:%d, tagType:%d, retainNum:%d", tag, info.mName.c_str(), info.mDataType.c_str(), info.mSize, tagType, info.mRetainNum);
 }
 
 void registerBytes(uint32_t tag, uint32_t size, int tagType, const char* name, const char* dataType, int retainNum) {
-    ParamSet::register_tag<char>(tag, new param_creator_t<char>(size), tagType, name, dataType, retainNum);
+    const std::shared_ptr<param_creator_t<char>> creator(new param_creator_t<char>(size));
+    register_tag(tag, creator, true, tagType, name, dataType, retainNum);
 }
 
 }  // namespace
@@ -61,19 +65,11 @@ void registerBytes(uint32_t tag, uint32_t size, int tagType, const char* name, c
 template <>
 void ParamSet::register_tag<char>(uint32_t tag, param_creator_t<char>* creator, int tagType, const char* name,
                                   const char* dataType, int retainNum) {
-    const int32_t size = creator != nullptr ? creator->mSize : 0;
-    zarn::register_tag(tag, std::shared_ptr<creator_base_t>(creator), size, tagType, name, dataType, retainNum);
+    zarn::register_tag(tag, std::shared_ptr<param_creator_t<char>>(creator), false, tagType, name, dataType, retainNum);
 }
 
 void ParamSet::getTagInfo(std::map<uint32_t, tag_info_t>& out) {
-    out = gTagInfo;
-}
-
-const tag_info_t& tagInfoOrNew(uint32_t tag) {
-    if (const tag_info_t* info = findTagInfo(gTagInfo, tag)) return *info;
-    // Looking up takes no lock, but two threads must never insert at once.
-    const std::lock_guard<std::mutex> lock(gRigisterMutex);
-    return gTagInfo[tag];
+    TagTable::copyTo(out);
 }
 
 // ---- instance
@@ -85,6 +81,7 @@ ParamSet* ParamSet::createInstance() {
     const std::lock_guard<std::mutex> lock(sInstanceMutex);
     if (ParamSet* instance = getInstance()) return instance;
     PS_LOG(3, "create");
+    TagTable::restart();
     const std::shared_ptr<ParamSet> instance(new ParamSet());
     Hold::publish(instance);
     return instance.get();
@@ -109,19 +106,20 @@ ParamSet::ParamSet() {
             elem.mF0.reset(new ParamFrame(static_cast<uint32_t>(camID), 0, this, &gTagInfo));
         }
     }
-    storeSwitch(ps_log, readSwitch("persist.vendor.cam.log.ps"));
-    storeSwitch(ps_log_tag, readSwitch("persist.vendor.cam.log.tag"));
-    storeSwitch(ps_log_erase, readSwitch("persist.vendor.cam.log.erase"));
+    storeRelaxed(ps_log, readSwitch("persist.vendor.cam.log.ps"));
+    storeRelaxed(ps_log_tag, readSwitch("persist.vendor.cam.log.tag"));
+    storeRelaxed(ps_log_erase, readSwitch("persist.vendor.cam.log.erase"));
     mOps = {};
     PS_LOG(3, "X");
 }
 
-ParamSet::Hold::AtUnload::~AtUnload() {
-    retire();
-}
-
 ParamSet::~ParamSet() {
     mElem.clear();
+}
+
+ParamSet::Hold::AtUnload::~AtUnload() {
+    retire();
+    TagTable::end(isAnyStoreHeld());
 }
 
 // ---- frame
@@ -149,20 +147,27 @@ ParamFrame::~ParamFrame() {
     PS_LOG(5, "delete cam[%d] frame[%d], and total tag Num:%d", mCamID, mFrameID, getActiveTagSize());
 }
 
-const std::shared_ptr<void>& createTag(ParamFrame& frame, Values::iterator place, uint32_t tag, const tag_info_t* info,
-                                       void* src) {
-    if (info == nullptr || info->mCreator == nullptr) {
+const std::shared_ptr<void>& createTag(ParamFrame& frame, Values::iterator place, uint32_t tag,
+                                       const RegisteredTag* registered, void* src) {
+    if (registered == nullptr || registered->info.mCreator == nullptr) {
         PS_LOG(1, "X Failed to create tag, no such creator: %d", tag);
         return kNoBuffer;
     }
+    std::shared_ptr<void> created = registered->info.mCreator->create(src);
+    // A program's own creator may have changed the frame.
+    if (!registered->hasLibraryCreator()) place = frame.mTags.lower_bound(tag);
     std::shared_ptr<void>& buffer = frame.mTags.try_emplace(place, tag)->second;
-    buffer = info->mCreator->create(src);
+    buffer = std::move(created);
     PS_LOG(5, "X:%s", buffer != nullptr ? "ok" : "fail");
     return buffer;
 }
 
 std::shared_ptr<void> ParamFrame::createTag(uint32_t tag, void* src) {
-    return zarn::createTag(*this, mTags.lower_bound(tag), tag, findTagInfo(*mTagInfo, tag), src);
+    if (mTagInfo == &gTagInfo) return zarn::createTag(*this, mTags.lower_bound(tag), tag, TagTable::find(tag), src);
+    const auto it = mTagInfo->find(tag);
+    if (it == mTagInfo->end()) return zarn::createTag(*this, mTags.end(), tag, nullptr, src);
+    const RegisteredTag own = {tag, it->second, nullptr};
+    return zarn::createTag(*this, mTags.end(), tag, &own, src);
 }
 
 std::shared_ptr<void> ParamFrame::getTag(uint32_t tag) {

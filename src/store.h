@@ -9,6 +9,7 @@
 
 #include "include/paramset.h"
 #include "platform/log.h"
+#include "src/tag_table.h"
 
 // Text of the line that ends every get and set, after its first word.
 #define PS_COPY_TEXT "camID: %d, pipe: %d, frameID: %d, tag: %d,intrData:%p,extrData:%p,tagSize:%d"
@@ -36,8 +37,8 @@ struct ParamSet::Request {
     int pipe;
     uint32_t frameID;
     uint32_t tag;
-    int modifiable;          // nonzero: a write
-    const tag_info_t* info;  // null if the tag is not registered
+    int modifiable;                   // nonzero: a write
+    const RegisteredTag* registered;  // null if the tag is not registered
     pipe_elem* elem = nullptr;
     uint32_t* erasePoint = nullptr;    // the tag's, in elem
     Frames::iterator framePlace = {};  // of the frame in elem; of the next newer one if it has none
@@ -66,22 +67,41 @@ struct ParamSet::Request {
     }
 };
 
-// The log switches are shared by all threads and guarded by nothing; they choose log levels only.
+// Plain integers that threads share without a lock: the log switches, and FrameStatus::mState while a get is on its way
+// into its wait.
 
-inline int loadSwitch(const int& value) {
+inline int loadRelaxed(const int& value) {
     return __atomic_load_n(&value, __ATOMIC_RELAXED);
 }
 
-inline void storeSwitch(int& target, int value) {
+inline void storeRelaxed(int& target, int value) {
     __atomic_store_n(&target, value, __ATOMIC_RELAXED);
 }
 
+// A record whose waiters were notified under ParamSet::mMutex. They are notified once more when it is released, since
+// the first time misses a get that is still on its way into its wait.
+struct Woken {
+    std::shared_ptr<ParamFrame> frame;  // keeps the record alive; null for frame 0's, which lives as long as its store
+    FrameStatus* status = nullptr;      // null: nobody waited
+    int32_t state = 0;                  // that the waiters were woken to; in another one there are others
+
+    void wakeAgain() const {
+        if (status != nullptr && loadRelaxed(status->mState) == state) status->mCond.notify_all();
+    }
+};
+
+// What a synchronous set has found: where to copy to, and whom it woke.
+struct ParamSet::Delivery {
+    const Buffer& value;
+    Woken woken;
+};
+
 inline bool isTracedTag(uint32_t tag) {
-    return static_cast<uint32_t>(loadSwitch(ps_log_tag)) == tag;
+    return static_cast<uint32_t>(loadRelaxed(ps_log_tag)) == tag;
 }
 
 inline int traceLevel() {
-    return loadSwitch(ps_log) != 0 ? 4 : 5;
+    return loadRelaxed(ps_log) != 0 ? 4 : 5;
 }
 
 // A tracing line: level 4 while ps_log is set, else 5.
@@ -93,15 +113,6 @@ inline int traceLevel() {
 inline bool isPipe(int pipe) {
     return static_cast<uint32_t>(pipe) < MAX_PIPE_NUM;
 }
-
-// The registry is read without gRigisterMutex, as everywhere.
-inline const tag_info_t* findTagInfo(const std::map<uint32_t, tag_info_t>& registry, uint32_t tag) {
-    const auto it = registry.find(tag);
-    return it == registry.end() ? nullptr : &it->second;
-}
-
-// The tag's entry, made without a creator if the tag was never registered.
-const tag_info_t& tagInfoOrNew(uint32_t tag);
 
 inline ParamFrame* findFrame(const pipe_elem& elem, uint32_t frameID) {
     const auto it = elem.mFrames.find(frameID);
@@ -126,8 +137,8 @@ inline uint32_t newestFrameID(const pipe_elem& elem) {
 
 // ParamFrame::createTag for a tag that was looked up already: in the registry, and in the frame, where `place` is its
 // own or the next tag's. The buffer stays where the frame holds it.
-const std::shared_ptr<void>& createTag(ParamFrame& frame, Values::iterator place, uint32_t tag, const tag_info_t* info,
-                                       void* src);
+const std::shared_ptr<void>& createTag(ParamFrame& frame, Values::iterator place, uint32_t tag,
+                                       const RegisteredTag* registered, void* src);
 
 }  // namespace zarn
 
