@@ -6,10 +6,13 @@
 
 #include <benchmark/benchmark.h>
 
+#include <chrono>
 #include <memory>
 #include <mutex>
+#include <thread>
 
 #include "bench/contenders/store.h"
+#include "bench/workloads.h"
 
 namespace bench {
 
@@ -17,6 +20,16 @@ inline void holdAsTheLibrary(benchmark::State& state) {
     const Store store(1, 16);
     char value[16] = {};
     for (auto _ : state) benchmark::DoNotOptimize(getPsParam(MAX_CAM_NUM, kPipe, 1, 0, value));
+}
+
+// Beside a call that waits in the store, as some call of a pipeline always does.
+inline void holdBesideAWaiter(benchmark::State& state) {
+    Store store(1, 16);
+    std::thread waiter([&store] { store.await(kCam, 1, 0, Value(16).out()); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    char value[16] = {};
+    for (auto _ : state) benchmark::DoNotOptimize(getPsParam(MAX_CAM_NUM, kPipe, 1, 0, value));
+    waiter.join();
 }
 
 inline void holdByAtomicLoad(benchmark::State& state) {
@@ -36,6 +49,7 @@ inline void holdByMutexAndCopy(benchmark::State& state) {
 
 inline void addHolding() {
     benchmark::RegisterBenchmark("hold/store/0/0", holdAsTheLibrary);
+    benchmark::RegisterBenchmark("hold/store beside a waiter/0/0", holdBesideAWaiter)->Iterations(200000);
     benchmark::RegisterBenchmark("hold/atomic load/0/0", holdByAtomicLoad);
     benchmark::RegisterBenchmark("hold/mutex and copy/0/0", holdByMutexAndCopy);
 }

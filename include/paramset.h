@@ -25,12 +25,11 @@
  * Logging: every message has the module tag "ParamSet", a level (1 failures, 2 fall-backs and time-outs, 3 life cycle,
  * 4 and 5 tracing) and begins with the source line and the name of the function that logs.
  *
- * The registry and the threads: registrations exclude one another, but who reads the registry takes no lock, by
- * design. Finish registering a tag before any thread uses it, and best register all of them before the first get or
- * set: a look-up that runs while another thread inserts an entry is not ordered with it.
+ * Registering: tags may be registered on any thread at any time. Finish registering a tag before any thread uses it,
+ * and do not register one tag on two threads at once: either registration may then stand.
  *
- * The end: stop the threads that call before the process exits or the library is unloaded. The store goes first, and
- * later calls find none; then goes the registry, and a call that still runs would find it destroyed.
+ * The end: when the process exits, the store ends before the registry. Calls that still run finish; later ones find no
+ * store and register nothing. Before the library's code is unloaded (dlclose), stop the threads that call it.
  *
  * Memory: a failed allocation ends the process, after a line on standard error. Two do not: that of a value buffer, as
  * the get or set of it fails, and that of a long name or data type in a registration or getTagInfo, as the C++
@@ -114,8 +113,8 @@ typedef struct zarn_ops {
  * @param name      name of the tag, for the log; copied. Null counts as an empty text
  * @param dataType  the type of its value, for the log; copied. Null counts as an empty text
  *
- * Thread-safe against other registrations, for which it waits; a get or set that runs meanwhile may read the registry
- * while it changes, and must not: see the top. The store need not exist. Logs the registration at level 3.
+ * Thread-safe; waits for other registrations, and no get, set or erase waits for it. The store need not exist. Logs the
+ * registration at level 3.
  */
 PARAMSET_API void registerPsStaticParam(uint32_t tag, uint32_t size, int tagType, const char* name,
                                         const char* dataType);
@@ -147,7 +146,7 @@ PARAMSET_API void registerPsDynamicParamWithExtendingLife(uint32_t tag, uint32_t
  *
  * Answered by the frame itself if it was given the tag, else by the newest earlier frame that was, else by frame 0.
  * Frame 0 also answers for frame 0, for a tag of type 1, and for a frame at or below the tag's erase point. A tag that
- * frame 0 never received has undefined bytes there (zero if it was registered with size 0).
+ * frame 0 never received is all zeros there (or what the program's own creator makes it).
  *
  * @param cam    camera id, 0 to 4
  * @param pipe   pipe index, 0 to 13
@@ -226,6 +225,9 @@ PARAMSET_API uint32_t getPsParamSyn(uint32_t cam, int32_t pipe, uint32_t frame, 
  * limit and a copy that was not done at level 1, a frame at or below the erase point and a time-out at level 2, each
  * wait's milliseconds and the newest frame for THE_LAST at level 4; the request (4 for the traced tag) and the copy at
  * level 5.
+ *
+ * The wait is on the monotonic clock: setting the wall clock neither shortens nor lengthens it. A wake-up can be lost
+ * if it falls into the instant in which the wait begins; the result is then PS_TIMED_OUT, with the frame's own bytes.
  *
  * Synchronous gets of ever new frames that nobody delivers and nobody erases make the store grow by a frame each; the
  * trimming of history does not reach them. An ordinary erase frees them only if a tag that is not of type 2 was ever
@@ -339,7 +341,12 @@ struct RegisteredTag;
  */
 class creator_base_t {
 public:
-    /** Makes a buffer, filled from @p src unless that is null. Null inside when the allocation failed. */
+    /**
+     * Makes a buffer, filled from @p src unless that is null. Null inside when the allocation failed.
+     *
+     * The store calls it with its mutex held: it must not get, set or erase. It may use the frame that the buffer is
+     * for (which does not have the tag yet) and end the store, which then lives until the call returns.
+     */
     virtual std::shared_ptr<void> create(void* src) const = 0;
     virtual ~creator_base_t() = default;
 };
@@ -383,10 +390,19 @@ struct tag_info_t {
 
 /**
  * The registry: tag id to what is known of the tag. Lives from load to unload of the library, whatever becomes of the
- * store. Entries are only added. Insertions hold gRigisterMutex; readers take no lock, deliberately: see the top.
+ * store. The library only adds entries, with gRigisterMutex held.
+ *
+ * A program may read it and add to it with gRigisterMutex held. While there is no store, and no call runs, it may also
+ * change and remove entries: the store that is built next begins with the registry as it is then.
  */
 extern PARAMSET_API std::map<uint32_t, tag_info_t> gTagInfo;
-extern PARAMSET_API std::mutex gRigisterMutex;  ///< held by insertions alone: who holds it must not call the store
+
+/**
+ * Held while the registry changes. No operation of the store waits for it, so that a program that holds it may call the
+ * store. Meanwhile operations know what the library registered; they find what a program added, and make the empty
+ * entry of a tag that nobody registered, at their next look-up of the tag after the mutex was released.
+ */
+extern PARAMSET_API std::mutex gRigisterMutex;
 
 /**
  * Log switches, read from the properties "persist.vendor.cam.log.ps", ".tag" and ".erase" when a store is built; 0 when
@@ -400,7 +416,7 @@ extern PARAMSET_API int ps_log_erase;  ///< nonzero traces every explicit erase
 /** Where a synchronous get and a synchronous set of one tag in one frame meet. */
 struct FrameStatus {
     uint32_t mFrameID = 0;          ///< frame id of the last get that began to wait here; stays 0 in frame 0
-    int32_t mState = 0;             ///< 0: nothing yet; 1: delivered; 2: waited for. Guarded by the store's mutex
+    int32_t mState = 0;             ///< 0: nothing yet; 1: delivered; 2: waited for. Changes under the store's mutex
     std::condition_variable mCond;  ///< notified by a synchronous set and by an erase
     std::mutex mMutex;              ///< held by a waiting get alone, around its timed wait; a set never takes it
 };
@@ -426,7 +442,8 @@ public:
     ParamFrame& operator=(const ParamFrame&) = delete;
 
     /**
-     * Makes the tag's buffer anew, filled from @p src unless that is null; who holds the old one keeps it.
+     * Makes the tag's buffer anew, filled from @p src unless that is null. Existing references to the old buffer stay
+     * valid. The frame has the new one only after the tag's creator has returned.
      *
      * @return the buffer; empty if the tag is not registered (logged at level 1), or if the allocation failed
      */
@@ -485,10 +502,10 @@ public:
      * Builds the store, or returns the one that exists. Cameras 0 to 4 each get 14 pipes with a frame 0, and the log
      * switches are read.
      *
-     * Thread-safe against itself and every other operation but destroyInstance: who races with that may be handed a
-     * pointer that dies. Logs at level 3 when it builds.
+     * Thread-safe; but the pointer that it returns beside a destroyInstance on another thread may be dead already. Logs
+     * at level 3 when it builds.
      *
-     * @return the store; owned by the library, valid until destroyInstance
+     * @return the store; owned by the library, valid until destroyInstance. Null only if the process is exiting
      */
     PARAMSET_API static ParamSet* createInstance();
 
@@ -496,8 +513,9 @@ public:
     PARAMSET_API static ParamSet* getInstance();
 
     /**
-     * Lets go of the store. Calls that are running finish on it, and the last of them destroys it; later ones find no
-     * store. Registered tags stay; values, handles and operations go. Thread-safe. Logs at level 3.
+     * Ends the store. A call that begins after this has returned, or after getInstance has returned null, finds no
+     * store. Calls that are running finish on it, and the last of them destroys it. Registered tags stay; values,
+     * handles and operations go. Thread-safe; also from within a command, a creator or the log. Logs at level 3.
      */
     PARAMSET_API static void destroyInstance();
 
@@ -513,7 +531,7 @@ public:
     static void register_tag(uint32_t tag, param_creator_t<T>* creator, int tagType, const char* name,
                              const char* dataType, int retainNum);
 
-    /** Copies the registry into @p out, replacing what it holds. Takes no lock: set-up only. Logs nothing. */
+    /** Copies the registry into @p out, replacing what it holds. Thread-safe; never waits. Logs nothing. */
     PARAMSET_API static void getTagInfo(std::map<uint32_t, tag_info_t>& out);
 
     /** See getPsParam. */
@@ -583,9 +601,9 @@ public:
 
     /**
      * Reads a parameter of the external processor through `cmd3`, which is given handle 6, the tag, and the address
-     * 8 bytes past @p data. @p pipe and @p frame are not used.
+     * 8 bytes past @p data: the address 8 if that is null. @p pipe and @p frame are not used.
      *
-     * @return what `cmd3` returns; -1, with a line at level 1, if there is no `cmd3`, no such camera or @p data is null
+     * @return what `cmd3` returns; -1, with a line at level 1, if there is no `cmd3` or no such camera
      *
      * Thread-safe once the handles and operations are set. Takes no lock; blocks as long as the operation does.
      */

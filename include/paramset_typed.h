@@ -21,6 +21,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <mutex>
 #include <string_view>
 #include <type_traits>
 
@@ -175,11 +176,12 @@ public:
 
     /**
      * Registers the tag, with the size and the name of the value's type, and looks whether the registry has it so.
-     * Set-up only: the registry is read without a lock.
+     * Thread-safe; waits for other registrations.
      */
     Registration registerTag() const {
         if (mTag == METADATA_TAG) return Registration::RESERVED_TAG;
         registerPsQueueParam(mTag, sizeof(Value), mKind.tagType, mName, dataType(), mKind.retain);
+        const std::lock_guard<std::mutex> lock(gRigisterMutex);
         const auto registered = gTagInfo.find(mTag);
         if (registered == gTagInfo.end() || registered->second.mSize != static_cast<int32_t>(sizeof(Value))) {
             return Registration::OTHER_SIZE;

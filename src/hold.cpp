@@ -2,10 +2,14 @@
 
 #include "src/hold.h"
 
+#include <thread>
+
 namespace zarn {
 
 std::atomic<ParamSet::Hold::Record*> ParamSet::Hold::sCurrent{nullptr};
 ParamSet::Hold::Record* ParamSet::Hold::sRecords = nullptr;
+std::atomic<bool> ParamSet::Hold::Creation::sIsRunning{false};
+std::atomic<bool> ParamSet::Hold::Creation::sIsRefused{false};
 
 ParamSet* ParamSet::Hold::current() {
     const Record* record = sCurrent.load(std::memory_order_acquire);
@@ -32,7 +36,18 @@ void ParamSet::Hold::retire() {
     release(*record);
 }
 
-bool ParamSet::Hold::isAnyStoreHeld() {
+bool ParamSet::Hold::end() {
+    int tries = 100000;
+    const auto mayWait = [&tries] {
+        std::this_thread::yield();
+        return --tries > 0;
+    };
+    Creation::refuse();
+    while (Creation::isRunning() && mayWait()) {
+    }
+    retire();
+    while (std::atomic_load(&sInstance) != nullptr && mayWait()) {
+    }
     for (const Record* record = sRecords; record != nullptr; record = record->mNext) {
         if (record->mStore.load(std::memory_order_acquire) != nullptr) return true;
     }

@@ -34,8 +34,23 @@ public:
     static void publish(const std::shared_ptr<ParamSet>& store);
     // Lets no further call find the store, and takes it from sInstance.
     static void retire();
-    // Whether calls still use a store, be it one that no other call finds.
-    static bool isAnyStoreHeld();
+    // Lets no store be found or built any more. Waits for threads that build or retire one, but not for long: it may be
+    // this very thread. Tells whether calls still use a store.
+    static bool end();
+
+    // The building of a store, for as long as this lives. One at a time.
+    class Creation {
+    public:
+        Creation() { sIsRunning = true; }
+        ~Creation() { sIsRunning = false; }
+        bool isRefused() const { return sIsRefused; }
+        static void refuse() { sIsRefused = true; }
+        static bool isRunning() { return sIsRunning; }
+
+    private:
+        static std::atomic<bool> sIsRunning;
+        static std::atomic<bool> sIsRefused;
+    };
 
     // Ends the store and the registrations when the library is unloaded.
     struct AtUnload {

@@ -36,13 +36,15 @@ int32_t retainNumOf(int tagType, int asked) {
 // A name of its own for the log: compilers disagree about that of a specialised template.
 void register_tag(uint32_t tag, const std::shared_ptr<param_creator_t<char>>& creator, bool isLibrarys, int tagType,
                   const char* name, const char* dataType, int retainNum) {
-    if (TagTable::hasEnded() || TagTable::isRegistered(tag)) return;
+    if (TagTable::isRegistered(tag)) return;
 
     std::string nameText = name != nullptr ? name : "";
     std::string dataTypeText = dataType != nullptr ? dataType : "";
 
     // Another thread may have registered the tag since; then the later one stands.
+    if (TagTable::hasEnded()) return;
     const std::lock_guard<std::mutex> lock(gRigisterMutex);
+    if (TagTable::hasEnded()) return;
     TagTable::catchUp();
     tag_info_t& info = TagTable::newEntry(tag);
     info.mDataType = std::move(dataTypeText);
@@ -80,6 +82,8 @@ ParamSet* ParamSet::createInstance() {
     static std::mutex sInstanceMutex;
     const std::lock_guard<std::mutex> lock(sInstanceMutex);
     if (ParamSet* instance = getInstance()) return instance;
+    const Hold::Creation creation;
+    if (creation.isRefused()) return nullptr;
     PS_LOG(3, "create");
     TagTable::restart();
     const std::shared_ptr<ParamSet> instance(new ParamSet());
@@ -118,8 +122,8 @@ ParamSet::~ParamSet() {
 }
 
 ParamSet::Hold::AtUnload::~AtUnload() {
-    retire();
-    TagTable::end(isAnyStoreHeld());
+    const bool callsStillRun = end();
+    TagTable::end(callsStillRun);
 }
 
 // ---- frame

@@ -14,16 +14,22 @@ namespace {
 constexpr size_t kFewestSlots = 64;
 constexpr int kTriesInOperation = 8;  // the store's mutex is held meanwhile
 constexpr int kTriesOutside = 1000;
+constexpr int kTriesAtEnd = 100000;
 
-// gRigisterMutex, if it can be had without waiting. Its holder may be this very thread: POSIX lets a thread try a mutex
-// that it holds, which std::mutex::try_lock does not.
+// Its holder may be this very thread: POSIX lets a thread try a mutex that it holds, which std::mutex::try_lock does
+// not.
+bool tryRegisterMutex(int tries) {
+    for (; tries > 0; --tries) {
+        if (pthread_mutex_trylock(gRigisterMutex.native_handle()) == 0) return true;
+        std::this_thread::yield();
+    }
+    return false;
+}
+
+// gRigisterMutex, if it can be had without waiting, and the library has not been unloaded.
 class RegistryTry {
 public:
-    explicit RegistryTry(int tries) {
-        while (!TagTable::hasEnded() && !mIsHeld && tries-- > 0) {
-            mIsHeld = pthread_mutex_trylock(gRigisterMutex.native_handle()) == 0;
-            if (!mIsHeld) std::this_thread::yield();
-        }
+    explicit RegistryTry(int tries) : mIsHeld(!TagTable::hasEnded() && tryRegisterMutex(tries)) {
         if (mIsHeld) TagTable::catchUp();
     }
     ~RegistryTry() {
@@ -35,7 +41,7 @@ public:
     explicit operator bool() const { return mIsHeld; }
 
 private:
-    bool mIsHeld = false;
+    const bool mIsHeld;
 };
 
 }  // namespace
@@ -45,6 +51,7 @@ struct TagTable::Storage {
     std::deque<RegisteredTag> tags;
     std::deque<Slots> tables;
     std::deque<std::map<uint32_t, tag_info_t>::node_type> replaced;  // entries of the map
+    std::map<uint32_t, tag_info_t> kept;
 };
 
 std::atomic<TagTable::Slots*> TagTable::sSlots{nullptr};
@@ -155,14 +162,11 @@ void TagTable::put(Slots& slots, const RegisteredTag& tag) {
 }
 
 void TagTable::end(bool callsStillRun) {
-    sHasEnded.store(true, std::memory_order_relaxed);
-    if (callsStillRun) {
-        new std::map<uint32_t, tag_info_t>(std::move(gTagInfo));  // keeps the entries where they are
-        return;
-    }
-    sSlots.store(nullptr, std::memory_order_relaxed);
-    delete sStorage;
-    sStorage = nullptr;
+    sHasEnded = true;
+    // No registration begins any more. One that still runs is about to end.
+    const bool isHeld = tryRegisterMutex(kTriesAtEnd);
+    if (callsStillRun) sStorage->kept.swap(gTagInfo);
+    if (isHeld) gRigisterMutex.unlock();
 }
 
 }  // namespace zarn

@@ -56,9 +56,9 @@ public:
     // gRigisterMutex held. Publishes an entry of the map.
     static void publish(uint32_t id, const tag_info_t& info, bool hasLibraryCreator);
 
-    // The library is unloaded. Calls that still run may go on reading what was published.
+    // The library is unloaded: nothing is registered any more. Calls that still run go on reading what was.
     static void end(bool callsStillRun);
-    static bool hasEnded() { return sHasEnded.load(std::memory_order_relaxed); }
+    static bool hasEnded() { return sHasEnded.load(); }
 
 private:
     // A hash table with open addressing. At most half of it is taken.

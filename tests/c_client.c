@@ -11,6 +11,12 @@ static int program(void* handle, int64_t argument, void* in) {
     return 0;
 }
 
+static int read(void* handle, int32_t argument, void* in) {
+    (void)handle;
+    (void)argument;
+    return (int)(uintptr_t)in;
+}
+
 /* Returns the number of the first step that fails, 0 if none does. The store exists. */
 int runCClient(zarn_ops* ops) {
     const uint32_t tag = 0x500;
@@ -22,6 +28,7 @@ int runCClient(zarn_ops* ops) {
     registerPsQueueParam(tag + 2, sizeof(in), 2, "cQueue", "uint32_t", 10);
     registerPsDynamicParamWithExtendingLife(tag + 3, sizeof(in), 0, "cLong", "uint32_t", 20);
     ops->cmd0 = program;
+    ops->cmd3 = read;
 
     if (setPsParam(MAX_CAM_NUM - 1, MAX_PIPE_NUM - 1, 10, tag, &in) != PS_OK) return 1;
     if (getPsParam(4, 13, 12, tag, &out) != PS_OK || out != in) return 2;

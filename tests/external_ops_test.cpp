@@ -1,7 +1,5 @@
 // Commands to the external processor that call the store in their turn, and the store as a module in C sees it.
 
-#include <atomic>
-
 #include "tests/store_fixture.h"
 
 extern "C" {
@@ -44,29 +42,6 @@ TEST_F(ExternalOps, CommandThatEndsTheStoreRunsOnItToItsEnd) {
     EXPECT_EQ(run(command), PS_NO_DATA) << "the new store has no operations";
 }
 
-// What a call announces that it holds lies in a place that its thread chooses: so many threads choose every one.
-TEST_F(ExternalOps, CommandHoldsItsStoreOnWhicheverThread) {
-    constexpr int kThreads = 200;
-    std::atomic<int> alive{0};
-    std::mutex turn;
-    const auto takeTurn = [&] {
-        ++alive;
-        await([&] { return alive == kThreads; });
-        const std::lock_guard<std::mutex> lock(turn);
-        setOps();
-        takeLog();
-        const auto endStore = [&] {
-            ParamSet::destroyInstance();
-            return static_cast<int>(countLogged("~ParamFrame"));
-        };
-        EXPECT_EQ(run(endStore), 0u) << "frames went under the command";
-        EXPECT_EQ(countLogged("~ParamFrame"), 70u);
-    };
-    std::vector<std::thread> threads;
-    for (int i = 0; i < kThreads; ++i) threads.emplace_back(takeTurn);
-    for (std::thread& thread : threads) thread.join();
-}
-
 // The module in tests/c_client.c, whose operation the store then calls.
 TEST_F(ExternalOps, ModuleInCUsesTheHeaderAlone) {
     zarn_ops ops = {};
@@ -74,6 +49,9 @@ TEST_F(ExternalOps, ModuleInCUsesTheHeaderAlone) {
     ParamSet::getInstance()->setPsOps(&ops);
     EXPECT_EQ(ioctrlOutsidePsParam(0, 0x8000, 7, nullptr, nullptr), PS_OK);
     EXPECT_EQ(cClientLastArgument(), 7);
+    takeLog();
+    EXPECT_EQ(ParamSet::getInstance()->getParamExternal(0, 0, 0, kTag, nullptr), 8) << "null data, and 8 bytes past it";
+    EXPECT_TRUE(takeLog(4).empty());
 }
 
 }  // namespace

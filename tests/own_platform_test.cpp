@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "paramset.h"
-#include "platform/platform.h"
+#include "platform/host/host_platform.h"
 
 struct camera_metadata {
     int number;
@@ -19,6 +19,7 @@ struct camera_metadata {
 namespace {
 
 std::vector<std::string> gLines;
+void (*gOnLine)(const std::string& line) = nullptr;
 int gLiveMetadata = 0;
 
 }  // namespace
@@ -45,6 +46,7 @@ void LogMessage::__print_log_(const char* format, ...) const noexcept {
     std::vsnprintf(text, sizeof(text), format, arguments);
     va_end(arguments);
     gLines.push_back(std::to_string(mLevel) + " " + mModule + std::strchr(text, ','));
+    if (gOnLine != nullptr) gOnLine(gLines.back());
 }
 
 TEST(OwnPlatform, ReplacesTheHostsWithoutAnyHook) {
@@ -59,4 +61,28 @@ TEST(OwnPlatform, ReplacesTheHostsWithoutAnyHook) {
     EXPECT_EQ(gLiveMetadata, 1);
     zarn::ParamSet::destroyInstance();
     EXPECT_EQ(gLiveMetadata, 0);
+}
+
+// The call that logs holds its store until it returns, also where it holds the store's mutex.
+TEST(OwnPlatform, LogThatEndsTheStoreEndsItBehindTheCall) {
+    host::setLogLevel(5);
+    uint32_t value = 7;
+    registerPsDynamicParam(1, sizeof value, 0, "tag", "uint32_t");
+    for (const char* function : {"createTag", "permiProc", "_setParam", "~ParamFrame"}) {
+        zarn::ParamSet::createInstance();
+        static const char* sFunction;
+        sFunction = function;
+        gOnLine = [](const std::string& line) {
+            if (line.find(std::string(", ") + sFunction + ":") == line.npos) return;
+            gOnLine = nullptr;
+            zarn::ParamSet::destroyInstance();
+        };
+        // Erases nothing, but makes and destroys a frame of its own.
+        EXPECT_EQ(erasePs(0, 1, 7), PS_OK);
+        EXPECT_EQ(setPsParam(0, 1, 10, 1, &value), std::strcmp(function, "~ParamFrame") == 0 ? PS_NO_DATA : PS_OK);
+        EXPECT_EQ(gOnLine, nullptr) << function;
+        EXPECT_EQ(getPsParam(0, 1, 10, 1, &value), PS_NO_DATA) << function;
+        EXPECT_EQ(zarn::ParamSet::getInstance(), nullptr) << function;
+    }
+    host::setLogLevel(3);
 }

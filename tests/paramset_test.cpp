@@ -1,6 +1,9 @@
 // The store's life and layout, a frame's container, and a typical frame from its registration to its end.
 
+#include <algorithm>
+#include <array>
 #include <atomic>
+#include <functional>
 #include <thread>
 
 #include "tests/store_fixture.h"
@@ -104,6 +107,174 @@ TEST_F(Paramset, FrameHoldsBuffersAndMetadataOfItsOwn) {
                              "5 ~ParamFrame: delete cam[4] frame[77], and total tag Num:1",
                              "5 operator(): free_camera_metadata mCamID:4,mFrameID:77",
                          }));
+}
+
+// A creator of a program's own, which is given something to do while it runs.
+class BusyCreator : public zarn::param_creator_t<char> {
+public:
+    explicit BusyCreator(std::function<void()> work) : param_creator_t<char>(4), mWork(std::move(work)) {}
+    std::shared_ptr<void> create(void* src) const override {
+        mWork();
+        return param_creator_t<char>::create(src);
+    }
+
+private:
+    std::function<void()> mWork;
+};
+
+TEST_F(Paramset, FrameLacksATagUntilItsCreatorHasReturned) {
+    ParamFrame frame(0, 5, nullptr, &zarn::gTagInfo);
+    uint32_t value = 17;
+    int calls = 0;
+    const auto work = [&] {
+        EXPECT_EQ(frame.existTag(1), ++calls > 1) << "the second time the first buffer is there";
+        frame.eraseTag(1);
+        frame.eraseTag(2);
+    };
+    ParamSet::register_tag<char>(1, new BusyCreator(work), 0, "busy", "uint32_t", 0);
+    registerPsDynamicParam(2, 4, 0, "neighbour", "uint32_t");
+    for (int i = 0; i < 2; ++i) {
+        frame.createTag(2, nullptr);
+        const std::shared_ptr<void> made = frame.createTag(1, &value);
+        EXPECT_EQ(*static_cast<uint32_t*>(frame.getTag(1).get()), 17u);
+        EXPECT_EQ(frame.getTag(1), made);
+        EXPECT_EQ(frame.getActiveTagSize(), 1u);
+    }
+}
+
+TEST_F(Paramset, CreatorThatEndsTheStoreEndsItBehindTheCall) {
+    ParamSet::register_tag<char>(1, new BusyCreator(ParamSet::destroyInstance), 0, "busy", "uint32_t", 0);
+    EXPECT_EQ(set(10, 5, 1), PS_OK);
+    EXPECT_EQ(countLogged("~ParamFrame"), 71u);
+    EXPECT_EQ(get(10, 1), kNothing);
+    EXPECT_EQ(ParamSet::getInstance(), nullptr);
+}
+
+// Frame 0's buffer is made by the first read: nobody has given it bytes. Every kind of read that can make it.
+TEST_F(Paramset, ValueThatNobodyWroteIsZero) {
+    constexpr size_t kSize = 200;
+    using Bytes = std::array<unsigned char, kSize>;
+    const struct {
+        const char* name;
+        uint32_t (*read)(uint32_t tag, void* data);
+    } reads[] = {
+        {"get of frame 0", [](uint32_t tag, void* data) { return getPsParam(0, 1, 0, tag, data); }},
+        {"get before every checkpoint", [](uint32_t tag, void* data) { return getPsParam(0, 1, 9, tag, data); }},
+        {"get of a tag of type 1", [](uint32_t tag, void* data) { return getPsParam(0, 1, 9, tag + 100, data); }},
+        {"waiting get of frame 0",
+         [](uint32_t tag, void* data) { return getPsParamSynTimeout(0, 1, 0, tag, data, 1) - PS_TIMED_OUT; }},
+        {"waiting get",
+         [](uint32_t tag, void* data) { return getPsParamSynTimeout(0, 1, 9, tag, data, 1) - PS_NOT_OF_FRAME; }},
+    };
+    uint32_t tag = 1;
+    for (const auto& [name, read] : reads) {
+        registerPsDynamicParam(++tag, kSize, 0, "tag", "bytes");
+        registerPsStaticParam(tag + 100, kSize, 1, "static", "bytes");
+        // What the allocator hands out next was written before.
+        std::vector<std::unique_ptr<Bytes>> used(64);
+        for (auto& bytes : used) {
+            bytes.reset(new Bytes);
+            bytes->fill(0xAB);
+            asm volatile("" : : "r"(bytes.get()) : "memory");
+        }
+        used.clear();
+        Bytes got;
+        got.fill(0xCD);
+        EXPECT_EQ(read(tag, got.data()), 0u) << name;
+        EXPECT_EQ(got, Bytes{}) << name;
+    }
+}
+
+// A program may put tags into the registry, and change it while there is no store.
+zarn::tag_info_t tagOfSize(uint32_t size) {
+    return {"bytes", "own", std::make_shared<zarn::param_creator_t<char>>(size), 0, static_cast<int32_t>(size), 6};
+}
+
+// No call waits for the registry's mutex. One that should make an entry leaves that to a later one.
+TEST_F(Paramset, ProgramThatHoldsTheRegistryMutexMayCallTheStore) {
+    constexpr uint32_t kUnknown = 50;
+    registerPsDynamicParam(kTag, 4, 0, "tag", "uint32_t");
+    set(30, 3);
+    erasePs(kCam, kPipe, 36);
+    deliver(38, 0, kUnknown);
+    erasePs(kCam, kPipe, 40);
+    std::unique_lock<std::mutex> lock(zarn::gRigisterMutex);
+    registerPsDynamicParam(kTag, 8, 0, "again", "bytes");
+    std::map<uint32_t, zarn::tag_info_t> registry;
+    ParamSet::getTagInfo(registry);
+    EXPECT_EQ(registry.size(), 1u);
+    EXPECT_EQ(set(50, 5), PS_OK);
+    EXPECT_EQ(get(50), 5u);
+    EXPECT_EQ(getSyn(50, kTag, 1), (Got{PS_TIMED_OUT, 5}));
+    EXPECT_EQ(getSyn(20, kUnknown, 1), (Got{PS_NOT_OF_FRAME, kNothing}));
+    takeLog();
+    EXPECT_EQ(set(20, 0, kUnknown), PS_NO_BUFFER);
+    EXPECT_EQ(takeLog(2)[0], "2 getParamInternal: frameID 20 <= Erased 40,  need life >= 21");
+    EXPECT_EQ(zarn::gTagInfo.count(kUnknown), 0u);
+    ParamSet::destroyInstance();
+    ParamSet::createInstance();
+    EXPECT_EQ(set(50, 6), PS_OK);
+    lock.unlock();
+
+    deliver(38, 0, kUnknown);
+    erasePs(kCam, kPipe, 40);
+    set(20, 0, kUnknown);
+    EXPECT_EQ(zarn::gTagInfo.count(kUnknown), 1u) << "made by the next look-up";
+    EXPECT_EQ(get(50), 6u);
+}
+
+TEST_F(Paramset, TagThatAProgramPutIntoTheRegistryIsRegistered) {
+    for (uint32_t tag = 100; tag < 300; ++tag) {
+        const std::lock_guard<std::mutex> lock(zarn::gRigisterMutex);
+        zarn::gTagInfo[tag] = tagOfSize(4);
+    }
+    takeLog();
+    registerPsDynamicParam(100, 32, 0, "later", "bytes");
+    EXPECT_TRUE(takeLog().empty()) << "the first registration stands";
+    for (uint32_t tag = 100; tag < 300; ++tag) {
+        EXPECT_EQ(set(10, tag, tag), PS_OK);
+        EXPECT_EQ(get(11, tag), tag);
+    }
+}
+
+TEST_F(Paramset, StoreBeginsWithTheRegistryAsItIsThen) {
+    const auto expectSizes = [](const char* when, std::map<uint32_t, uint32_t> sizes) {
+        for (const auto& [tag, size] : sizes) {
+            std::array<char, 32> data;
+            data.fill('x');
+            EXPECT_EQ(setPsParam(0, 1, 10, tag, data.data()), size != 0 ? PS_OK : PS_NO_BUFFER) << when << tag;
+            data.fill('y');
+            getPsParam(0, 1, 10, tag, data.data());
+            EXPECT_EQ(std::count(data.begin(), data.end(), 'x'), size) << when << tag;
+        }
+    };
+    registerPsDynamicParam(1, 4, 0, "one", "bytes");
+    registerPsDynamicParam(2, 4, 0, "two", "bytes");
+    expectSizes("registered, tag ", {{1, 4}, {2, 4}, {3, 0}});
+
+    ParamSet::destroyInstance();
+    zarn::gTagInfo.erase(2);
+    zarn::gTagInfo[3] = tagOfSize(16);
+    zarn::gTagInfo[1] = tagOfSize(8);
+    ParamSet::createInstance();
+    expectSizes("changed, tag ", {{1, 8}, {2, 0}, {3, 16}});
+
+    ParamSet::destroyInstance();
+    zarn::gTagInfo.clear();
+    registerPsDynamicParam(2, 24, 0, "two", "bytes");
+    zarn::gTagInfo.clear();
+    registerPsDynamicParam(2, 20, 0, "two", "bytes");
+    ParamSet::createInstance();
+    expectSizes("registered without a store, tag ", {{1, 0}, {2, 20}, {3, 0}});
+
+    ParamSet::destroyInstance();
+    std::unique_lock<std::mutex> lock(zarn::gRigisterMutex);
+    zarn::gTagInfo.clear();
+    zarn::gTagInfo[2] = tagOfSize(12);
+    zarn::gTagInfo[4] = tagOfSize(16);
+    ParamSet::createInstance();
+    lock.unlock();
+    expectSizes("created with the mutex held, tag ", {{1, 0}, {2, 12}, {3, 0}, {4, 16}});
 }
 
 TEST_F(Paramset, TypicalFrameFromRegistrationToErasure) {

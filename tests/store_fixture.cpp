@@ -140,16 +140,24 @@ void await(const std::function<bool()>& condition) {
     }
 }
 
+pid_t threadId() {
+    return static_cast<pid_t>(syscall(SYS_gettid));
+}
+
+void awaitSleep(pid_t thread) {
+    // One look could meet it asleep on a mutex.
+    int timesAsleep = 0;
+    await([&] { return (timesAsleep = sleeps(thread) ? timesAsleep + 1 : 0) == 20; });
+}
+
 WaitingGet::WaitingGet(uint32_t frame, uint32_t tag, uint32_t timeout) {
     std::atomic<pid_t> thread{0};
     mThread = std::thread([this, frame, tag, timeout, &thread] {
-        thread = static_cast<pid_t>(syscall(SYS_gettid));
+        thread = threadId();
         mGot = getSyn(frame, tag, timeout);
     });
     await([&] { return thread != 0; });
-    // One look could meet it on its way there, asleep on a mutex.
-    int timesAsleep = 0;
-    await([&] { return (timesAsleep = sleeps(thread) ? timesAsleep + 1 : 0) == 20; });
+    awaitSleep(thread);
 }
 
 Got WaitingGet::finish() {

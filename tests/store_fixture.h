@@ -4,6 +4,7 @@
 #define PARAMSET_TESTS_STORE_FIXTURE_H
 
 #include <gtest/gtest.h>
+#include <sys/types.h>
 
 #include <cstdint>
 #include <functional>
@@ -61,6 +62,11 @@ Got getSyn(uint32_t frame, uint32_t tag, uint32_t timeout, int pipe = 2);
 
 // Waits until the condition holds; fails the test if that takes a minute.
 void await(const std::function<bool()>& condition);
+
+pid_t threadId();
+
+// Waits until the thread sleeps in a wait of its own, not on its way there.
+void awaitSleep(pid_t thread);
 
 // A synchronous get on a thread of its own, asleep in its wait when the constructor returns.
 class WaitingGet {

@@ -1,8 +1,6 @@
 // All entry points on many threads at once: against each other, against the end of the store, asleep in their waits.
 // PARAMSET_STRESS_SECONDS says how long the first test works, PARAMSET_STRESS_STORES how many stores the second ends.
 
-#include <pthread.h>
-
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -22,7 +20,7 @@ using std::chrono::seconds;
 using std::chrono::steady_clock;
 using zarn::ParamSet;
 
-constexpr uint32_t kMany = 40;             // threads, more than the store has room for at once without counting
+constexpr uint32_t kMany = 40;             // threads
 constexpr uint32_t kForever = 0xFFFFFFFF;  // milliseconds
 constexpr uint32_t kUntouched = 0xEEEEEEEE;
 
@@ -30,17 +28,6 @@ int environmentOr(const char* name, int otherwise) {
     const char* text = std::getenv(name);
     return text != nullptr ? std::atoi(text) : otherwise;
 }
-
-// Starts values as zeros, so that a frame 0 that nobody wrote to is told from a torn value.
-class ZeroingCreator : public zarn::param_creator_t<char> {
-public:
-    explicit ZeroingCreator(size_t size) : param_creator_t<char>(static_cast<uint32_t>(size)) {}
-    std::shared_ptr<void> create(void* src) const override {
-        std::shared_ptr<void> buffer = param_creator_t<char>::create(src);
-        if (src == nullptr) std::memset(buffer.get(), 0, static_cast<size_t>(mSize));
-        return buffer;
-    }
-};
 
 struct Place {
     uint32_t cam;
@@ -104,36 +91,44 @@ protected:
         ParamSet::destroyInstance();
     }
 
-    // A look-up is not ordered with an insertion: this runs while no other thread looks a tag up.
+    // A tag is finished before it is used. For that alone the number of tags grows last.
     void registerFreshTags() {
         for (const int type : {0, 2, 1, 0}) {
-            auto* creator = new ZeroingCreator(4 * Value::sizeOf(mTags));
-            ParamSet::register_tag<char>(mTags++, creator, type, "fresh", "words", 8);
+            const auto size = static_cast<uint32_t>(4 * Value::sizeOf(mTags));
+            registerPsQueueParam(mTags, size, type, "fresh", "words", 8);
+            ++mTags;
         }
     }
 
-    // Works in phases until it is over. Between two phases one thread registers tags that are used from then on.
-    void workUntil(const std::function<bool()>& isOver) {
-        pthread_barrier_t phase;
-        pthread_barrier_init(&phase, nullptr, kMany);
-        bool over = false;
-        std::vector<std::thread> workers;
-        for (uint32_t id = 0; id < kMany; ++id) {
-            workers.emplace_back([&, id] {
-                Caller caller{*this, id, std::minstd_rand(id + 1)};
-                for (bool last = false; !last; last = over) {
-                    for (int i = 0; i < 200; ++i) callOnce(caller);
-                    if (pthread_barrier_wait(&phase) == PTHREAD_BARRIER_SERIAL_THREAD) {
-                        if (mTags < 64) registerFreshTags();
-                        over = isOver();
-                    }
-                    pthread_barrier_wait(&phase);
-                }
-            });
+    // Tags that nobody uses, and some that are used from then on.
+    void registerTags(uint32_t first, uint32_t count) {
+        for (uint32_t tag = first; tag < first + count; ++tag) {
+            registerPsDynamicParam(tag * kSpread, 4, 0, "a name too long to be kept in place", "bytes");
+            if (first == kUnused && tag % 64 == 0 && mTags < 64) registerFreshTags();
         }
-        for (std::thread& worker : workers) worker.join();
-        pthread_barrier_destroy(&phase);
     }
+
+    std::thread startCalls(uint32_t id, std::function<bool()> isOver) {
+        return std::thread([this, id, isOver] {
+            Caller caller{*this, id, std::minstd_rand(id + 1)};
+            while (!isOver()) {
+                for (int i = 0; i < 200; ++i) callOnce(caller);
+                std::this_thread::sleep_for(milliseconds(1));  // for threads that do other things
+            }
+        });
+    }
+
+    void workUntil(const std::function<bool()>& isOver, uint32_t unusedTags) {
+        std::vector<std::thread> threads;
+        for (uint32_t id = 0; id < kMany; ++id) threads.push_back(startCalls(id, isOver));
+        for (const uint32_t first : {kUnused, 2 * kUnused}) {
+            threads.emplace_back([=] { registerTags(first, unusedTags); });
+        }
+        for (std::thread& thread : threads) thread.join();
+    }
+
+    static constexpr uint32_t kUnused = 0x10000;
+    static constexpr uint32_t kSpread = 0x9E3779B1;  // odd: spreads the ids over the map, which rebalances everywhere
 
     bool mStoreStays = true;  // no call may find no store, and what getMetadata returned may be read
     std::atomic<uint32_t> mCalls{0};
@@ -164,7 +159,8 @@ private:
         const auto upTo = [&caller](uint32_t count) { return static_cast<uint32_t>(caller.random() >> 8) % count; };
         const uint32_t newest = mNewest += upTo(256) == 0;
         const uint32_t frame = upTo(16) == 0 ? 0 : newest - upTo(14);
-        const Place at{upTo(2), 1 + static_cast<int>(upTo(2)), frame, mTags - 1 - upTo(std::min(mTags, 16u))};
+        const uint32_t tags = mTags;
+        const Place at{upTo(2), 1 + static_cast<int>(upTo(2)), frame, tags - 1 - upTo(std::min(tags, 16u))};
         const auto& [cam, pipe, unused, tag] = at;
         Value got(tag);
         Value given(at, ++mCalls);
@@ -185,6 +181,9 @@ private:
         } else if (what < 850) {
             if (caller.id < MAX_CAM_NUM) useMetadata(caller.id, newest);
             ParamSet::getMetadata(cam, frame);
+        } else if (what < 855) {
+            const uint32_t result = getPsParam(cam, pipe, frame, kNever, got.words.data());
+            EXPECT_TRUE(result == PS_NO_BUFFER || (result == PS_NO_DATA && !mStoreStays)) << result;
         } else if (what < 860) {
             __atomic_store_n(&zarn::ps_log_tag, static_cast<int>(tag), __ATOMIC_RELAXED);
         } else if (what < 864 && mStoreStays) {
@@ -230,15 +229,17 @@ private:
         if (frame % 4 == 0) checkDone(erasePs(cam, 0, frame));
     }
 
-    uint32_t mTags = 0;         // tags 0 to here are registered; changed between phases only
-    std::shared_mutex mEnding;  // held by one that uses the store's address, shared by those that end the store
+    static constexpr uint32_t kNever = 0xFFFF;  // never registered
+
+    std::atomic<uint32_t> mTags{0};  // tags 0 to here are registered
+    std::shared_mutex mEnding;       // held by one that uses the store's address, shared by those that end the store
     std::atomic<uint32_t> mNewest{100};
 };
 
 TEST_F(Threads, EveryValueProvesItself) {
     createStore();
     const auto end = steady_clock::now() + seconds(environmentOr("PARAMSET_STRESS_SECONDS", 2));
-    workUntil([&] { return steady_clock::now() >= end; });
+    workUntil([&] { return steady_clock::now() >= end; }, 4000);
     EXPECT_EQ(mNoStore, 0u);
     std::cout << mCalls << " calls\n";
 }
@@ -258,7 +259,7 @@ TEST_F(Threads, CallsAnswerFromAWholeStoreOrSayThatThereIsNone) {
                 endStore();
             }
         });
-        workUntil([&] { return ended == stores; });
+        workUntil([&] { return ended == stores; }, 500);
         recreating.join();
         endStore();
         std::cout << mCalls << " calls, of which " << mNoStore << " found no store\n";
@@ -266,6 +267,50 @@ TEST_F(Threads, CallsAnswerFromAWholeStoreOrSayThatThereIsNone) {
     }
     EXPECT_GE(mFramesMade, 70 * stores);
     EXPECT_EQ(mFramesMade, mFramesDeleted);
+}
+
+// Two threads end the same store, a third sees that it has ended: what each of them calls then finds no store.
+TEST_F(Threads, NoCallFindsTheStoreAfterItsEnd) {
+    constexpr int kRounds = 2000;
+    std::atomic<int> round{0};
+    std::atomic<int> done{0};
+    const auto callInRounds = [&](bool ends) {
+        for (int i = 1; i <= kRounds; ++i) {
+            while (round < i) std::this_thread::yield();
+            ends ? ParamSet::destroyInstance() : void();
+            while (ParamSet::getInstance() != nullptr) {
+                EXPECT_FALSE(ends) << "round " << i;
+            }
+            uint32_t value = 0;
+            EXPECT_EQ(setPsParam(0, 1, 10, 0, &value), PS_NO_DATA) << "round " << i;
+            ++done;
+        }
+    };
+    std::thread threads[] = {std::thread(callInRounds, true), std::thread(callInRounds, true),
+                             std::thread(callInRounds, false)};
+    for (int i = 1; i <= kRounds; ++i) {
+        ParamSet::createInstance();
+        round = i;
+        while (done < 3 * i) std::this_thread::yield();
+    }
+    for (std::thread& thread : threads) thread.join();
+}
+
+// As at the exit of a process whose threads are still busy: static objects go while they wait in calls and make new
+// ones.
+TEST_F(Threads, ProcessMayExitWithCallsRunning) {
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    const auto exitWithCallsRunning = [&] {
+        host::setLogSink(nullptr, nullptr);
+        createStore();
+        for (uint32_t id = 0; id < 8; ++id) startCalls(id, [] { return false; }).detach();
+        std::thread([this] { registerTags(kUnused, 100000); }).detach();
+        std::thread([] { getPsParamSynTimeout(0, 3, 7, 0, Value(0).words.data(), kForever); }).detach();
+        await([&] { return mCalls > 2000; });
+        std::exit(0);
+    };
+    mStoreStays = false;
+    for (int i = 0; i < 10; ++i) EXPECT_EXIT(exitWithCallsRunning(), testing::ExitedWithCode(0), "");
 }
 
 class Waiters : public StoreTest {
@@ -300,8 +345,8 @@ TEST_F(Waiters, AllOnOneRecordEndTogether) {
     }
 }
 
-// A store that was let go is out of reach of deliveries: its waiters wait out their time, and the last one ends it.
-TEST_F(Waiters, OutliveTheStoreThatWasLetGo) {
+// A destroyed store is out of reach of deliveries: its waiters wait for their whole time, and the last one frees it.
+TEST_F(Waiters, OutliveTheStoreThatWasDestroyed) {
     takeLog();
     std::vector<std::thread> waiters;
     for (uint32_t i = 0; i < kMany; ++i) {

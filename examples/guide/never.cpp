@@ -36,8 +36,9 @@ int main() {
     int got = 42;
     CLAIM(GAIN.wait(CAMERA, PIPE, FRAME_0, got, 1ms) == Result::TIMED_OUT && got == 42);
 
-    // frame 0 that was never set has whatever was in memory; set it before the first get
+    // a frame 0 that was never set has zeros; set it before the first get
     registerOrEnd(GAIN);
+    CLAIM(valueOf(GAIN, Frame{1}) == 0);
     setValue(GAIN, FRAME_0, 1);
     CLAIM(valueOf(GAIN, Frame{1}) == 1);
 

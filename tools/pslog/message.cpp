@@ -77,7 +77,6 @@ constexpr Message MESSAGES[] = {
     {Kind::NO_USE, "getPsHandle", "parameset getPsHandle mElem:%p"},
     {Kind::EXTERNAL_FAILED, "getPsHandle", "paramset can not get ps handle"},
     {Kind::EXTERNAL_FAILED, "getParamExternal", "no isp ops"},
-    {Kind::EXTERNAL_FAILED, "getParamExternal", "no data, tag:%d"},
     {Kind::EXTERNAL_FAILED, "ioctrlOutsideParam", "fail to find tag:%d"},
     {Kind::EXTERNAL_FAILED, "ioctrlOutsideParam", "no data, tag:%d"},
 };

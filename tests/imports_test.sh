@@ -1,0 +1,12 @@
+#!/usr/bin/env bash
+# Fails unless a library waits on the monotonic clock by itself, and by no wait of the C++ library, which may be on the
+# wall clock.
+# usage: imports_test.sh NM LIBRARY
+set -euo pipefail
+
+imports="$("$1" --dynamic --undefined-only --demangle "$2" | sed -E 's/^ *[Uw] //; s/@.*//')"
+if grep -E '^pthread_cond_timedwait$|condition_variable::.*(wait_until|wait_for|timed_wait)' <<<"$imports"; then
+    echo "$2 waits by these" >&2
+    exit 1
+fi
+grep -x pthread_cond_clockwait <<<"$imports"

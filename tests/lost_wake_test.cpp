@@ -1,0 +1,133 @@
+// The moments in which a get that begins to wait could miss its delivery, made to happen: this program's definitions
+// of three functions of the C library come first for the dynamic linker, and hold a thread where the test wants it.
+
+#include <dlfcn.h>
+#include <pthread.h>
+#include <time.h>
+
+#include <atomic>
+#include <functional>
+
+#include "tests/store_fixture.h"
+
+namespace {
+
+template <typename Function>
+Function* next(Function*, const char* name) {
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+// Run once each, at the next call on this thread.
+thread_local std::function<void()> tBeforeClock;
+thread_local std::function<void()> tBeforeWait;
+thread_local std::function<void()> tBeforeSecondNotification;
+thread_local int tNotifications = 0;
+std::atomic<int> gWaits{0};
+
+void runOnce(std::function<void()>& hook) {
+    if (hook == nullptr) return;
+    const std::function<void()> taken = std::move(hook);
+    hook = nullptr;
+    taken();
+}
+
+}  // namespace
+
+extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
+    static auto* const real = next(&clock_gettime, "clock_gettime");
+    runOnce(tBeforeClock);
+    return real(clock, time);
+}
+
+extern "C" int pthread_cond_clockwait(pthread_cond_t* cond, pthread_mutex_t* mutex, clockid_t clock,
+                                      const timespec* time) {
+    static auto* const real = next(&pthread_cond_clockwait, "pthread_cond_clockwait");
+    EXPECT_EQ(clock, CLOCK_MONOTONIC);
+    ++gWaits;
+    runOnce(tBeforeWait);
+    return real(cond, mutex, clock, time);
+}
+
+extern "C" int pthread_cond_broadcast(pthread_cond_t* cond) noexcept {
+    static auto* const real = next(&pthread_cond_broadcast, "pthread_cond_broadcast");
+    if (++tNotifications == 2) runOnce(tBeforeSecondNotification);
+    return real(cond);
+}
+
+namespace {
+
+constexpr uint32_t kLong = 60000;  // milliseconds; a get that misses its delivery fails the test by its time
+
+class LostWake : public StoreTest {
+protected:
+    void SetUp() override {
+        StoreTest::SetUp();
+        registerPsDynamicParam(kTag, 4, 0, "tag", "uint32_t");
+        set(0, 1);
+        gWaits = 0;
+    }
+
+    // What ends the waits in frame 20 and in frame 0, and what they come to then.
+    struct Ending {
+        const char* name;
+        uint32_t frame;
+        void (*end)();
+        Got got;
+    };
+};
+
+// After the get has released the store's mutex, and before it waits: it looks at its record once more.
+TEST_F(LostWake, DeliveryBeforeTheWaitIsSeenByTheGet) {
+    const Ending endings[] = {
+        {"delivery", 20, [] { deliver(20, 5); }, {PS_OK, 5}},
+        {"delivery to frame 0", 0, [] { deliver(0, 6); }, {PS_OK, 6}},
+        {"erase of everything", 0, [] { erasePs(kCam, kPipe, THE_LAST); }, {PS_OK, 3}},
+    };
+    for (const Ending& ending : endings) {
+        SetUp();
+        set(30, 3);  // a frame, without which erasing everything is nothing
+        takeLog();
+        tBeforeClock = [&] { std::thread(ending.end).join(); };
+        EXPECT_EQ(getSyn(ending.frame, kTag, kLong), ending.got) << ending.name;
+        EXPECT_EQ(gWaits, 0) << ending.name;
+        EXPECT_EQ(countLogged("4 operator(): cam 0 pipe 2 sof"), 1u) << "the wait has its line all the same";
+    }
+}
+
+// While the get enters its wait: the store's mutex is free again when it is notified the second time.
+TEST_F(LostWake, NotificationThatComesTooEarlyIsRepeated) {
+    const Ending endings[] = {
+        {"delivery", 20, [] { deliver(20, 5); }, {PS_OK, 5}},
+        {"delivery to frame 0", 0, [] { deliver(0, 6); }, {PS_OK, 6}},
+        {"erase of everything, in frame 0", 0, [] { erasePs(kCam, kPipe, THE_LAST); }, {PS_OK, 3}},
+        {"erase of everything", 20, [] { erasePs(kCam, kPipe, THE_LAST); }, {PS_NOT_OF_FRAME, 3}},
+        {"erase", 20, [] { erasePs(kCam, kPipe, 40); }, {PS_NOT_OF_FRAME, 3}},
+    };
+    for (const Ending& ending : endings) {
+        SetUp();
+        set(19, 3);
+        const pid_t getter = threadId();
+        std::atomic<bool> isAtWait{false};
+        std::atomic<bool> isNotified{false};
+        std::thread ender([&] {
+            await([&] { return isAtWait.load(); });
+            tNotifications = 0;
+            tBeforeSecondNotification = [&] {
+                isNotified = true;
+                awaitSleep(getter);
+            };
+            ending.end();
+            isNotified = true;
+        });
+        tBeforeWait = [&] {
+            isAtWait = true;
+            await([&] { return isNotified.load(); });
+        };
+        EXPECT_EQ(getSyn(ending.frame, kTag, kLong), ending.got) << ending.name;
+        ender.join();
+        EXPECT_EQ(gWaits, 1) << ending.name;
+        EXPECT_EQ(countLogged("wait timeout"), 0u) << ending.name;
+    }
+}
+
+}  // namespace
