@@ -8,6 +8,13 @@ endif()
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_BUILD_TYPE STREQUAL "RelWithDebInfo")
     set_target_properties(paramset_interface PROPERTIES EXCLUDE_FROM_ALL OFF)
     add_test(NAME abi_dump COMMAND ${PROJECT_SOURCE_DIR}/scripts/abi $<TARGET_FILE:paramset_interface>)
+    set(shipped paramset)
+    if(TARGET paramset_on_liblog)
+        list(APPEND shipped paramset_on_liblog)
+    endif()
+    list(TRANSFORM shipped REPLACE ".+" "$<TARGET_FILE:\\0>")
+    add_test(NAME abi_exports COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/abi_exports_test.sh
+        ${CMAKE_NM} $<TARGET_FILE:paramset_interface> ${shipped})
 endif()
 
 if(CMAKE_CROSSCOMPILING)
