@@ -1,7 +1,8 @@
-// The store's calls into the platform's property service and metadata library. No state, no lock.
+// The store's calls into the platform's property service and metadata library, and its last words. No state, no lock.
 
 #include "platform/platform.h"
 
+#include <cstdio>
 #include <cstdlib>
 
 #include "platform/calls.h"
@@ -20,6 +21,12 @@ camera_metadata* cloneMetadata(const camera_metadata* source) {
 
 void freeMetadata(camera_metadata* metadata) {
     free_camera_metadata(metadata);
+}
+
+void endProcess(const char* line) {
+    std::fprintf(stderr, "%s\n", line);
+    platform_last_words(line);
+    std::abort();
 }
 
 }  // namespace zarn

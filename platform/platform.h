@@ -1,17 +1,19 @@
 // The three platform interfaces that the store calls, declared once: system properties, the camera metadata library
-// and the pipeline log facility. On a device they are other libraries' symbols; on a host platform/host supplies them.
-// The library leaves them undefined (but for a device's log, see platform/android), so whoever links definitions of
-// their own first replaces them.
+// and the pipeline log facility; and the last words of a process. On a device they are other libraries' symbols; on a
+// host platform/host supplies them. The library leaves them undefined (but for what platform/android has for a device),
+// so whoever links definitions of their own first replaces them.
 
 #ifndef PARAMSET_PLATFORM_H
 #define PARAMSET_PLATFORM_H
 
 struct camera_metadata;
 
-extern "C" {
+/// Longest value of a property, with its terminating zero. A macro, since a device's own header has it as one.
+#ifndef PROP_VALUE_MAX
+#define PROP_VALUE_MAX 92
+#endif
 
-/// Longest value of a property, with its terminating zero.
-constexpr int PROP_VALUE_MAX = 92;
+extern "C" {
 
 /// Copies the value of a property, or the default if it is unset, into a buffer of PROP_VALUE_MAX bytes.
 /// Returns its length. The default may be null.
@@ -23,6 +25,12 @@ void free_camera_metadata(camera_metadata* metadata);
 
 /// Greatest level that the log facility prints now, 0 if none. It may change at any time: relaxed atomic builtins.
 extern int pipeline_log_greatest;
+
+/// Brings pipeline_log_greatest up to date, where the facility has to be asked for it.
+void platform_refresh_log_level(void);
+
+/// Tells why the process is about to end, wherever the platform keeps that beside standard error. Allocates nothing.
+void platform_last_words(const char* line);
 }
 
 #ifdef PARAMSET_STACK_LOG_HEADER

@@ -3,15 +3,12 @@
 // behind a caller that catches it. The version script keeps this to the library: a program's own operator new is what
 // it falls back on, as everywhere.
 
-#include <cstdio>
-#include <cstdlib>
 #include <new>
+
+#include "platform/calls.h"
 
 void* operator new(std::size_t size) {
     void* memory = ::operator new(size, std::nothrow);
-    if (memory == nullptr) {
-        std::fputs("paramset: out of memory\n", stderr);
-        std::abort();
-    }
+    if (memory == nullptr) zarn::endProcess("paramset: out of memory");
     return memory;
 }

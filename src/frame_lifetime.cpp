@@ -221,6 +221,7 @@ uint32_t ParamSet::saveToF0(Request& request, uint32_t frameID) {
 uint32_t ParamSet::erase(uint32_t camID, int pipe, uint32_t frameID) {
     const Hold store;
     if (!store) return PS_NO_DATA;
+    refreshLogLevel();
     if (camID >= MAX_CAM_NUM || !isPipe(pipe)) {
         PS_LOG(1, "cam %d pipe %d out of limit, sof %u erase failed", camID, pipe, frameID);
         return PS_OUT_OF_LIMIT;

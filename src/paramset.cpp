@@ -84,6 +84,7 @@ ParamSet* ParamSet::createInstance() {
     if (ParamSet* instance = getInstance()) return instance;
     const Hold::Creation creation;
     if (creation.isRefused()) return nullptr;
+    refreshLogLevel();
     PS_LOG(3, "create");
     TagTable::restart();
     const std::shared_ptr<ParamSet> instance(new ParamSet());

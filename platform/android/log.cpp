@@ -1,17 +1,23 @@
 // The pipeline log facility of a device whose camera stack brings none: each line goes to the platform's log.
-// Holds no state. Hidden in the library, so that no other module's facility takes its place or is replaced.
+// State: pipeline_log_greatest, atomic. Hidden in the library, so that no other module's facility takes its place or is
+// replaced.
 
 #include <android/log.h>
 
+#include <cerrno>
 #include <cstdarg>
+#include <cstdio>
+#include <cstring>
 
 #include "platform/platform.h"
 
 namespace {
 
-// With nothing else said on the device, levels up to debug are printed: a trace that the log switches raise to level 4
-// shows, while level 5 stays off until the device's setting for the module asks for it.
-constexpr int kDefaultPriority = ANDROID_LOG_DEBUG;
+// What is printed where the device sets nothing: one level more, and the line of each wait fills the log.
+constexpr pipeline_loglevel kDefault = PIPELINE_LOG_INFO;
+
+// What the log takes at once: a byte of priority, the module and the message, both with their terminating zero.
+constexpr size_t kLogPayload = 4068;
 
 int priorityOf(pipeline_loglevel level) {
     switch (level) {
@@ -24,13 +30,32 @@ int priorityOf(pipeline_loglevel level) {
     return ANDROID_LOG_SILENT;  // no such level: printed nowhere
 }
 
+bool isPrinted(int level) {
+    const int priority = priorityOf(static_cast<pipeline_loglevel>(level));
+    return __android_log_is_loggable(priority, "ParamSet", priorityOf(kDefault)) != 0;
+}
+
 }  // namespace
+
+int pipeline_log_greatest = kDefault;
+
+void platform_refresh_log_level() {
+    int greatest = PIPELINE_LOG_VERBOSE;
+    while (greatest > 0 && !isPrinted(greatest)) --greatest;
+    __atomic_store_n(&pipeline_log_greatest, greatest, __ATOMIC_RELAXED);
+}
 
 void LogMessage::__print_log_(const char* format, ...) const noexcept {
     const int priority = priorityOf(mLevel);
-    if (priority == ANDROID_LOG_SILENT || __android_log_is_loggable(priority, mModule, kDefaultPriority) == 0) return;
+    if (priority == ANDROID_LOG_SILENT) return;
+    const int errorNumber = errno;
+    char message[kLogPayload];
+    const size_t taken = 1 + std::strlen(mModule) + 1;
     va_list arguments;
     va_start(arguments, format);
-    __android_log_vprint(priority, mModule, format, arguments);
+    // Not the log library's own printing, whose buffer is a quarter of that.
+    const int length = std::vsnprintf(message, sizeof(message) - taken, format, arguments);
     va_end(arguments);
+    __android_log_write(priority, mModule, length < 0 ? format : message);
+    errno = errorNumber;
 }

@@ -161,6 +161,12 @@ void host::setLogSink(LogSink sink, void* context) {
     gSinkContext = context;
 }
 
+// The level is the program's to set, or the environment's, and standard error has the last words already.
+
+void platform_refresh_log_level() {}
+
+void platform_last_words(const char*) {}
+
 void LogMessage::__print_log_(const char* format, ...) const noexcept {
     if (mLevel < PIPELINE_LOG_ERROR || mLevel > PIPELINE_LOG_VERBOSE || mLevel > host::logLevel()) {
         return;

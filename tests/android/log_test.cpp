@@ -15,10 +15,19 @@ namespace {
 std::vector<std::string> gLines;
 
 // "<priority letter> <tag>: <message>", the source line left out.
-void keepLine(const __android_logger_data* line, const char* message) {
-    const std::string text = message;
-    gLines.push_back(std::string(1, "??VDIWEF"[line->priority]) + " " + line->tag + ": " +
-                     text.substr(text.find(", ") + 2));
+void keep(int priority, const std::string& tag, const std::string& message) {
+    gLines.push_back(std::string(1, "??VDIWEF"[priority]) + " " + tag + ": " + message.substr(message.find(", ") + 2));
+}
+
+// The log library hands over a line in one argument, or, before Android 11, in two.
+template <typename Line>
+void keepLine(const Line* line) {
+    keep(line->priority, line->tag, line->message);
+}
+
+template <typename Line>
+void keepLine(const Line* line, const char* message) {
+    keep(line->priority, line->tag, message);
 }
 
 class AndroidLog : public ::testing::Test {
@@ -26,7 +35,12 @@ protected:
     void SetUp() override {
         gLines.clear();
         __android_log_set_logger(keepLine);
-        __android_log_set_minimum_priority(ANDROID_LOG_DEFAULT);
+        setPriority(ANDROID_LOG_DEFAULT);
+    }
+
+    static void setPriority(int priority) {
+        __android_log_set_minimum_priority(priority);
+        zarn::refreshLogLevel();
     }
 };
 
@@ -37,7 +51,7 @@ void print(int level) {
 }  // namespace
 
 TEST_F(AndroidLog, EachLevelHasItsPriorityAndTheModuleIsTheTag) {
-    __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
+    setPriority(ANDROID_LOG_VERBOSE);
     for (int level = 0; level <= 6; ++level) print(level);
     EXPECT_EQ(gLines,
               (std::vector<std::string>{"E ParamSet: print: level 1 of five", "W ParamSet: print: level 2 of five",
@@ -48,11 +62,25 @@ TEST_F(AndroidLog, EachLevelHasItsPriorityAndTheModuleIsTheTag) {
 // Formatting the text that is not there would end the program.
 TEST_F(AndroidLog, LevelThatTheDeviceDoesNotLogIsNotFormatted) {
     const char* const noText = reinterpret_cast<const char*>(1);
-    PS_LOG(5, "%s", noText);  // off unless asked for
-    __android_log_set_minimum_priority(ANDROID_LOG_ERROR);
+    for (int level = 4; level <= 5; ++level) PS_LOG(level, "%s", noText);  // off unless asked for
+    setPriority(ANDROID_LOG_ERROR);
     for (int level = 2; level <= 5; ++level) PS_LOG(level, "%s", noText);
     print(1);
+    setPriority(ANDROID_LOG_SILENT);
+    for (int level = 1; level <= 5; ++level) PS_LOG(level, "%s", noText);
     EXPECT_EQ(gLines, (std::vector<std::string>{"E ParamSet: print: level 1 of five"}));
+}
+
+// 4068 bytes with the priority, and the tag and the message with their ends.
+TEST_F(AndroidLog, LineIsCutAtTheLimitOfTheLogAlone) {
+    constexpr size_t kLongest = 4068 - 1 - sizeof("ParamSet") - 1;
+    const std::string begin = std::to_string(__LINE__ + 3) + ", TestBody: ";
+    for (size_t length : {1023u, 1024u, 4000u, 5000u}) {
+        const std::string text(length, 'x');
+        PS_LOG(1, "%s", text.c_str());
+        const std::string whole = begin + text;
+        EXPECT_EQ(gLines.back(), "E ParamSet: " + whole.substr(0, kLongest).substr(whole.find(", ") + 2)) << length;
+    }
 }
 
 // The host's facility is there as well, and gets nothing.
