@@ -202,6 +202,7 @@ void addPairs() {
     addPair<GetDeep<Store>, GetAhead<Store>>("c-by-b", 4096);
     // One at a time, since each needs its frames to be set.
     addPair<EraseMany<Store>, EraseMany<Maps>>("h-16", 1);
+    addPair<SetNew<Store>, SetNew<Maps>>("j", 1);
     addPair<EraseOne<Store, 16>, EraseOne<Maps, 16>>("h-1of16", 1);
     addPair<EraseOne<Store, 200>, EraseOne<Maps, 200>>("h-1of200", 1);
     addPair<EraseOne<Store, 300>, EraseOne<Maps, 300>>("h-1of300", 1);
@@ -216,6 +217,7 @@ void addEqual() {
     addErase<C>();
     addThreads<C>();
     forShapes([](Shape shape) { addWhole<Deliver<C>>("f", C::kName, shape); });
+    forShapes([](Shape shape) { addSteps<SetNew<C>>("j", C::kName, shape); });
     addWhole<Create<C>>("l", C::kName, Shape{128, 16});
 }
 

@@ -17,6 +17,7 @@ WORKLOADS = {
     "h-1of200": "erase of one frame of 200",
     "h-1of300": "erase of one frame of 300",
     "i": "mix: a frame sets all tags, reads each twice, erases",
+    "j": "set of new values: a frame sets all tags",
     "k-one": "threads on one camera, a set to three gets",
     "k-several": "threads on a camera each, a set to three gets",
     "l": "create and destroy the store, with its registrations",
@@ -30,7 +31,7 @@ PEERS = {
     "LMDB": "liblmdb-dev",
     "tf2": "libtf2-dev",
 }  # with the package that each needs
-PER_TAG = ("e", "i")  # a step handles all tags once; its time is told per tag
+PER_TAG = ("e", "i", "j")  # a step handles all tags once; its time is told per tag
 
 
 class Results:

@@ -305,6 +305,23 @@ private:
     uint32_t mFrame = 0;
 };
 
+// (j) set of new values: a frame sets all tags; what erases behind it is not measured
+template <class C>
+class SetNew : Workload<C> {
+public:
+    explicit SetNew(Shape shape) : Workload<C>(shape) {
+        for (uint32_t warmUp = 0; warmUp < 2 * kLiveFrames; ++warmUp) prepare(), step();
+    }
+    void prepare() {
+        if (mFrame > kLiveFrames) this->mContender.erase(this->mCam, mFrame - kEraseLag);
+    }
+    void step() { this->setFrame(++mFrame); }
+    bool proves() { return this->answers(mFrame - 3, 0, mFrame - 3); }
+
+private:
+    uint32_t mFrame = 0;
+};
+
 // (l) create and destroy the store
 template <class C>
 class Create {

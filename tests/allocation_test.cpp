@@ -8,27 +8,13 @@
 #include <new>
 
 #include "paramset.h"
+#include "tests/out_of_memory.h"
 
 namespace {
 
 constexpr int kAborted = 7;
-bool gIsOut = false;
 
 }  // namespace
-
-void* operator new(size_t size) {
-    void* memory = gIsOut ? nullptr : std::malloc(size);
-    if (memory == nullptr) throw std::bad_alloc();
-    return memory;
-}
-
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-
-void operator delete(void* memory, size_t) noexcept {
-    std::free(memory);
-}
 
 TEST(Allocation, FailureEndsTheProcessAndSaysSo) {
     uint32_t value = 1;
@@ -47,9 +33,9 @@ TEST(Allocation, FailureEndsTheProcessAndSaysSo) {
         EXPECT_EXIT(
             {
                 // A regular exit, so that what the library ran is counted when its coverage is measured.
-                std::signal(SIGABRT, [](int) { gIsOut = false, std::exit(kAborted); });
+                std::signal(SIGABRT, [](int) { gIsOutOfMemory = false, std::exit(kAborted); });
                 try {
-                    gIsOut = true;
+                    gIsOutOfMemory = true;
                     call();
                 } catch (const std::bad_alloc&) {
                 }

@@ -1,5 +1,5 @@
-// The library as it is built for a device, on a log library of this program's own, which counts what it is asked, and
-// with this program's operator new. What the library logs is what the device prints: a property of it is a variable here.
+// The library as it is built for a device, on a log library of this program's own, which counts what it is asked. The
+// device's setting of what is printed is a variable here.
 
 #include <android/log.h>
 #include <android/set_abort_message.h>
@@ -10,12 +10,12 @@
 #include <cstdlib>
 #include <functional>
 #include <future>
-#include <new>
 #include <string>
 #include <thread>
 
 #include "paramset.h"
 #include "platform/host/host_platform.h"
+#include "tests/out_of_memory.h"
 
 namespace {
 
@@ -23,7 +23,6 @@ int gPriority = ANDROID_LOG_DEFAULT;  // what the device prints; the default: no
 int gQuestions = 0;
 std::function<void()> gAtQuestion;
 std::string gLetters;  // the priority of each line
-bool gIsOut = false;   // of memory
 
 constexpr uint32_t kTag = 7;
 
@@ -74,20 +73,6 @@ int __android_log_write(int priority, const char*, const char* message) {
 
 void android_set_abort_message(const char* message) {
     fprintf(stderr, "abort message: %s\n", message);
-}
-
-void* operator new(size_t size) {
-    void* memory = gIsOut ? nullptr : std::malloc(size);
-    if (memory == nullptr) throw std::bad_alloc();
-    return memory;
-}
-
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-
-void operator delete(void* memory, size_t) noexcept {
-    std::free(memory);
 }
 
 TEST_F(Device, IsAskedWhatItPrintsByEraseAloneOnceTheStoreIsBuilt) {
@@ -148,7 +133,7 @@ TEST_F(Device, IsToldInItsAbortMessageAndItsLogThatMemoryRanOut) {
     EXPECT_EXIT(
         {
             std::signal(SIGABRT, [](int) { std::_Exit(7); });
-            gIsOut = true;
+            gIsOutOfMemory = true;
             uint32_t value = 1;
             setPsParam(0, 2, 10, kTag, &value);
         },

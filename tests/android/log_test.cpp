@@ -1,6 +1,8 @@
 // The log of a device: the library as it is built for one, its properties and metadata excepted, on the platform's own
 // log library, with a function of this program in place of the device's log.
 
+#include "platform/log.h"
+
 #include <android/log.h>
 #include <gtest/gtest.h>
 
@@ -8,7 +10,6 @@
 #include <vector>
 
 #include "paramset.h"
-#include "platform/log.h"
 
 namespace {
 

@@ -1,0 +1,8 @@
+// A program's own operator new, which fails when it is told to.
+
+#ifndef PARAMSET_TESTS_OUT_OF_MEMORY_H
+#define PARAMSET_TESTS_OUT_OF_MEMORY_H
+
+extern bool gIsOutOfMemory;
+
+#endif  // PARAMSET_TESTS_OUT_OF_MEMORY_H
