@@ -34,4 +34,6 @@ foreach(name ${installed_targets})
     install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc DESTINATION ${pkgconfig_dir} COMPONENT development)
 endforeach()
 
-include(cmake/debian.cmake)
+if(PROJECT_IS_TOP_LEVEL)
+    include(cmake/debian.cmake)
+endif()

@@ -17,8 +17,8 @@ inline bool isLogged(int level) {
     return __builtin_expect(level <= __atomic_load_n(&pipeline_log_greatest, __ATOMIC_RELAXED), 0) != 0;
 }
 
-/// To be called when the store is built and before each erase takes the mutex: often enough for a setting that is changed
-/// by hand, and never in a get or a set, which on a device cost less than to ask.
+/// To be called when the store is built and before each erase takes the mutex: often enough for a setting that is
+/// changed by hand, and never in a get or a set, which on a device cost less than to ask.
 inline void refreshLogLevel() {
     platform_refresh_log_level();
 }

@@ -21,6 +21,11 @@ if(CMAKE_CROSSCOMPILING)
     return()
 endif()
 
+add_test(NAME subproject
+    COMMAND ${CMAKE_COMMAND} --fresh -S ${CMAKE_CURRENT_SOURCE_DIR}/subproject_test -B ${CMAKE_CURRENT_BINARY_DIR}/subproject_test
+        -DPARAMSET_SOURCES=${PROJECT_SOURCE_DIR}
+        -DCMAKE_C_COMPILER=${CMAKE_C_COMPILER} -DCMAKE_CXX_COMPILER=${CMAKE_CXX_COMPILER})
+
 separate_arguments(cxx_flags UNIX_COMMAND "${CMAKE_CXX_FLAGS}")
 add_test(NAME install
     COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/install_test/run.sh ${PROJECT_BINARY_DIR} ${PROJECT_VERSION}

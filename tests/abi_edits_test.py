@@ -45,11 +45,13 @@ EDITS = [
     ("dump without types", [("abi/CMakeLists.txt", "    -O0 -g ", "    -O0 -g0 ")]),
     ("version script left out", [
         ("abi/CMakeLists.txt", "-Wl,--version-script=${PROJECT_SOURCE_DIR}/src/paramset.map", "")]),
-    ("standard library exported", [("src/paramset.map", "    local:\n        *;", "        _ZNSt*;\n    local:\n        *;")]),
+    ("standard library exported", [
+        ("src/paramset.map", "    local:\n        *;", "        _ZNSt*;\n    local:\n        *;")]),
     ("member added to tag_info_t", [
         (HEADER, "    int32_t mRetainNum = 0; ", "    int32_t mAge = 0;\n    int32_t mRetainNum = 0; ")]),
-    ("member appended to tag_info_t", [(HEADER, "/** What the registry knows of a tag. */\nstruct tag_info_t {",
-                                        "struct tag_info_age { int64_t mAge = 0; };\nstruct tag_info_t : tag_info_age {")]),
+    ("base class put under tag_info_t", [
+        (HEADER, "/** What the registry knows of a tag. */\nstruct tag_info_t {",
+         "struct tag_info_age {\n    int64_t mAge = 0;\n};\nstruct tag_info_t : tag_info_age {")]),
     ("member of FrameStatus of another type", [
         (HEADER, "int32_t mState = 0;  ", "int16_t mState = 0;  ")]),
     ("slots of zarn_ops swapped", [
@@ -62,7 +64,7 @@ EDITS = [
         (HEADER, "erasePs(uint32_t cam, int32_t pipe, uint32_t frame);",
          "erasePs(uint32_t cam, int32_t pipe, uint64_t frame);"),
         (LIFETIME, "erasePs(uint32_t cam, int32_t pipe, uint32_t frame) {",
-         "erasePs(uint32_t cam, int32_t pipe, uint64_t frame64) {\n    const auto frame = static_cast<uint32_t>(frame64);")]),
+         "erasePs(uint32_t cam, int32_t pipe, uint64_t wide) {\n    const auto frame = static_cast<uint32_t>(wide);")]),
     ("argument of a class's function changed", [
         (HEADER, "bool existTag(uint32_t tag);", "bool existTag(uint64_t tag);"),
         (CORE, "ParamFrame::existTag(uint32_t tag) {",
@@ -99,7 +101,8 @@ def constants():
             other = "17u" if value.endswith("u") else "PS_OK + 17u" if value.startswith("PS_") else "17"
             edits.append((definition.strip(), [(path, definition, definition[: -len(value)] + other)]))
         for enumerator in re.findall(r"^    [A-Z_]+(?=,? +/\*\*<)", text, re.M):
-            edits.append((enumerator.strip(), [(path, enumerator, "    BEFORE_" + enumerator.strip() + "," + enumerator)]))
+            name = enumerator.strip()
+            edits.append((name, [(path, enumerator, "    BEFORE_%s, %s" % (name, name))]))
     return edits
 
 

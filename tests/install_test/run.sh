@@ -27,11 +27,11 @@ cmake --build "$work/cmake"
 export PKG_CONFIG_PATH="$libraries/pkgconfig"
 [[ "$(pkg-config --modversion paramset)" == "$version" ]]
 read -ra flags <<<"$(pkg-config --cflags --libs paramset)"
-"$cc" -std=c11 "$source/consumer.c" "${flags[@]}" -o "$work/pkgconfig_c"
+"$cc" -std=c11 "$source/consumer.c" "${flags[@]}" "-Wl,-rpath,$libraries" -o "$work/pkgconfig_c"
 read -ra flags <<<"$(pkg-config --cflags --libs paramset paramset_host)"
-"$cxx" "${cxx_flags[@]}" -std=c++17 "$source/consumer.cpp" "${flags[@]}" -o "$work/pkgconfig_cpp"
+"$cxx" "${cxx_flags[@]}" -std=c++17 "$source/consumer.cpp" "${flags[@]}" "-Wl,-rpath,$libraries" -o "$work/pkgconfig_cpp"
 
-export LD_LIBRARY_PATH="$libraries"
+unset LD_LIBRARY_PATH
 for program in cmake/consumer_c cmake/consumer_cpp pkgconfig_c pkgconfig_cpp; do
     "$work/$program"
     echo "$program runs"

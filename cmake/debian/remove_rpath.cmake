@@ -1,0 +1,7 @@
+# Debian's packages install into a folder of the system's, where a library needs no rpath.
+file(GLOB_RECURSE libraries ${CPACK_TEMPORARY_DIRECTORY}/*/libparamset.so.*)
+foreach(library ${libraries})
+    if(NOT IS_SYMLINK ${library})
+        file(RPATH_REMOVE FILE ${library})
+    endif()
+endforeach()
