@@ -1,6 +1,6 @@
-// What the dumps do not hold, or not by themselves: the numbers that programs are compiled with, the places of the store's
-// own members, and the public types that only containers and smart pointers name. What fails to compile here is another
-// interface.
+// What the dumps do not hold, or not by themselves: the numbers that programs are compiled with, the places of the
+// store's own members, and the public types that only containers and smart pointers name. What fails to compile here is
+// another interface.
 
 #include <cstddef>
 
