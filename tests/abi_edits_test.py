@@ -53,7 +53,7 @@ EDITS = [
         (HEADER, "/** What the registry knows of a tag. */\nstruct tag_info_t {",
          "struct tag_info_age {\n    int64_t mAge = 0;\n};\nstruct tag_info_t : tag_info_age {")]),
     ("member of FrameStatus of another type", [
-        (HEADER, "int32_t mState = 0;  ", "int16_t mState = 0;  ")]),
+        (HEADER, "uint32_t mFrameID = 0;  ", "uint64_t mFrameID = 0;  ")]),
     ("slots of zarn_ops swapped", [
         (HEADER, "int (*cmd8)(void* handle5, void* in);", "int (*cmdX)(void* handle5, void* in);"),
         (HEADER, "int (*cmd9)(void* handle0, void* in);", "int (*cmd8)(void* handle0, void* in);"),
@@ -74,14 +74,7 @@ EDITS = [
     ("mMutex behind mElem", [
         (HEADER, "    std::mutex mMutex;  // guards mElem", "    // guards mElem"),
         (HEADER, "from construction to destruction\n", "from construction to destruction\n    std::mutex mMutex;\n")]),
-    ("type of a log switch changed", [
-        (HEADER, "PARAMSET_API int ps_log_tag;", "PARAMSET_API uint32_t ps_log_tag;"),
-        (CORE, "int ps_log_tag = 0;", "uint32_t ps_log_tag = 0;"),
-        ("src/store.h", "inline int loadSwitch(const int& value) {", "inline int loadSwitch(const uint32_t& value) {\n"
-         "    return static_cast<int>(__atomic_load_n(&value, __ATOMIC_RELAXED));\n}\n\n"
-         "inline void storeSwitch(uint32_t& target, int value) {\n"
-         "    __atomic_store_n(&target, static_cast<uint32_t>(value), __ATOMIC_RELAXED);\n}\n\n"
-         "inline int loadSwitch(const int& value) {")]),
+    ("log switch not exported", [(HEADER, "extern PARAMSET_API int ps_log_tag;", "extern int ps_log_tag;")]),
 ]
 
 # What must not be caught: nobody but the library makes a store.
@@ -111,13 +104,13 @@ def run(command):
 
 
 def catcher(copy):
-    """Which check catches what is in the copy: an empty text if none does."""
+    """Which check catches what is in the copy: an empty text if none does. What does not compile proves nothing."""
     held = run(["g++", "-std=c++17", "-fsyntax-only", "-I%s/include" % copy, copy + "/abi/interface.cpp"])
     if held.returncode != 0:
-        return "compiler" if "static assertion failed" in held.stdout else sys.exit(held.stdout)
+        return "compiler" if "static assertion failed" in held.stdout else "DOES NOT COMPILE"
     build = run(["cmake", "--build", copy + "/build", "--target", "paramset_interface"])
     if build.returncode != 0:
-        sys.exit("an edit does not compile, which proves nothing:\n" + build.stdout)
+        return "DOES NOT COMPILE"
     return "" if run([copy + "/scripts/abi", copy + "/build/abi/libparamset.so"]).returncode == 0 else "dump"
 
 
@@ -141,9 +134,9 @@ def main(copy):
         shutil.copytree(os.path.join(ROOT, folder), os.path.join(copy, folder))
     for file in ("CMakeLists.txt", "CMakePresets.json"):
         shutil.copy(os.path.join(ROOT, file), copy)
-    # The edits need not be free of warnings.
+    # An edit need not be free of warnings.
     configured = run(["cmake", "--preset", "gcc", "-S", copy, "-B", copy + "/build", "-DPARAMSET_TESTS=OFF",
-                      "-DPARAMSET_EXAMPLES=OFF", "-DPARAMSET_TOOLS=OFF", "-DCMAKE_CXX_FLAGS=-Wno-error"])
+                      "-DPARAMSET_EXAMPLES=OFF", "-DPARAMSET_TOOLS=OFF", "-DCMAKE_CXX_FLAGS=-w"])
     if configured.returncode != 0 or catcher(copy):
         sys.exit("a check complains without an edit:\n" + configured.stdout)
     missed = 0
@@ -152,7 +145,7 @@ def main(copy):
         plant(copy, edit)
         check = catcher(copy)
         restore(copy, edit)
-        missed += (check == "") != (name == ALLOWED[0])
+        missed += check != "" if name == ALLOWED[0] else check not in ("compiler", "dump")
         print("%-45s %s" % (name, check or "-"), flush=True)
     print("amount: %d edits, %d not as they should be" % (len(edits) + 1, missed))
     return 1 if missed else 0

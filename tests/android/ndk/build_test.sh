@@ -23,7 +23,7 @@ if grep -qv ' 0x4000$' <<<"$segments"; then
     echo "$library has a segment that is not aligned to 16 KiB" >&2
     exit 1
 fi
-if ! "$readelf" --notes "$library" | grep 'AArch64 feature: BTI, PAC'; then
+if ! "$readelf" --notes "$library" | grep -i 'aarch64 feature: BTI, PAC'; then
     echo "$library has an object that is not compiled with -mbranch-protection=standard" >&2
     exit 1
 fi
