@@ -32,9 +32,9 @@
  * store and register nothing. Before the library's code is unloaded (dlclose), stop the threads that call it.
  *
  * Memory: a failed allocation ends the process, after a line on standard error, on a device also in the abort message
- * and the log. Two do not: that of a value buffer, as the get or set of it fails, and that of a long name or data type in a registration or getTagInfo, as the C++
- * library's strings may throw std::bad_alloc (libstdc++ does, libc++ does not), with nothing registered and no mutex
- * held.
+ * and the log. Two do not: that of a value buffer, as the get or set of it fails, and that of a long name or data type
+ * in a registration or getTagInfo, as the C++ library's strings may throw std::bad_alloc (libstdc++ does, libc++ does
+ * not), with nothing registered and no mutex held.
  */
 #ifndef PARAMSET_H
 #define PARAMSET_H
