@@ -331,6 +331,9 @@ using ::METADATA_TAG;
 using ::THE_LAST;
 
 class ParamSet;
+class PipeStore;
+class TagReader;
+struct IndexedFrame;
 struct RegisteredTag;
 
 /**
@@ -618,59 +621,79 @@ public:
     ParamSet& operator=(const ParamSet&) = delete;
 
 private:
-    struct Request;
-    struct Command;
-    struct Delivery;
-    struct Erasure;
-    class Hold;  // holds the store for the length of a call
-    struct Layout;
-    using Buffer = std::shared_ptr<void>;
+    class Hold;       // holds the store for the length of a call
+    class Pipes;      // what each pipe holds, and where
+    struct Request;   // an access to a value
+    struct Answer;    // what answers it
+    struct Awaited;   // what a synchronous get found
+    struct Writable;  // where a synchronous set writes
+    struct Erasure;   // what an erase came to
+    struct Command;   // for the external processor
+    struct Layout;    // holds the data members in their places
 
     ParamSet();
-    pipe_elem& pipeElem(uint32_t camID, int pipe);  // both within their limits
 
-    // mMutex held. A buffer is returned by reference to where its frame holds it: nothing is counted, as nobody keeps
-    // it beyond mMutex. An empty one is no buffer.
-    const Buffer& getParamInternal(Request& request);
-    uint32_t preproc(Request& request);
-    static const ParamFrame* findEarlierFrame(const Request& request, uint32_t frameID);
-    const Buffer& getDirectly(Request& request, ParamFrame& frame);
-    const Buffer& getF0(Request& request);
-    const Buffer& permiProc(Request& request, ParamFrame* frame);
-    const Buffer& createNew(Request& request);
-    ParamFrame& newFrame(Request& request);
+    // mMutex held. Looks the pipe up; camera and pipe are within their limits.
+    PipeStore& pipeStore(uint32_t camID, int pipe);
+    // The registry as this store reads it.
+    TagReader& registry();
+    // mMutex held. Looks up what an access needs.
+    Request requestFor(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, int modifiable);
+
+    // Resolution. mMutex held. A buffer is returned where its frame holds it, and counted by nobody; an empty one is
+    // none.
+
+    // What answers a plain get, or where a plain set writes. Refuses a pipe out of limit.
+    Answer getParamInternal(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, int modifiable);
+    // The check before a synchronous access: PS_NOT_OF_FRAME if the frame is erased for the tag.
+    uint32_t preproc(const Request& request);
+    // The buffer of a frame that the pipe has, or what permiProc finds or makes.
+    const std::shared_ptr<void>& getDirectly(const Request& request, IndexedFrame& frame);
+    // Frame 0's buffer, made if there is none.
+    const std::shared_ptr<void>& getF0(const Request& request);
+    // A read: the buffer of the newest checkpoint, or frame 0's. A write: adds a checkpoint and makes the frame's
+    // buffer.
+    const std::shared_ptr<void>& permiProc(const Request& request);
+    // As permiProc, for a frame that the pipe does not have; a write makes the frame.
+    const std::shared_ptr<void>& createNew(const Request& request);
+    // The bytes of a tag's values; 0 if it is not registered.
     static uint32_t getSize(const RegisteredTag* registered);
+    // The newest of the ids at or before an id; 0 if there is none. Null is an empty list.
     static uint32_t findRelated(const std::vector<uint32_t>* ids, uint32_t desID);
+
+    // The plain access. mMutex held.
     uint32_t _getParam(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, void* data);
     uint32_t _setParam(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, void* data);
-    uint32_t _setParam(Request& request, const void* data);
 
-    // mMutex not held
+    // The synchronous access. mMutex not held: both lock it.
     uint32_t _getParamSyn(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, void* data, uint32_t timeout);
     uint32_t _setParamSyn(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, void* data);
+    // mMutex held through the lock, which is released for the time of a wait. Waits in frame 0, or in another frame.
+    Awaited awaitF0(const Request& request, std::unique_lock<std::mutex>& lock, uint32_t timeout);
+    Awaited awaitFrame(const Request& request, std::unique_lock<std::mutex>& lock, uint32_t timeout);
+    // mMutex held. The frame that is named, made if there is none, and its buffer.
+    Writable findWritable(const Request& request);
 
-    // mMutex held, through the lock that is passed; released for the time of a wait
-    const Buffer& awaitF0(Request& request, std::unique_lock<std::mutex>& lock, uint32_t timeout, uint32_t& result);
-    const Buffer& awaitFrame(Request& request, std::unique_lock<std::mutex>& lock, uint32_t timeout,
-                             std::shared_ptr<ParamFrame>& held, uint32_t& result);
-
-    // mMutex held
-    Delivery _setParamSyn(Request& request);
-    void autoErase(const Request& request, std::vector<uint32_t>& queue);
+    // The erase. mMutex held.
     Erasure _erase(uint32_t camID, int pipe, uint32_t frameID);
-    void _erase(Request& request, std::vector<uint32_t>& checkpoints, uint32_t limit, uint32_t& result);
-    uint32_t saveToF0(Request& request, uint32_t frameID);
+    // Copies what a read of the frame would see into frame 0; the result of the set.
+    uint32_t saveToF0(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag);
+
+    // Metadata. mMutex held.
     camera_metadata* _getMetadata(uint32_t camID, uint32_t frameID);
     uint32_t _setMetadata(uint32_t camID, uint32_t frameID, const camera_metadata* metadata);
 
-    // mMutex not held
+    // The external processor. mMutex not held.
+    const cam_elem* getPsHandle(uint32_t cam) const;
+    // Calls the operation of a command code.
     uint32_t forward(const cam_elem* elem, const Command& command);
 
     static std::shared_ptr<ParamSet> sInstance;  // atomic operations on shared pointers only
 
     zarn_ops mOps;      // set-up only
-    std::mutex mMutex;  // guards mElem and everything reachable from it, but for the handles
+    std::mutex mMutex;  // guards mElem and everything reachable from it but the handles, and mPipes
     std::map<int, std::shared_ptr<cam_elem>> mElem;  // cameras 0 to 4 from construction to destruction
+    std::unique_ptr<Pipes> mPipes;                   // stands beside mElem
 };
 
 /** The one kind of value that there is: plain bytes. */

@@ -2,8 +2,13 @@
 // camera's handles. Takes no lock; the handles and operations are set before commands are issued. A pointer that is
 // replaced while commands run is still read whole.
 
+#include <cstring>
+#include <iterator>
+#include <utility>
+
+#include "platform/log.h"
 #include "src/hold.h"
-#include "src/store.h"
+#include "src/pipe_store.h"
 
 namespace zarn {
 
@@ -82,19 +87,25 @@ void ParamSet::setPsHandle(uint32_t cam, void* handle0, void* handle1, void* han
     for (size_t i = 0; i < std::size(handles); ++i) store(it->second->mHandle[i], handles[i]);
 }
 
+// A program that is given the pipes may change them.
 cam_elem* ParamSet::getPsHandle(uint32_t cam) {
+    PipeStore::announceChange();
+    return const_cast<cam_elem*>(std::as_const(*this).getPsHandle(cam));
+}
+
+const cam_elem* ParamSet::getPsHandle(uint32_t cam) const {
     const auto it = mElem.find(static_cast<int>(cam));
     if (it == mElem.end()) {
         PS_LOG(1, "paramset can not get ps handle");
         return nullptr;
     }
-    cam_elem* const elem = it->second.get();
-    PS_LOG(5, "parameset getPsHandle mElem:%p", static_cast<void*>(elem));
+    const cam_elem* const elem = it->second.get();
+    PS_LOG(5, "parameset getPsHandle mElem:%p", static_cast<const void*>(elem));
     return elem;
 }
 
 int ParamSet::getParamExternal(uint32_t cam, int32_t /*pipe*/, uint32_t /*frame*/, uint32_t tag, void* data) {
-    const cam_elem* elem = getPsHandle(cam);
+    const cam_elem* elem = std::as_const(*this).getPsHandle(cam);
     const auto cmd3 = load(mOps.cmd3);
     if (cmd3 == nullptr) {
         PS_LOG(1, "no isp ops");
@@ -110,7 +121,7 @@ uint32_t ParamSet::ioctrlOutsideParam(uint32_t cam, uint32_t code, int32_t arg, 
     PS_LOG(5, "E");
     const Hold store;
     if (!store) return PS_NO_DATA;
-    cam_elem* elem = store->getPsHandle(cam);
+    const cam_elem* elem = std::as_const(*store).getPsHandle(cam);
     if (code < kFirstCode || code > kLastCode) {
         PS_LOG(1, "fail to find tag:%d", code);
         return PS_OK;

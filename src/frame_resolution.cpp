@@ -2,7 +2,10 @@
 // that was given a value, or the one of the pipe's frame 0; and the plain get and set on top of it.
 // Everything here runs with ParamSet::mMutex held by the caller.
 
-#include "src/store.h"
+#include <cstring>
+
+#include "src/request.h"
+#include "src/trace.h"
 
 namespace zarn {
 
@@ -19,69 +22,60 @@ bool isStatic(const RegisteredTag* registered) {
 
 }  // namespace
 
-// A frame of a pipe that comes before the requested one, which it usually is next to.
-const ParamFrame* ParamSet::findEarlierFrame(const Request& request, uint32_t frameID) {
-    Request::Frames& frames = request.elem->mFrames;
-    if (request.framePlace != frames.begin()) {
-        const auto& [id, frame] = *std::prev(request.framePlace);
-        if (id == frameID) return frame.get();
+ParamSet::Answer ParamSet::getParamInternal(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, int modifiable) {
+    if (!isPipe(pipe)) {
+        PS_LOG(1, "pipe %d out of limit, please check tag %d", pipe, tag);
+        return {kNoBuffer, registry().find(tag)};
     }
-    return findFrame(*request.elem, frameID);
-}
-
-pipe_elem& ParamSet::pipeElem(uint32_t camID, int pipe) {
-    return mElem.find(static_cast<int>(camID))->second->mPipe[pipe];
-}
-
-const ParamSet::Buffer& ParamSet::getParamInternal(Request& request) {
-    if (!isPipe(request.pipe)) {
-        PS_LOG(1, "pipe %d out of limit, please check tag %d", request.pipe, request.tag);
-        return kNoBuffer;
+    PipeStore& store = pipeStore(camID, pipe);
+    if (frameID == THE_LAST) {
+        frameID = store.newestFrameID();
+        PS_LOG(5, "THE_LAST frame is %d", frameID);
     }
-    if (request.elem == nullptr) request.elem = &pipeElem(request.camID, request.pipe);
-    if (request.frameID == THE_LAST) {
-        request.frameID = newestFrameID(*request.elem);
-        PS_LOG(5, "THE_LAST frame is %d", request.frameID);
-    }
-    const uint32_t erasePoint = request.lookUpErasePoint();
-    const uint32_t frameID = request.frameID;
-    PS_LOG(5, "E cam %d pipe %d frame %d tag %d erasePoint:%d", request.camID, request.pipe, frameID, request.tag, erasePoint);
+    const Request request = {store, store.tag(tag), frameID, modifiable};
+    const uint32_t erasePoint = store.erasePoint(request.tag);
+    PS_LOG(5, "E cam %d pipe %d frame %d tag %d erasePoint:%d", camID, pipe, frameID, tag, erasePoint);
 
-    if (frameID == 0 || isStatic(request.registered)) return getF0(request);
+    const RegisteredTag* registered = request.tag.registered;
+    if (frameID == 0 || isStatic(registered)) return {getF0(request), registered};
     if (frameID <= erasePoint) {
-        const tag_info_t& known = TagTable::findOrInsert(request.tag);
+        const tag_info_t& known = registered != nullptr ? registered->info : registry().findOrInsert(tag);
         PS_LOG(2, "frameID %d <= Erased %d, %s need life >= %d", frameID, erasePoint, known.mName.c_str(), neededLife(known, frameID, erasePoint));
-        return getF0(request);
+        return {getF0(request), registered};
     }
-    ParamFrame* frame = request.lookUpFrame();
-    return frame != nullptr ? getDirectly(request, *frame) : createNew(request);
+    PipeStore::Frame* frame = store.findFrame(frameID);
+    return {frame != nullptr ? getDirectly(request, *frame) : createNew(request), registered};
 }
 
-uint32_t ParamSet::preproc(Request& request) {
-    const uint32_t erasePoint = request.lookUpErasePoint();
+uint32_t ParamSet::preproc(const Request& request) {
+    const uint32_t erasePoint = request.pipe.erasePoint(request.tag);
     const uint32_t frameID = request.frameID;
     if (frameID == 0) return PS_OK;
     if (frameID == THE_LAST) {
-        PS_LOG(4, "THE_LAST frame is %d", newestFrameID(*request.elem));
+        PS_LOG(4, "THE_LAST frame is %d", request.pipe.newestFrameID());
         return PS_OK;
     }
-    if (isStatic(request.registered) || erasePoint < frameID) return PS_OK;
-    const tag_info_t& known = TagTable::findOrInsert(request.tag);
+    const RegisteredTag* registered = request.tag.registered;
+    if (isStatic(registered) || erasePoint < frameID) return PS_OK;
+    const tag_info_t& known = registered != nullptr ? registered->info : registry().findOrInsert(request.tag.id);
     PS_LOG(2, "frameID %d <= Erased %d, %s need life >= %d", frameID, erasePoint, known.mName.c_str(), neededLife(known, frameID, erasePoint));
     return PS_NOT_OF_FRAME;
 }
 
-const ParamSet::Buffer& ParamSet::getDirectly(Request& request, ParamFrame& frame) {
-    return request.lookUpValue(frame) ? request.valuePlace->second : permiProc(request, &frame);
+const Buffer& ParamSet::getDirectly(const Request& request, PipeStore::Frame& frame) {
+    const Buffer* own = request.pipe.value(frame, request.tag);
+    return own != nullptr ? *own : permiProc(request);
 }
 
-const ParamSet::Buffer& ParamSet::getF0(Request& request) {
-    ParamFrame& f0 = *request.elem->mF0;
-    if (request.lookUpValue(f0)) return request.valuePlace->second;
-    const Buffer& made = createTag(f0, request.valuePlace, request.tag, request.registered, nullptr);
+const Buffer& ParamSet::getF0(const Request& request) {
+    PipeStore::Frame& f0 = request.pipe.frame0();
+    if (const Buffer* own = request.pipe.value(f0, request.tag)) return *own;
+    const Buffer& made = request.pipe.createTag(f0, request.tag);
     // A read would give away what the allocator left there. A set overwrites it.
     const bool isRead = request.modifiable == 0 && made != nullptr;
-    if (isRead && request.registered->hasLibraryCreator()) std::memset(made.get(), 0, getSize(request.registered));
+    if (isRead && request.tag.registered->hasLibraryCreator()) {
+        std::memset(made.get(), 0, getSize(request.tag.registered));
+    }
     return made;
 }
 
@@ -89,59 +83,42 @@ uint32_t ParamSet::getSize(const RegisteredTag* registered) {
     return registered != nullptr ? static_cast<uint32_t>(registered->info.mSize) : 0;
 }
 
-uint32_t ParamSet::findRelated(const std::vector<uint32_t>* ids, uint32_t desID) {
-    uint32_t related = 0;
-    if (ids != nullptr) {
-        const auto later = firstAfter(*ids, desID);
-        if (later != ids->begin()) related = *(later - 1);
-    }
+uint32_t ParamSet::findRelated(const Checkpoints* ids, uint32_t desID) {
+    const uint32_t related = ids != nullptr ? PipeStore::newestCheckpoint(*ids, desID) : 0;
     PS_LOG(5, "desID %d, relateID[%d]", desID, related);
     return related;
 }
 
-// A write needs its frame; a read does without.
-const ParamSet::Buffer& ParamSet::permiProc(Request& request, ParamFrame* frame) {
-    const uint32_t frameID = request.frameID;
-    const uint32_t tag = request.tag;
-    std::shared_ptr<std::vector<uint32_t>>& ids = request.elem->mCheckPoint[tag];
-    if (request.modifiable == 0) {
-        const uint32_t related = findRelated(ids.get(), frameID);
-        PS_TRACE("cam %u pipe %d tag %d destID %u relatedID:%u", request.camID, request.pipe, tag, frameID, related);
+// A write needs its frame in the pipe; a read does without.
+const Buffer& ParamSet::permiProc(const Request& request) {
+    auto& [pipe, tag, frameID, modifiable] = request;
+    const Checkpoints* ids = pipe.checkpoints(tag);
+    if (modifiable == 0) {
+        const uint32_t related = findRelated(ids, frameID);
+        PS_TRACE("cam %u pipe %d tag %d destID %u relatedID:%u", pipe.camID(), pipe.pipe(), tag.id, frameID, related);
         if (related == 0) return getF0(request);
         // The checkpoint's frame may have gone with another tag's last value.
-        const ParamFrame* checkpoint = findEarlierFrame(request, related);
-        return checkpoint != nullptr ? findBuffer(*checkpoint, tag) : kNoBuffer;
+        PipeStore::Frame* checkpoint = pipe.findFrame(related);
+        const Buffer* value = checkpoint != nullptr ? pipe.value(*checkpoint, tag) : nullptr;
+        return value != nullptr ? *value : kNoBuffer;
     }
 
-    if (ids == nullptr) {
-        ids = std::make_shared<std::vector<uint32_t>>(1, frameID);
-    } else {
-        autoErase(request, *ids);
-        ids->insert(firstAfter(*ids, frameID), frameID);
-    }
-    PS_LOG(5, "add checkPoint[%d] size:%d,permiProc:%s", frameID, static_cast<int>(ids->size()), "_modifiable");
-    return createTag(*frame, request.valuePlace, tag, request.registered, nullptr);
+    if (ids != nullptr) pipe.autoErase(tag, frameID);
+    const size_t count = pipe.addCheckpoint(tag, frameID);
+    PS_LOG(5, "add checkPoint[%d] size:%d,permiProc:%s", frameID, static_cast<int>(count), "_modifiable");
+    return pipe.createTag(*pipe.findFrame(frameID), tag);
 }
 
-const ParamSet::Buffer& ParamSet::createNew(Request& request) {
+const Buffer& ParamSet::createNew(const Request& request) {
     PS_LOG(5, "createNew ParamFrame");
-    return permiProc(request, request.modifiable != 0 ? &newFrame(request) : nullptr);
-}
-
-// Not inlined, so that reads do without its stack frame.
-[[gnu::noinline]] ParamFrame& ParamSet::newFrame(Request& request) {
-    request.framePlace = request.elem->mFrames.try_emplace(request.framePlace, request.frameID);
-    std::shared_ptr<ParamFrame>& frame = request.framePlace->second;
-    frame.reset(new ParamFrame(request.camID, request.frameID, this, &gTagInfo));
-    request.valuePlace = frame->mTags.end();
-    return *frame;
+    if (request.modifiable != 0) request.pipe.addFrame(request.frameID);
+    return permiProc(request);
 }
 
 uint32_t ParamSet::_getParam(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, void* data) {
     storeRelaxed(ps_log, isTracedTag(tag));
-    Request request{camID, pipe, frameID, tag, 0, TagTable::find(tag)};
-    const Buffer& value = getParamInternal(request);
-    const uint32_t size = getSize(request.registered);
+    const auto [value, registered] = getParamInternal(camID, pipe, frameID, tag, 0);
+    const uint32_t size = getSize(registered);
 
     uint32_t result = PS_NO_BUFFER;
     if (size == 0 || data == nullptr || value == nullptr) {
@@ -156,24 +133,17 @@ uint32_t ParamSet::_getParam(uint32_t camID, int pipe, uint32_t frameID, uint32_
 }
 
 uint32_t ParamSet::_setParam(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, void* data) {
-    Request request{camID, pipe, frameID, tag, 1, TagTable::find(tag)};
-    return _setParam(request, data);
-}
-
-uint32_t ParamSet::_setParam(Request& request, const void* data) {
-    const uint32_t frameID = request.frameID;  // as asked for: THE_LAST is resolved below
-    const uint32_t tag = request.tag;
     storeRelaxed(ps_log, isTracedTag(tag));
-    const Buffer& value = getParamInternal(request);
-    const uint32_t size = getSize(request.registered);
+    const auto [value, registered] = getParamInternal(camID, pipe, frameID, tag, 1);
+    const uint32_t size = getSize(registered);
 
     uint32_t result = PS_NO_BUFFER;
     if (size == 0 || data == nullptr || value == nullptr) {
-        PS_LOG(1, "fail " PS_COPY_TEXT, request.camID, request.pipe, frameID, tag, value.get(), data, size);
+        PS_LOG(1, "fail " PS_COPY_TEXT, camID, pipe, frameID, tag, value.get(), data, size);
     } else {
         // An erase may save what frame 0 itself answered: then both are the same buffer.
         std::memmove(value.get(), data, size);
-        PS_TRACE("success " PS_COPY_TEXT, request.camID, request.pipe, frameID, tag, value.get(), data, size);
+        PS_TRACE("success " PS_COPY_TEXT, camID, pipe, frameID, tag, value.get(), data, size);
         result = PS_OK;
     }
     storeRelaxed(ps_log, 0);

@@ -27,6 +27,7 @@ public:
 
     explicit operator bool() const { return mStore != nullptr; }
     ParamSet* operator->() const { return mStore; }
+    ParamSet& operator*() const { return *mStore; }
 
     // The store that calls find now, not held; null if there is none.
     static ParamSet* current();

@@ -2,50 +2,50 @@
 // The entries take ParamSet::mMutex; the private operations run with mMutex held.
 
 #include "src/hold.h"
-#include "src/store.h"
+#include "src/request.h"
+#include "src/trace.h"
 
 namespace zarn {
 
 uint32_t ParamSet::_setMetadata(uint32_t camID, uint32_t frameID, const camera_metadata* metadata) {
-    pipe_elem& elem = pipeElem(camID, 0);
-    const uint32_t erasePoint = elem.mErasePoint.try_emplace(METADATA_TAG, 0).first->second;
+    PipeStore& pipe = pipeStore(camID, 0);
+    PipeStore::Tag& tag = pipe.metadataTag();
+    const uint32_t erasePoint = pipe.erasePoint(tag);
     PS_LOG(5, "E cam[%d].paramFrame[%d], erase point:%d", camID, frameID, erasePoint);
     if (frameID == 0 || frameID <= erasePoint) {
         PS_LOG(2, "fail to get metadata, but give frame 0");
-        elem.mF0->setMetadata(metadata);
+        pipe.frame0().frame->setMetadata(metadata);
         return PS_OK;
     }
 
-    std::shared_ptr<ParamFrame>& frame = elem.mFrames[frameID];
-    if (frame == nullptr) frame.reset(new ParamFrame(camID, frameID, this, &gTagInfo));
-
+    PipeStore::Frame* frame = pipe.findFrame(frameID);
+    if (frame == nullptr) frame = &pipe.addFrame(frameID);
     // A frame that is stored to again is listed again.
-    std::shared_ptr<std::vector<uint32_t>>& ids = elem.mCheckPoint[METADATA_TAG];
-    if (ids == nullptr) ids = std::make_shared<std::vector<uint32_t>>();
-    ids->insert(firstAfter(*ids, frameID), frameID);
-
-    frame->setMetadata(metadata);
+    pipe.addCheckpoint(tag, frameID);
+    frame->frame->setMetadata(metadata);
     return PS_OK;
 }
 
 camera_metadata* ParamSet::_getMetadata(uint32_t camID, uint32_t frameID) {
-    pipe_elem& elem = pipeElem(camID, 0);
-    const uint32_t erasePoint = elem.mErasePoint.try_emplace(METADATA_TAG, 0).first->second;
+    PipeStore& pipe = pipeStore(camID, 0);
+    PipeStore::Tag& tag = pipe.metadataTag();
+    const uint32_t erasePoint = pipe.erasePoint(tag);
     PS_LOG(5, "E cam[%d].paramFrame[%d], erase point:%d", camID, frameID, erasePoint);
+    ParamFrame& f0 = *pipe.frame0().frame;
     if (frameID == 0 || frameID <= erasePoint) {
         PS_LOG(2, "fail to match accurate metadata, but give frame 0");
-        return elem.mF0->getMetadata();
+        return f0.getMetadata();
     }
 
-    const uint32_t related = findRelated(elem.mCheckPoint[METADATA_TAG].get(), frameID);
-    if (related == 0) return elem.mF0->getMetadata();
-    ParamFrame* frame = findFrame(elem, related);
+    const uint32_t related = findRelated(pipe.checkpoints(tag), frameID);
+    if (related == 0) return f0.getMetadata();
+    PipeStore::Frame* frame = pipe.findFrame(related);
     if (frame == nullptr) {
         // It held nothing but metadata, and went with another tag's erase while the list still names it.
         PS_LOG(2, "fail to match accurate metadata, but give frame 0");
-        return elem.mF0->getMetadata();
+        return f0.getMetadata();
     }
-    return frame->getMetadata();
+    return frame->frame->getMetadata();
 }
 
 // ---- entries

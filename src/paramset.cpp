@@ -6,8 +6,8 @@
 
 #include "platform/calls.h"
 #include "src/hold.h"
-#include "src/store.h"
-#include "src/tag_table.h"
+#include "src/pipes.h"
+#include "src/trace.h"
 
 namespace zarn {
 
@@ -36,16 +36,17 @@ int32_t retainNumOf(int tagType, int asked) {
 // A name of its own for the log: compilers disagree about that of a specialised template.
 void register_tag(uint32_t tag, const std::shared_ptr<param_creator_t<char>>& creator, bool isLibrarys, int tagType,
                   const char* name, const char* dataType, int retainNum) {
-    if (TagTable::isRegistered(tag)) return;
+    const std::optional<bool> isRegistered = TagTable::isRegistered(tag);
+    if (isRegistered == true) return;
 
     std::string nameText = name != nullptr ? name : "";
     std::string dataTypeText = dataType != nullptr ? dataType : "";
 
-    // Another thread may have registered the tag since; then the later one stands.
     if (TagTable::hasEnded()) return;
     const std::lock_guard<std::mutex> lock(gRigisterMutex);
-    if (TagTable::hasEnded()) return;
-    TagTable::catchUp();
+    // If another thread has registered the tag since it was looked for, the later registration stands.
+    const bool isThere = isRegistered == std::nullopt && gTagInfo.count(tag) != 0;
+    if (TagTable::hasEnded() || isThere) return;
     tag_info_t& info = TagTable::newEntry(tag);
     info.mDataType = std::move(dataTypeText);
     info.mCreator = creator;
@@ -86,7 +87,6 @@ ParamSet* ParamSet::createInstance() {
     if (creation.isRefused()) return nullptr;
     refreshLogLevel();
     PS_LOG(3, "create");
-    TagTable::restart();
     const std::shared_ptr<ParamSet> instance(new ParamSet());
     Hold::publish(instance);
     return instance.get();
@@ -111,6 +111,7 @@ ParamSet::ParamSet() {
             elem.mF0.reset(new ParamFrame(static_cast<uint32_t>(camID), 0, this, &gTagInfo));
         }
     }
+    mPipes = std::make_unique<Pipes>(mElem, this);
     storeRelaxed(ps_log, readSwitch("persist.vendor.cam.log.ps"));
     storeRelaxed(ps_log_tag, readSwitch("persist.vendor.cam.log.tag"));
     storeRelaxed(ps_log_erase, readSwitch("persist.vendor.cam.log.erase"));
@@ -119,7 +120,23 @@ ParamSet::ParamSet() {
 }
 
 ParamSet::~ParamSet() {
+    mPipes.reset();
     mElem.clear();
+}
+
+PipeStore& ParamSet::pipeStore(uint32_t camID, int pipe) {
+    PipeStore& store = mPipes->at(camID, pipe);
+    store.noticeChanges();
+    return store;
+}
+
+TagReader& ParamSet::registry() {
+    return mPipes->registry();
+}
+
+ParamSet::Request ParamSet::requestFor(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, int modifiable) {
+    PipeStore& store = pipeStore(camID, pipe);
+    return {store, store.tag(tag), frameID, modifiable};
 }
 
 ParamSet::Hold::AtUnload::~AtUnload() {
@@ -141,6 +158,12 @@ struct MetadataDeleter {
     }
 };
 
+std::shared_ptr<creator_base_t> creatorOf(const std::map<uint32_t, tag_info_t>& registry, uint32_t tag) {
+    if (&registry == &gTagInfo) return TagTable::creatorOf(tag);
+    const auto it = registry.find(tag);
+    return it != registry.end() ? it->second.mCreator : nullptr;
+}
+
 }  // namespace
 
 ParamFrame::ParamFrame(uint32_t camID, uint32_t frameID, ParamSet* owner, std::map<uint32_t, tag_info_t>* tagInfo)
@@ -152,31 +175,23 @@ ParamFrame::~ParamFrame() {
     PS_LOG(5, "delete cam[%d] frame[%d], and total tag Num:%d", mCamID, mFrameID, getActiveTagSize());
 }
 
-const std::shared_ptr<void>& createTag(ParamFrame& frame, Values::iterator place, uint32_t tag,
-                                       const RegisteredTag* registered, void* src) {
-    if (registered == nullptr || registered->info.mCreator == nullptr) {
+// The creator runs first: it may be a program's own, and use the frame.
+std::shared_ptr<void> ParamFrame::createTag(uint32_t tag, void* src) {
+    PipeStore::announceChange();
+    const std::shared_ptr<creator_base_t> creator = creatorOf(*mTagInfo, tag);
+    if (creator == nullptr) {
         PS_LOG(1, "X Failed to create tag, no such creator: %d", tag);
-        return kNoBuffer;
+        return nullptr;
     }
-    std::shared_ptr<void> created = registered->info.mCreator->create(src);
-    // A program's own creator may have changed the frame.
-    if (!registered->hasLibraryCreator()) place = frame.mTags.lower_bound(tag);
-    std::shared_ptr<void>& buffer = frame.mTags.try_emplace(place, tag)->second;
-    buffer = std::move(created);
+    std::shared_ptr<void> buffer = creator->create(src);
+    mTags[tag] = buffer;
     PS_LOG(5, "X:%s", buffer != nullptr ? "ok" : "fail");
     return buffer;
 }
 
-std::shared_ptr<void> ParamFrame::createTag(uint32_t tag, void* src) {
-    if (mTagInfo == &gTagInfo) return zarn::createTag(*this, mTags.lower_bound(tag), tag, TagTable::find(tag), src);
-    const auto it = mTagInfo->find(tag);
-    if (it == mTagInfo->end()) return zarn::createTag(*this, mTags.end(), tag, nullptr, src);
-    const RegisteredTag own = {tag, it->second, nullptr};
-    return zarn::createTag(*this, mTags.end(), tag, &own, src);
-}
-
 std::shared_ptr<void> ParamFrame::getTag(uint32_t tag) {
-    return findBuffer(*this, tag);
+    const auto it = mTags.find(tag);
+    return it != mTags.end() ? it->second : nullptr;
 }
 
 bool ParamFrame::existTag(uint32_t tag) {
@@ -184,6 +199,7 @@ bool ParamFrame::existTag(uint32_t tag) {
 }
 
 int ParamFrame::eraseTag(uint32_t tag) {
+    PipeStore::announceChange();
     mTags.erase(tag);
     return 0;
 }

@@ -9,11 +9,28 @@
 #include <time.h>
 
 #include <chrono>
+#include <cstring>
+#include <optional>
 
 #include "src/hold.h"
-#include "src/store.h"
+#include "src/request.h"
+#include "src/trace.h"
 
 namespace zarn {
+
+// What a synchronous get found, after its wait if it had to wait.
+struct ParamSet::Awaited {
+    Answer answer;
+    std::optional<uint32_t> result = {};    // none: as the check before it says
+    std::shared_ptr<ParamFrame> held = {};  // the frame that was waited in, which may have left the pipe
+};
+
+// Where a synchronous set writes.
+struct ParamSet::Writable {
+    const Buffer& value;
+    PipeStore::Frame& frame;
+    bool isNew;
+};
 
 namespace {
 
@@ -72,15 +89,14 @@ uint32_t ParamSet::_getParamSyn(uint32_t camID, int pipe, uint32_t frameID, uint
         PS_LOG(1, "pipe %d out of limit, please check tag %d", pipe, tag);
         return PS_OUT_OF_LIMIT;
     }
-    Request request{camID, pipe, frameID, tag, 0, TagTable::find(tag), &pipeElem(camID, pipe)};
-    uint32_t result = preproc(request);
+    const Request request = requestFor(camID, pipe, frameID, tag, 0);
+    const uint32_t checked = preproc(request);
 
     const uint32_t wait = timeout != 0 ? timeout : static_cast<uint32_t>(DEFAULT_WAIT_MS);
-    std::shared_ptr<ParamFrame> held;  // an erase during the wait may take the frame out of the pipe
-    const Buffer& value =
-        frameID == 0 ? awaitF0(request, lock, wait, result) : awaitFrame(request, lock, wait, held, result);
+    const Awaited awaited = frameID == 0 ? awaitF0(request, lock, wait) : awaitFrame(request, lock, wait);
+    const auto& [value, registered] = awaited.answer;
 
-    const uint32_t size = getSize(request.registered);
+    const uint32_t size = getSize(registered);
     if (size != 0 && data != nullptr && value != nullptr) {
         std::memcpy(data, value.get(), size);
         PS_LOG(5, "success  " PS_COPY_TEXT, camID, pipe, frameID, tag, value.get(), data, size);
@@ -88,46 +104,48 @@ uint32_t ParamSet::_getParamSyn(uint32_t camID, int pipe, uint32_t frameID, uint
         PS_LOG(1, "fail " PS_COPY_TEXT, camID, pipe, frameID, tag, value.get(), data, size);
     }
     storeRelaxed(ps_log, 0);
-    return result;
+    return awaited.result.value_or(checked);
 }
 
-const ParamSet::Buffer& ParamSet::awaitF0(Request& request, std::unique_lock<std::mutex>& lock, uint32_t timeout,
-                                          uint32_t& result) {
-    const uint32_t tag = request.tag;
-    FrameStatus& status = request.elem->mF0->mStatus[tag];
-    if (status.mState != kDelivered) {
-        storeRelaxed(status.mState, kWaitedFor);
-        if (TimedWait{request.camID, request.pipe, request.frameID, tag, timeout}(status, lock)) result = PS_TIMED_OUT;
-        request.registered = TagTable::find(tag);  // the tag may have been registered meanwhile
-    }
-    return getF0(request);
+ParamSet::Awaited ParamSet::awaitF0(const Request& request, std::unique_lock<std::mutex>& lock, uint32_t timeout) {
+    FrameStatus& status = request.pipe.record(request.pipe.frame0(), request.tag);
+    if (status.mState == kDelivered) return {{getF0(request), request.tag.registered}};
+    storeRelaxed(status.mState, kWaitedFor);
+    const TimedWait wait = {request.pipe.camID(), request.pipe.pipe(), request.frameID, request.tag.id, timeout};
+    const bool timedOut = wait(status, lock);
+    // Whatever was looked up before the wait may have moved.
+    const Request now = requestFor(wait.camID, wait.pipe, wait.frameID, wait.tag, 0);
+    Awaited awaited = {{getF0(now), now.tag.registered}};
+    if (timedOut) awaited.result = PS_TIMED_OUT;
+    return awaited;
 }
 
-const ParamSet::Buffer& ParamSet::awaitFrame(Request& request, std::unique_lock<std::mutex>& lock, uint32_t timeout,
-                                             std::shared_ptr<ParamFrame>& held, uint32_t& result) {
-    const uint32_t frameID = request.frameID;
-    const uint32_t tag = request.tag;
-    std::shared_ptr<ParamFrame>& entry = request.elem->mFrames[frameID];
-    if (entry == nullptr) entry.reset(new ParamFrame(request.camID, frameID, this, &gTagInfo));
-    ParamFrame& frame = *entry;
-
-    FrameStatus& status = frame.mStatus[tag];
-    const auto own = frame.mTags.find(tag);
-    if (own == frame.mTags.end()) {
-        status.mFrameID = frameID;
+ParamSet::Awaited ParamSet::awaitFrame(const Request& request, std::unique_lock<std::mutex>& lock, uint32_t timeout) {
+    PipeStore& pipe = request.pipe;
+    PipeStore::Frame* frame = pipe.findFrame(request.frameID);
+    if (frame == nullptr) frame = &pipe.addFrame(request.frameID);
+    FrameStatus& status = pipe.record(*frame, request.tag);
+    const Buffer* own = pipe.value(*frame, request.tag);
+    if (own != nullptr && status.mState == kDelivered) return {{*own, request.tag.registered}};
+    if (own == nullptr) {
+        status.mFrameID = request.frameID;
         storeRelaxed(status.mState, kWaitedFor);
-    } else if (status.mState == kDelivered) {
-        return own->second;
     }
-    held = entry;
-    if (TimedWait{request.camID, request.pipe, frameID, tag, timeout}(status, lock)) result = PS_TIMED_OUT;
-    request.registered = TagTable::find(tag);  // the tag may have been registered meanwhile
+    std::shared_ptr<ParamFrame> held = PipeStore::share(*frame);
+    const TimedWait wait = {pipe.camID(), pipe.pipe(), request.frameID, request.tag.id, timeout};
+    const bool timedOut = wait(status, lock);
 
-    // The frame may have been erased meanwhile, and even made again.
-    const ParamFrame* now = request.lookUpFrame();
-    if (now != nullptr && now->mTags.find(tag) != now->mTags.end()) return findBuffer(*held, tag);
-    result = PS_NOT_OF_FRAME;
-    return permiProc(request, nullptr);
+    // Whatever was looked up before the wait may have moved; the frame may have been erased, and even made again.
+    const Request now = requestFor(wait.camID, wait.pipe, wait.frameID, wait.tag, 0);
+    PipeStore::Frame* frameNow = now.pipe.findFrame(wait.frameID);
+    if (frameNow == nullptr || now.pipe.value(*frameNow, now.tag) == nullptr) {
+        return {{permiProc(now), now.tag.registered}, PS_NOT_OF_FRAME, std::move(held)};
+    }
+    const auto value = held->mTags.find(wait.tag);
+    Awaited awaited = {{value != held->mTags.end() ? value->second : kNoBuffer, now.tag.registered}};
+    if (timedOut) awaited.result = PS_TIMED_OUT;
+    awaited.held = std::move(held);
+    return awaited;
 }
 
 uint32_t ParamSet::_setParamSyn(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, void* data) {
@@ -139,12 +157,24 @@ uint32_t ParamSet::_setParamSyn(uint32_t camID, int pipe, uint32_t frameID, uint
         PS_LOG(1, "pipe %d out of limit, please check tag %d", pipe, tag);
         return PS_OUT_OF_LIMIT;
     }
-    Request request{camID, pipe, frameID, tag, 1, TagTable::find(tag), &pipeElem(camID, pipe)};
+    const Request request = requestFor(camID, pipe, frameID, tag, 1);
     uint32_t result = preproc(request);
 
-    const auto [value, woken] = _setParamSyn(request);
+    const auto [value, frame, isNew] = findWritable(request);
+    FrameStatus& status = request.pipe.record(frame, request.tag);
+    Woken woken;
+    if (status.mState == kWaitedFor) {
+        // A line each for frame 0, for a frame that was there and for a new one: their numbers tell them apart.
+        if (frameID == 0) PS_LOG(5, "set notify all");
+        if (frameID != 0 && !isNew) PS_LOG(5, "set notify all");
+        if (isNew) PS_LOG(5, "set notify all");
+        // The gets that wake retake mMutex before they read, so that they see what is copied in below.
+        status.mCond.notify_all();
+        woken = {frameID != 0 ? PipeStore::share(frame) : nullptr, &status, kDelivered};
+    }
+    storeRelaxed(status.mState, kDelivered);
 
-    const uint32_t size = getSize(request.registered);
+    const uint32_t size = getSize(request.tag.registered);
     if (data != nullptr && value != nullptr && size != 0) {
         std::memcpy(value.get(), data, size);
         PS_LOG(5, "success " PS_COPY_TEXT, camID, pipe, frameID, tag, value.get(), data, size);
@@ -158,31 +188,13 @@ uint32_t ParamSet::_setParamSyn(uint32_t camID, int pipe, uint32_t frameID, uint
     return result;
 }
 
-// The record's part: finds or makes the buffer, and wakes who waits for it. The woken gets retake mMutex before they
-// read, so that they see what is copied in only after this.
-ParamSet::Delivery ParamSet::_setParamSyn(Request& request) {
-    const pipe_elem& elem = *request.elem;
-    ParamFrame* frame = request.frameID == 0 ? elem.mF0.get() : request.lookUpFrame();
-    const Buffer& value = request.frameID == 0 ? getF0(request)
-                          : frame != nullptr   ? getDirectly(request, *frame)
-                                               : createNew(request);
+ParamSet::Writable ParamSet::findWritable(const Request& request) {
+    PipeStore& pipe = request.pipe;
+    if (request.frameID == 0) return {getF0(request), pipe.frame0(), false};
+    PipeStore::Frame* frame = pipe.findFrame(request.frameID);
     const bool isNew = frame == nullptr;
-    if (isNew) frame = request.framePlace->second.get();
-
-    FrameStatus& status = frame->mStatus[request.tag];
-    Woken woken;
-    woken.state = kDelivered;
-    if (status.mState == kWaitedFor) {
-        // A line each for frame 0, for a frame that was there and for a new one: their numbers tell them apart.
-        if (request.frameID == 0) PS_LOG(5, "set notify all");
-        if (request.frameID != 0 && !isNew) PS_LOG(5, "set notify all");
-        if (isNew) PS_LOG(5, "set notify all");
-        status.mCond.notify_all();
-        if (request.frameID != 0) woken.frame = request.framePlace->second;
-        woken.status = &status;
-    }
-    storeRelaxed(status.mState, kDelivered);
-    return {value, std::move(woken)};
+    const Buffer& value = isNew ? createNew(request) : getDirectly(request, *frame);
+    return {value, *pipe.findFrame(request.frameID), isNew};
 }
 
 // ---- entries

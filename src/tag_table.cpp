@@ -16,21 +16,15 @@ constexpr int kTriesInOperation = 8;  // the store's mutex is held meanwhile
 constexpr int kTriesOutside = 1000;
 constexpr int kTriesAtEnd = 100000;
 
-// Its holder may be this very thread: POSIX lets a thread try a mutex that it holds, which std::mutex::try_lock does
-// not.
-bool tryRegisterMutex(int tries) {
-    for (; tries > 0; --tries) {
-        if (pthread_mutex_trylock(gRigisterMutex.native_handle()) == 0) return true;
-        std::this_thread::yield();
-    }
-    return false;
-}
-
-// gRigisterMutex, if it can be had without waiting, and the library has not been unloaded.
+// gRigisterMutex, if it can be had without waiting, and the library has not been unloaded. Its holder may be this very
+// thread: POSIX lets a thread try a mutex that it holds, which std::mutex::try_lock does not.
 class RegistryTry {
 public:
-    explicit RegistryTry(int tries) : mIsHeld(!TagTable::hasEnded() && tryRegisterMutex(tries)) {
-        if (mIsHeld) TagTable::catchUp();
+    explicit RegistryTry(int tries) {
+        for (; !TagTable::hasEnded() && !mIsHeld && tries > 0; --tries) {
+            mIsHeld = pthread_mutex_trylock(gRigisterMutex.native_handle()) == 0;
+            if (!mIsHeld) std::this_thread::yield();
+        }
     }
     ~RegistryTry() {
         if (mIsHeld) gRigisterMutex.unlock();
@@ -41,7 +35,7 @@ public:
     explicit operator bool() const { return mIsHeld; }
 
 private:
-    const bool mIsHeld;
+    bool mIsHeld = false;
 };
 
 }  // namespace
@@ -51,11 +45,11 @@ struct TagTable::Storage {
     std::deque<RegisteredTag> tags;
     std::deque<Slots> tables;
     std::deque<std::map<uint32_t, tag_info_t>::node_type> replaced;  // entries of the map
-    std::map<uint32_t, tag_info_t> kept;
+    std::map<uint32_t, tag_info_t> kept;                             // the map, after the end
 };
 
 std::atomic<TagTable::Slots*> TagTable::sSlots{nullptr};
-std::atomic<bool> TagTable::sIsStale{true};
+std::atomic<int> TagTable::sReaders{0};
 std::atomic<bool> TagTable::sHasEnded{false};
 TagTable::Storage* TagTable::sStorage = nullptr;
 
@@ -66,75 +60,98 @@ TagTable::Slots::Slots(size_t tags) {
     slots = std::make_unique<std::atomic<const RegisteredTag*>[]>(length);
 }
 
-const RegisteredTag* TagTable::findUnpublished(uint32_t id) {
-    const RegistryTry registry(kTriesInOperation);
-    return findPublished(id);
+TagReader::TagReader() {
+    if (const RegistryTry registry{kTriesOutside}) readMap();
 }
 
-const tag_info_t& TagTable::findOrInsert(uint32_t id) {
+TagReader::~TagReader() {
+    if (mHasRead) TagTable::sReaders.fetch_sub(1, std::memory_order_relaxed);
+}
+
+void TagReader::readMap() {
+    if (TagTable::isTrusted()) {
+        TagTable::publishMissing();
+    } else if (!TagTable::isMapPublished()) {
+        TagTable::rebuild();
+    }
+    if (!mHasRead) TagTable::sReaders.fetch_add(1, std::memory_order_release);
+    mHasRead = true;
+}
+
+const RegisteredTag* TagReader::lookUp(uint32_t id) {
+    if (const RegistryTry registry{kTriesInOperation}) readMap();
+    return TagTable::isTrusted() ? TagTable::find(id) : nullptr;
+}
+
+const tag_info_t& TagReader::findOrInsert(uint32_t id) {
     if (const RegisteredTag* tag = find(id)) return tag->info;
     if (const RegistryTry registry{kTriesInOperation}) {
         const tag_info_t& info = gTagInfo[id];
-        if (findPublished(id) == nullptr) publish(id, info, false);
+        readMap();
         return info;
     }
     static const tag_info_t& sEmpty = *new tag_info_t;
     return sEmpty;
 }
 
-bool TagTable::isRegistered(uint32_t id) {
+std::optional<bool> TagTable::isRegistered(uint32_t id) {
+    if (isTrusted() && find(id) != nullptr) return true;
     if (const RegistryTry registry{kTriesOutside}) return gTagInfo.count(id) != 0;
-    return findPublished(id) != nullptr;
+    return std::nullopt;
+}
+
+// Of the next two: if the table is not to be trusted, whoever holds the mutex for so long is this very thread.
+
+std::shared_ptr<creator_base_t> TagTable::creatorOf(uint32_t id) {
+    const RegisteredTag* tag = isTrusted() ? find(id) : nullptr;
+    if (tag != nullptr) return tag->info.mCreator;
+    const RegistryTry registry(kTriesOutside);
+    if (!registry && isTrusted()) return nullptr;
+    const auto it = gTagInfo.find(id);
+    return it != gTagInfo.end() ? it->second.mCreator : nullptr;
 }
 
 void TagTable::copyTo(std::map<uint32_t, tag_info_t>& out) {
     if (&out == &gTagInfo) return;
-    if (const RegistryTry registry{kTriesOutside}) {
+    const RegistryTry registry(kTriesOutside);
+    if (registry || !isTrusted()) {
         out = gTagInfo;
         return;
     }
     out.clear();
     const Slots* slots = sSlots.load(std::memory_order_acquire);
-    for (size_t i = 0; slots != nullptr && i <= slots->mask; ++i) {
+    for (size_t i = 0; i <= slots->mask; ++i) {
         if (const RegisteredTag* tag = slots->slots[i].load(std::memory_order_acquire)) out[tag->id] = tag->info;
     }
-}
-
-void TagTable::restart() {
-    sIsStale.store(true, std::memory_order_relaxed);
-    const RegistryTry registry(kTriesOutside);
-}
-
-void TagTable::catchUp() {
-    if (sIsStale.exchange(false, std::memory_order_relaxed)) {
-        if (!isMapPublished()) rebuild();
-        return;
-    }
-    if (sSlots.load(std::memory_order_relaxed)->count < gTagInfo.size()) {
-        for (const auto& [id, info] : gTagInfo) {
-            if (findPublished(id) == nullptr) publish(id, info, false);
-        }
-    }
-    if (sSlots.load(std::memory_order_relaxed)->count != gTagInfo.size()) rebuild();
 }
 
 bool TagTable::isMapPublished() {
     const Slots* slots = sSlots.load(std::memory_order_relaxed);
     if (slots == nullptr || slots->count != gTagInfo.size()) return false;
     for (const auto& [id, info] : gTagInfo) {
-        const RegisteredTag* tag = findPublished(id);
+        const RegisteredTag* tag = find(id);
         if (tag == nullptr || &tag->info != &info) return false;
     }
     return true;
 }
 
+void TagTable::publishMissing() {
+    if (sSlots.load(std::memory_order_relaxed)->count >= gTagInfo.size()) return;
+    for (const auto& [id, info] : gTagInfo) {
+        if (find(id) == nullptr) publish(id, info, false);
+    }
+}
+
 tag_info_t& TagTable::newEntry(uint32_t id) {
     const auto it = gTagInfo.find(id);
-    if (it != gTagInfo.end()) sStorage->replaced.push_back(gTagInfo.extract(it));
+    if (it == gTagInfo.end()) return gTagInfo[id];
+    if (sStorage == nullptr) sStorage = new Storage;
+    sStorage->replaced.push_back(gTagInfo.extract(it));
     return gTagInfo[id];
 }
 
 void TagTable::publish(uint32_t id, const tag_info_t& info, bool hasLibraryCreator) {
+    if (sSlots.load(std::memory_order_relaxed) == nullptr) rebuild();
     Slots& slots = *sSlots.load(std::memory_order_relaxed);
     std::shared_ptr<creator_base_t> libraryCreator = hasLibraryCreator ? info.mCreator : nullptr;
     put(slots, sStorage->tags.emplace_back(RegisteredTag{id, info, std::move(libraryCreator)}));
@@ -146,7 +163,7 @@ void TagTable::rebuild() {
     if (sStorage == nullptr) sStorage = new Storage;
     Slots& slots = sStorage->tables.emplace_back(gTagInfo.size());
     for (const auto& [id, info] : gTagInfo) {
-        const RegisteredTag* tag = findPublished(id);
+        const RegisteredTag* tag = find(id);
         if (tag == nullptr || &tag->info != &info) {
             tag = &sStorage->tags.emplace_back(RegisteredTag{id, info, nullptr});
         }
@@ -162,11 +179,10 @@ void TagTable::put(Slots& slots, const RegisteredTag& tag) {
 }
 
 void TagTable::end(bool callsStillRun) {
+    // A registration that is under way is about to end; none begins any more.
+    const RegistryTry registry(kTriesAtEnd);
     sHasEnded = true;
-    // No registration begins any more. One that still runs is about to end.
-    const bool isHeld = tryRegisterMutex(kTriesAtEnd);
-    if (callsStillRun) sStorage->kept.swap(gTagInfo);
-    if (isHeld) gRigisterMutex.unlock();
+    if (callsStillRun && sStorage != nullptr) sStorage->kept.swap(gTagInfo);
 }
 
 }  // namespace zarn

@@ -3,17 +3,22 @@
 // gTagInfo is a map that changes under gRigisterMutex, and no operation of the store waits for that mutex. So the
 // address of each entry of the map is published in a table that is read without a lock: a slot that has an entry never
 // loses it, and a table that is full is replaced whole by a larger one. Replaced tables and entries stay until the
-// library is unloaded, since a reader may still look at them.
+// library is unloaded, since a reader may still look at them. While there is no store, a program may change the map at
+// will: what the table has is then not to be trusted.
 
 #ifndef PARAMSET_TAG_TABLE_H
 #define PARAMSET_TAG_TABLE_H
 
 #include <atomic>
 #include <memory>
+#include <optional>
 
 #include "include/paramset.h"
 
 namespace zarn {
+
+constexpr int32_t kTagTypeStatic = 1;  // frame 0 only
+constexpr int32_t kTagTypeQueue = 2;   // history trimmed to the retain number
 
 // An entry of the map.
 struct RegisteredTag {
@@ -28,30 +33,14 @@ struct RegisteredTag {
 
 class TagTable {
 public:
-    // Null if the map does not have the tag. Never waits: what a program put into the map by itself is not found while
-    // gRigisterMutex is held elsewhere.
-    static const RegisteredTag* find(uint32_t id) {
-        const RegisteredTag* tag = findPublished(id);
-        return tag != nullptr && !sIsStale.load(std::memory_order_relaxed) ? tag : findUnpublished(id);
-    }
-
-    // As find, but a tag that the map does not have gets an empty entry there. While gRigisterMutex is held elsewhere
-    // the map stays as it is, and the empty entry that is returned is not in it.
-    static const tag_info_t& findOrInsert(uint32_t id);
-
-    // Whether the map has the tag.
-    static bool isRegistered(uint32_t id);
-
+    // Whether the map has the tag; none if that cannot be told without waiting for gRigisterMutex.
+    static std::optional<bool> isRegistered(uint32_t id);
+    // The map's creator of the tag; null if there is none.
+    static std::shared_ptr<creator_base_t> creatorOf(uint32_t id);
     // Copies the map.
     static void copyTo(std::map<uint32_t, tag_info_t>& out);
 
-    // A store is about to be built: begins with the map as it is, whatever a program did to it while there was none.
-    static void restart();
-
-    // gRigisterMutex held, and just taken: publishes what a program did to the map by itself.
-    static void catchUp();
-
-    // gRigisterMutex held. An entry of the map to be filled and published, in place of an earlier one.
+    // gRigisterMutex held. An empty entry of the map; an earlier one is taken out, and stays for who reads it.
     static tag_info_t& newEntry(uint32_t id);
     // gRigisterMutex held. Publishes an entry of the map.
     static void publish(uint32_t id, const tag_info_t& info, bool hasLibraryCreator);
@@ -61,6 +50,8 @@ public:
     static bool hasEnded() { return sHasEnded.load(); }
 
 private:
+    friend class TagReader;
+
     // A hash table with open addressing. At most half of it is taken.
     struct Slots {
         explicit Slots(size_t tags);
@@ -72,21 +63,51 @@ private:
     };
     struct Storage;
 
-    static const RegisteredTag* findPublished(uint32_t id) {
+    static const RegisteredTag* find(uint32_t id) {
         const Slots* slots = sSlots.load(std::memory_order_acquire);
         return slots != nullptr ? slots->of(id).load(std::memory_order_acquire) : nullptr;
     }
-    [[gnu::cold]] static const RegisteredTag* findUnpublished(uint32_t id);
+
+    // While there is a store that has read the map, the map only grows.
+    static bool isTrusted() { return sReaders.load(std::memory_order_acquire) != 0; }
 
     // gRigisterMutex held.
     static bool isMapPublished();
     static void rebuild();
+    static void publishMissing();
     static void put(Slots& slots, const RegisteredTag& tag);
 
     static std::atomic<Slots*> sSlots;
-    static std::atomic<bool> sIsStale;  // the map may have changed at will since it was last compared
+    static std::atomic<int> sReaders;  // stores that have read the map
     static std::atomic<bool> sHasEnded;
     static Storage* sStorage;  // gRigisterMutex held
+};
+
+// The table as one store reads it. The store begins with the map as it is then.
+class TagReader {
+public:
+    // While gRigisterMutex is held elsewhere, a store without another one beside it knows no tag yet.
+    TagReader();
+    ~TagReader();
+    TagReader(const TagReader&) = delete;
+    TagReader& operator=(const TagReader&) = delete;
+
+    // Null if the map does not have the tag. Never waits: what a program put into the map by itself is not found while
+    // gRigisterMutex is held elsewhere.
+    const RegisteredTag* find(uint32_t id) {
+        const RegisteredTag* tag = TagTable::find(id);
+        return tag != nullptr && TagTable::isTrusted() ? tag : lookUp(id);
+    }
+
+    // As find, but a tag that the map does not have gets an empty entry there. While gRigisterMutex is held elsewhere
+    // the map stays as it is, and the empty entry that is returned is not in it.
+    const tag_info_t& findOrInsert(uint32_t id);
+
+private:
+    [[gnu::cold]] const RegisteredTag* lookUp(uint32_t id);
+    void readMap();  // gRigisterMutex held
+
+    bool mHasRead = false;  // gRigisterMutex held
 };
 
 inline std::atomic<const RegisteredTag*>& TagTable::Slots::of(uint32_t id) const {

@@ -1,0 +1,142 @@
+// Where in the maps of one pipe things are. The nodes of a map do not move, so their addresses are remembered here, and
+// what was found once is found again in one step. The maps stay the truth: nothing but addresses is kept, and all of
+// them may be forgotten at any time.
+// Used by PipeStore alone. Guarded by ParamSet::mMutex.
+
+#ifndef PARAMSET_PIPE_INDEX_H
+#define PARAMSET_PIPE_INDEX_H
+
+#include <array>
+#include <deque>
+#include <map>
+#include <memory>
+#include <vector>
+
+#include "include/paramset.h"
+
+namespace zarn {
+
+struct RegisteredTag;
+
+using Buffer = std::shared_ptr<void>;                            // of a value; empty: no buffer
+using Values = std::map<uint32_t, Buffer>;                       // ParamFrame::mTags
+using Frames = std::map<uint32_t, std::shared_ptr<ParamFrame>>;  // pipe_elem::mFrames
+using Checkpoints = std::vector<uint32_t>;                       // ascending frame ids
+
+// A tag in one pipe.
+struct IndexedTag {
+    uint32_t id;
+    uint32_t number;                            // the tags of a pipe are numbered in the order in which it met them
+    const RegisteredTag* registered = nullptr;  // null: not registered
+    uint32_t* erasePoint = nullptr;             // null: unknown
+    std::shared_ptr<Checkpoints>* checkpoints = nullptr;  // null: unknown
+    Values::node_type kept = {};                          // an erased value, for the next frame that is given the tag
+};
+
+class TagIndex {
+public:
+    // The tag, made if the pipe has not met it. Stays valid until clear.
+    IndexedTag& of(uint32_t id) {
+        if (mLast != nullptr && mLast->id == id) return *mLast;
+        if (!mSlots.empty()) mLast = slotOf(id).tag;
+        return mLast != nullptr && mLast->id == id ? *mLast : add(id);
+    }
+    size_t size() const { return mTags.size(); }
+    void forgetPlaces();
+    void clear();
+
+private:
+    // Open addressing; at most half of the slots are taken.
+    struct Slot {
+        uint32_t id;
+        IndexedTag* tag;  // null: free
+    };
+
+    Slot& slotOf(uint32_t id) {
+        constexpr uint32_t kSpread = 0x9E3779B1u;  // 2^32 by the golden ratio: neighbouring ids do not share a slot
+        size_t i = (id * kSpread) >> 7;
+        while (mSlots[i & mMask].tag != nullptr && mSlots[i & mMask].id != id) ++i;
+        return mSlots[i & mMask];
+    }
+    [[gnu::cold]] IndexedTag& add(uint32_t id);
+
+    std::vector<Slot> mSlots;
+    size_t mMask = 0;
+    std::deque<IndexedTag> mTags;
+    IndexedTag* mLast = nullptr;  // asked for last, and often asked for again
+};
+
+// A value and a record of one tag in one frame.
+struct TagPlaces {
+    Values::iterator value;  // end: unknown
+    FrameStatus* record;     // null: unknown
+};
+
+// How much of a map is remembered.
+struct Known {
+    uint32_t places = 0;
+    uint32_t size = 0;  // of the map, when it was last used here
+
+    bool isAll() const { return places == size; }
+};
+
+// A frame of one pipe.
+struct IndexedFrame {
+    // Places by the numbers of their tags, in pieces: a frame with few tags of many is small.
+    static constexpr size_t kPiece = 32;
+    using Piece = std::array<TagPlaces, kPiece>;
+
+    uint32_t id = 0;
+    ParamFrame* frame = nullptr;  // null: no frame
+    Frames::iterator node = {};   // in pipe_elem::mFrames; frame 0 has none
+    Known values;
+    Known records;
+    std::vector<std::unique_ptr<Piece>> pieces;
+
+    // Nothing is known of its maps but how large they are.
+    void noteSizes();
+
+    // Null: nothing is known of the tag in this frame.
+    TagPlaces* find(const IndexedTag& tag) const {
+        const size_t piece = tag.number / kPiece;
+        if (piece >= pieces.size() || pieces[piece] == nullptr) return nullptr;
+        return &(*pieces[piece])[tag.number % kPiece];
+    }
+};
+
+class FrameIndex {
+public:
+    // Null: unknown. A frame stays valid until another is added.
+    IndexedFrame* find(uint32_t id) {
+        if (mRing.empty()) return nullptr;
+        IndexedFrame& frame = mRing[id & mMask];
+        return frame.frame != nullptr && frame.id == id ? &frame : nullptr;
+    }
+    // The frame must be unknown. May forget another one.
+    IndexedFrame& add(Frames::iterator node);
+    void forget(IndexedFrame& frame);
+    void forgetAll();
+    // As forgetAll, and gives the memory back.
+    void clear();
+    size_t size() const { return mSize; }
+
+    // What is known of a tag in a frame, be it one of these or frame 0; to be filled.
+    TagPlaces& placesOf(IndexedFrame& frame, const IndexedTag& tag);
+    void forgetPlaces(IndexedFrame& frame);
+
+private:
+    static constexpr size_t kFewestFrames = 16;
+    static constexpr size_t kMostFrames = 1024;
+    static constexpr size_t kMostSpare = 64;
+
+    void grow();
+
+    std::vector<IndexedFrame> mRing;  // by the low bits of their ids
+    size_t mMask = 0;
+    size_t mSize = 0;
+    std::vector<std::unique_ptr<IndexedFrame::Piece>> mSpare;
+};
+
+}  // namespace zarn
+
+#endif  // PARAMSET_PIPE_INDEX_H

@@ -1,0 +1,260 @@
+// The pipe's operations that change something, and what they look up for the first time.
+
+#include "src/pipe_store.h"
+
+#include <algorithm>
+
+#include "src/trace.h"
+
+namespace zarn {
+
+namespace {
+
+constexpr uint64_t kCheckpointBound = 300;  // of a tag that is not of type 2
+
+}  // namespace
+
+std::atomic<uint32_t> PipeStore::sChanges{0};
+
+PipeStore::PipeStore(uint32_t camID, int pipe, pipe_elem& elem, TagReader& registry, ParamSet* store)
+    : mCamID(camID), mPipe(pipe), mElem(elem), mRegistry(registry), mStore(store) {
+    forgetPlaces();
+}
+
+void PipeStore::forgetPlaces() {
+    mTags.forgetPlaces();
+    mFrames.forgetAll();
+    mFrame0.frame = mElem.mF0.get();
+    forgetPlaces(mFrame0);
+    mChanges = sChanges.load(std::memory_order_relaxed);
+    mFrameCount = mElem.mFrames.size();
+    mErasePointCount = mElem.mErasePoint.size();
+    mListCount = mElem.mCheckPoint.size();
+}
+
+void PipeStore::forgetPlaces(Frame& frame) {
+    mFrames.forgetPlaces(frame);
+    frame.noteSizes();
+}
+
+void PipeStore::shrink() {
+    mTags.clear();
+    mFrames.clear();
+    mFrame0 = Frame();
+    forgetPlaces();
+}
+
+// ---- checkpoints
+
+size_t PipeStore::addCheckpoint(Tag& tag, uint32_t frameID) {
+    std::shared_ptr<Checkpoints>& ids = listOf(tag);
+    if (ids == nullptr) ids = std::make_shared<Checkpoints>();
+    const bool isNewest = ids->empty() || ids->back() <= frameID;
+    ids->insert(isNewest ? ids->end() : std::upper_bound(ids->begin(), ids->end(), frameID), frameID);
+    return ids->size();
+}
+
+void PipeStore::dropCheckpoints(Tag& tag, uint32_t limit) {
+    Checkpoints& ids = *listOf(tag);
+    ids.erase(ids.begin(), std::upper_bound(ids.begin(), ids.end(), limit));
+}
+
+// ---- frames
+
+PipeStore::Frame* PipeStore::lookUpFrame(uint32_t id) {
+    // One of this id was known at another address: the program has put another one in its place.
+    if (Frame* replaced = mFrames.find(id)) mFrames.forget(*replaced);
+    const auto node = mElem.mFrames.find(id);
+    if (node == mElem.mFrames.end() || node->second == nullptr) return nullptr;
+    return &mFrames.add(node);
+}
+
+PipeStore::Frame& PipeStore::addFrame(uint32_t id) {
+    const auto node = mElem.mFrames.try_emplace(mElem.mFrames.end(), id);
+    node->second.reset(new ParamFrame(mCamID, id, mStore, &gTagInfo));
+    mFrameCount = mElem.mFrames.size();
+    return mFrames.add(node);
+}
+
+Frames::iterator PipeStore::removeFrame(Frame& frame) {
+    const auto node = frame.node;
+    mFrames.forget(frame);
+    const auto next = mElem.mFrames.erase(node);
+    mFrameCount = mElem.mFrames.size();
+    return next;
+}
+
+// ---- values and records
+
+// The frame's values, with nothing known of them that is not so.
+Values& PipeStore::valuesOf(Frame& frame) {
+    Values& values = frame.frame->mTags;
+    if (frame.values.size != values.size()) forgetPlaces(frame);
+    return values;
+}
+
+std::map<uint32_t, FrameStatus>& PipeStore::recordsOf(Frame& frame) {
+    std::map<uint32_t, FrameStatus>& records = frame.frame->mStatus;
+    if (frame.records.size != records.size()) forgetPlaces(frame);
+    return records;
+}
+
+const Buffer* PipeStore::lookUpValue(Frame& frame, Tag& tag) {
+    Values& values = valuesOf(frame);
+    const auto place = values.find(tag.id);
+    return place != values.end() ? &rememberValue(frame, tag, place) : nullptr;
+}
+
+const Buffer& PipeStore::rememberValue(Frame& frame, Tag& tag, Values::iterator place) {
+    TagPlaces& places = mFrames.placesOf(frame, tag);
+    if (places.value == frame.frame->mTags.end()) ++frame.values.places;
+    places.value = place;
+    frame.values.size = static_cast<uint32_t>(frame.frame->mTags.size());
+    return place->second;
+}
+
+const Buffer& PipeStore::createTag(Frame& frame, Tag& tag) {
+    if (tag.registered == nullptr || tag.registered->info.mCreator == nullptr) {
+        PS_LOG(1, "X Failed to create tag, no such creator: %d", tag.id);
+        return kNoBuffer;
+    }
+    const Buffer& buffer = !tag.kept.empty() && &frame != &mFrame0 ? useKept(frame, tag) : useCreator(frame, tag);
+    PS_LOG(5, "X:%s", buffer != nullptr ? "ok" : "fail");
+    return buffer;
+}
+
+const Buffer& PipeStore::useKept(Frame& frame, Tag& tag) {
+    return rememberValue(frame, tag, valuesOf(frame).insert(std::move(tag.kept)).position);
+}
+
+const Buffer& PipeStore::useCreator(Frame& frame, Tag& tag) {
+    const uint32_t frameID = frame.id;
+    Buffer made = tag.registered->info.mCreator->create(nullptr);
+    // A program's own creator may have used the frame, and even removed it.
+    const bool isMoved = !tag.registered->hasLibraryCreator() && noticeChanges();
+    Frame* now = isMoved && frameID != 0 ? findFrame(frameID) : &frame;
+    if (now == nullptr) return kNoBuffer;
+    return rememberValue(*now, tag, valuesOf(*now).insert_or_assign(tag.id, std::move(made)).first);
+}
+
+void PipeStore::removeValue(Frame& frame, Tag& tag) {
+    Values& values = valuesOf(frame);
+    TagPlaces* places = frame.find(tag);
+    const bool isKnown = places != nullptr && places->value != values.end();
+    if (!isKnown && frame.values.isAll()) return;
+    const auto place = isKnown ? places->value : values.find(tag.id);
+    if (place == values.end()) return;
+    if (isKnown) {
+        places->value = values.end();
+        --frame.values.places;
+    }
+    if (isWorthKeeping(tag, place->second)) {
+        tag.kept = values.extract(place);
+    } else {
+        values.erase(place);
+    }
+    frame.values.size = static_cast<uint32_t>(values.size());
+}
+
+// Its bytes are overwritten by the set that takes it, and its creator would have made the same.
+bool PipeStore::isWorthKeeping(const Tag& tag, const Buffer& buffer) {
+    if (!tag.kept.empty() || buffer.use_count() != 1) return false;
+    std::atomic_thread_fence(std::memory_order_acquire);  // whoever else had a share has read before it went
+    return tag.registered != nullptr && tag.registered->hasLibraryCreator();
+}
+
+FrameStatus& PipeStore::record(Frame& frame, Tag& tag) {
+    std::map<uint32_t, FrameStatus>& records = recordsOf(frame);
+    TagPlaces& places = mFrames.placesOf(frame, tag);
+    if (places.record == nullptr) {
+        places.record = &records.try_emplace(tag.id).first->second;
+        frame.records = {frame.records.places + 1, static_cast<uint32_t>(records.size())};
+    }
+    return *places.record;
+}
+
+FrameStatus* PipeStore::findRecord(Frame& frame, Tag& tag) {
+    const std::map<uint32_t, FrameStatus>& records = recordsOf(frame);
+    const TagPlaces* places = frame.find(tag);
+    if (places != nullptr && places->record != nullptr) return places->record;
+    const bool isThere = !frame.records.isAll() && records.find(tag.id) != records.end();
+    return isThere ? &record(frame, tag) : nullptr;
+}
+
+// ---- erasing
+
+void PipeStore::autoErase(Tag& tag, uint32_t frameID) {
+    const tag_info_t& info = tag.registered != nullptr ? tag.registered->info : mRegistry.findOrInsert(tag.id);
+    Checkpoints& ids = *listOf(tag);
+    const auto count = static_cast<uint32_t>(ids.size());
+    uint64_t limit = kCheckpointBound;
+    if (info.mTagType == kTagTypeQueue) {
+        PS_TRACE("pipe %d tag %d, head %u, queueSize %u", mPipe, tag.id, ids.empty() ? 0 : ids.front(), count);
+        limit = static_cast<uint64_t>(int64_t{info.mRetainNum});
+    } else {
+        if (count < kCheckpointBound) return;
+        PS_TRACE("cam %d pipe %d tag %d, erased %u, cur sof %d", mCamID, mPipe, tag.id, ids.front(), frameID);
+    }
+
+    while (!ids.empty() && limit <= ids.size()) {
+        const uint32_t head = ids.front();
+        if (Frame* frame = findFrame(head)) {
+            removeValue(*frame, tag);
+            if (frame->frame->mTags.empty() && head != frameID) removeFrame(*frame);
+        }
+        setErasePoint(tag, head);
+        ids.erase(ids.begin());
+    }
+}
+
+bool PipeStore::dropValues(Tag& tag, uint32_t limit, Sweep& sweep) {
+    auto node = mElem.mFrames.begin();
+    if (node == mElem.mFrames.end() || node->first > limit) return false;
+    sweep.passes.push_back({&tag, limit});
+    while (node != mElem.mFrames.end() && node->first <= limit) {
+        Frame* frame = findFrame(node->first);
+        node = frame == nullptr            ? mElem.mFrames.erase(node)
+               : !drop(*frame, tag, sweep) ? std::next(node)
+                                           : removeFrame(*frame);
+    }
+    mFrameCount = mElem.mFrames.size();
+    return true;
+}
+
+// Tells whether the frame is to leave the pipe. A frame that stays gets its records at the end of the sweep, since most
+// do not stay; one that leaves, while a get waits in it, gets them now.
+bool PipeStore::drop(Frame& frame, Tag& tag, Sweep& sweep) {
+    FrameStatus* status = findRecord(frame, tag);
+    const bool isWaitedFor = status != nullptr && wakeWaiters(*status);
+    removeValue(frame, tag);
+    if (!frame.frame->mTags.empty()) return false;
+    if (frame.node->second.use_count() > 1) {
+        leaveRecords(frame, sweep);
+        // Nobody begins to wait in a frame that has left its pipe.
+        if (isWaitedFor) sweep.woken.push_back({frame.node->second, status, kWaitedFor});
+    }
+    return true;
+}
+
+void PipeStore::leaveRecords(Frame& frame, const Sweep& sweep) {
+    for (const Sweep::Pass& pass : sweep.passes) {
+        if (frame.id <= pass.limit) record(frame, *pass.tag);
+    }
+}
+
+void PipeStore::leaveRecords(const Sweep& sweep) {
+    uint32_t limit = 0;
+    for (const Sweep::Pass& pass : sweep.passes) limit = std::max(limit, pass.limit);
+    for (auto node = mElem.mFrames.begin(); node != mElem.mFrames.end() && node->first <= limit; ++node) {
+        leaveRecords(*findFrame(node->first), sweep);
+    }
+}
+
+void PipeStore::resetFrame0(Sweep& sweep) {
+    for (auto& [id, status] : mFrame0.frame->mStatus) {
+        if (wakeWaiters(status)) sweep.woken.push_back({nullptr, &status, 0});
+        storeRelaxed(status.mState, 0);
+    }
+}
+
+}  // namespace zarn

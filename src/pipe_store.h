@@ -1,0 +1,207 @@
+// What one pipe of a camera holds: its frames with their values and records, frame 0, and each tag's checkpoints and
+// erase point. The only code that changes pipe_elem's maps, and the mTags and mStatus of its frames. Which buffer
+// answers, who waits and what is erased is decided above; nothing here calls back up.
+// Beside the maps an index remembers where in them things are. What a program changes in the maps by itself, through
+// ParamSet::getPsHandle, is noticed by that call, by the maps' sizes and by the frames' addresses, and forgotten.
+// Guarded by ParamSet::mMutex.
+
+#ifndef PARAMSET_PIPE_STORE_H
+#define PARAMSET_PIPE_STORE_H
+
+#include <algorithm>
+#include <atomic>
+
+#include "src/pipe_index.h"
+#include "src/tag_table.h"
+#include "src/waiters.h"
+
+namespace zarn {
+
+inline const Buffer kNoBuffer;
+
+class PipeStore {
+public:
+    using Tag = IndexedTag;      // valid until the pipe is shrunk or mMutex released
+    using Frame = IndexedFrame;  // valid until another frame is asked for or mMutex released
+
+    PipeStore(uint32_t camID, int pipe, pipe_elem& elem, TagReader& registry, ParamSet* store);
+    PipeStore(const PipeStore&) = delete;
+    PipeStore& operator=(const PipeStore&) = delete;
+
+    uint32_t camID() const { return mCamID; }
+    int pipe() const { return mPipe; }
+
+    // At the begin of each access: forgets the places of what somebody else has changed. Tells whether it did.
+    bool noticeChanges() {
+        const bool isUnchanged = mChanges == sChanges.load(std::memory_order_relaxed) && isAsLeft();
+        if (!isUnchanged) forgetPlaces();
+        return !isUnchanged;
+    }
+    // Somebody else may change the maps of any pipe. Thread-safe; mMutex need not be held.
+    static void announceChange() { sChanges.fetch_add(1, std::memory_order_relaxed); }
+
+    // ---- tags
+
+    Tag& tag(uint32_t id) {
+        Tag& tag = mTags.of(id);
+        if (tag.registered == nullptr) tag.registered = mRegistry.find(id);
+        return tag;
+    }
+    // The one that metadata is listed under, which is never registered.
+    Tag& metadataTag() { return mTags.of(METADATA_TAG); }
+
+    // 0 if the tag had none: then it is made.
+    uint32_t erasePoint(Tag& tag) { return *erasePointOf(tag); }
+    void setErasePoint(Tag& tag, uint32_t frameID) { *erasePointOf(tag) = frameID; }
+
+    // ---- checkpoints
+
+    // The tag's list, ascending; null if it has none: then an empty entry is made for it.
+    const Checkpoints* checkpoints(Tag& tag) { return listOf(tag).get(); }
+    // The newest one at or before a frame; 0 if there is none.
+    static uint32_t newestCheckpoint(const Checkpoints& ids, uint32_t frameID);
+    // Adds a frame, after equal ones, to the tag's list, which is made if there is none. Returns its length.
+    size_t addCheckpoint(Tag& tag, uint32_t frameID);
+    // The lists of all tags.
+    const std::map<uint32_t, std::shared_ptr<Checkpoints>>& checkpointLists() const { return mElem.mCheckPoint; }
+
+    // ---- frames
+
+    size_t frameCount() const { return mElem.mFrames.size(); }
+    // The greatest frame id; 0 if there is no frame.
+    uint32_t newestFrameID() const { return mElem.mFrames.empty() ? 0 : mElem.mFrames.rbegin()->first; }
+    Frame& frame0() { return mFrame0; }
+    // Null if the pipe does not have the frame.
+    Frame* findFrame(uint32_t id);
+    // A new frame; the pipe must not have it.
+    Frame& addFrame(uint32_t id);
+    // Keeps a frame of findFrame or addFrame alive.
+    static std::shared_ptr<ParamFrame> share(const Frame& frame) { return frame.node->second; }
+
+    // ---- values and records of a tag in a frame
+
+    // Null if the frame does not have the tag. The buffer stays where the frame holds it.
+    const Buffer* value(Frame& frame, Tag& tag);
+    // Gives a frame that does not have the tag a buffer with undefined bytes; logs it. Empty if there is none to be
+    // had.
+    const Buffer& createTag(Frame& frame, Tag& tag);
+    // Made if there is none.
+    FrameStatus& record(Frame& frame, Tag& tag);
+
+    // ---- erasing
+
+    // Trims the tag's checkpoints, for one more that a write to a frame is about to add: removes the oldest, with their
+    // values, until fewer than the tag's limit are left. A frame without any value left goes, unless it is the written
+    // one. The erase point follows.
+    void autoErase(Tag& tag, uint32_t frameID);
+    // Removes the tag's checkpoints at or below the limit.
+    void dropCheckpoints(Tag& tag, uint32_t limit);
+
+    // What one erase has done so far.
+    struct Sweep {
+        struct Pass {
+            Tag* tag;
+            uint32_t limit;
+        };
+        std::vector<Pass> passes;
+        std::vector<Woken> woken;
+    };
+    // Removes the tag from the frames at or below the limit, and those without any value left from the pipe; wakes who
+    // waits for the tag there. Tells whether there is any such frame.
+    bool dropValues(Tag& tag, uint32_t limit, Sweep& sweep);
+    // Leaves a record of each pass in the frames that it reached and that are still there.
+    void leaveRecords(const Sweep& sweep);
+    // Makes frame 0 wait for deliveries again; wakes who waits for any tag there.
+    void resetFrame0(Sweep& sweep);
+    // Gives back the memory that is not the maps'.
+    void shrink();
+
+private:
+    friend struct IndexCheck;  // a test's
+
+    bool isAsLeft() const {
+        return mFrame0.frame == mElem.mF0.get() && mFrameCount == mElem.mFrames.size() &&
+               mErasePointCount == mElem.mErasePoint.size() && mListCount == mElem.mCheckPoint.size();
+    }
+    void forgetPlaces();
+    void forgetPlaces(Frame& frame);
+
+    uint32_t* erasePointOf(Tag& tag);
+    std::shared_ptr<Checkpoints>& listOf(Tag& tag);
+    Frame* lookUpFrame(uint32_t id);
+    Values& valuesOf(Frame& frame);
+    const Buffer* lookUpValue(Frame& frame, Tag& tag);
+    const Buffer& rememberValue(Frame& frame, Tag& tag, Values::iterator place);
+    const Buffer& useKept(Frame& frame, Tag& tag);
+    const Buffer& useCreator(Frame& frame, Tag& tag);
+    static bool isWorthKeeping(const Tag& tag, const Buffer& buffer);
+    std::map<uint32_t, FrameStatus>& recordsOf(Frame& frame);
+    FrameStatus* findRecord(Frame& frame, Tag& tag);
+
+    void removeValue(Frame& frame, Tag& tag);
+    Frames::iterator removeFrame(Frame& frame);
+    bool drop(Frame& frame, Tag& tag, Sweep& sweep);
+    void leaveRecords(Frame& frame, const Sweep& sweep);
+
+    static std::atomic<uint32_t> sChanges;
+
+    const uint32_t mCamID;
+    const int mPipe;
+    pipe_elem& mElem;
+    TagReader& mRegistry;
+    ParamSet* const mStore;
+
+    TagIndex mTags;
+    FrameIndex mFrames;
+    Frame mFrame0;
+    // As the maps were left: announced changes, and sizes.
+    uint32_t mChanges = 0;
+    size_t mFrameCount = 0;
+    size_t mErasePointCount = 0;
+    size_t mListCount = 0;
+};
+
+inline PipeStore::Frame* PipeStore::findFrame(uint32_t id) {
+    Frame* frame = mFrames.find(id);
+    if (frame != nullptr && frame->node->second.get() == frame->frame) return frame;
+    // Every frame of the pipe is known, and this one is not.
+    if (frame == nullptr && mFrames.size() == mFrameCount) return nullptr;
+    return lookUpFrame(id);
+}
+
+inline const Buffer* PipeStore::value(Frame& frame, Tag& tag) {
+    const Values& values = frame.frame->mTags;
+    if (frame.values.size == values.size()) {
+        const TagPlaces* places = frame.find(tag);
+        if (places != nullptr && places->value != values.end()) return &places->value->second;
+        if (frame.values.isAll()) return nullptr;
+    }
+    return lookUpValue(frame, tag);
+}
+
+inline uint32_t* PipeStore::erasePointOf(Tag& tag) {
+    if (tag.erasePoint == nullptr) {
+        tag.erasePoint = &mElem.mErasePoint.try_emplace(tag.id, 0).first->second;
+        mErasePointCount = mElem.mErasePoint.size();
+    }
+    return tag.erasePoint;
+}
+
+inline std::shared_ptr<Checkpoints>& PipeStore::listOf(Tag& tag) {
+    if (tag.checkpoints == nullptr) {
+        tag.checkpoints = &mElem.mCheckPoint[tag.id];
+        mListCount = mElem.mCheckPoint.size();
+    }
+    return *tag.checkpoints;
+}
+
+// Most requests are for a frame that no checkpoint comes after.
+inline uint32_t PipeStore::newestCheckpoint(const Checkpoints& ids, uint32_t frameID) {
+    if (!ids.empty() && ids.back() <= frameID) return ids.back();
+    const auto later = std::upper_bound(ids.begin(), ids.end(), frameID);
+    return later != ids.begin() ? *(later - 1) : 0;
+}
+
+}  // namespace zarn
+
+#endif  // PARAMSET_PIPE_STORE_H
