@@ -1,6 +1,7 @@
 // How values go: trimming, and the explicit erase.
 
 #include <numeric>
+#include <string>
 
 #include "tests/store_fixture.h"
 
@@ -107,6 +108,18 @@ TEST_F(FrameLifetime, WhatFrameZeroItselfAnsweredIsSavedToFrameZero) {
     EXPECT_EQ(erasePs(kCam, kPipe, 257), PS_OK);
     EXPECT_EQ(takeLog(2), (Lines{"2 getParamInternal: frameID 245 <= Erased 250, tag need life >= 12"}));
     EXPECT_EQ(get(245), 500u);
+}
+
+TEST_F(FrameLifetime, EraseThatFindsNoValueToSaveLeavesZerosInFrameZero) {
+    constexpr uint32_t kLate = 22;
+    set(10, 5, kLate);  // a frame and a checkpoint, but no value
+    registerPsDynamicParam(kLate, 4096, 0, "late", "page");
+    EXPECT_EQ(std::vector<char>(4096, 'Z').back(), 'Z');  // memory that the value may get
+    EXPECT_EQ(erasePs(kCam, kPipe, 20), PS_NO_BUFFER);
+    EXPECT_EQ(countLogged("1 _erase: fail to save data to F0"), 1u);
+    std::string bytes(4096, '?');
+    EXPECT_EQ(getPsParam(kCam, kPipe, 10, kLate, bytes.data()), PS_OK);
+    EXPECT_EQ(bytes, std::string(4096, '\0'));
 }
 
 }  // namespace

@@ -180,7 +180,7 @@ public:
                 status.state = 2;
                 wait(r, result);
             }
-            stored = frameZero(r, false);
+            stored = frameZero(r);
         } else {
             Frame& frame = pipe.frames.count(r.frame) != 0 ? pipe.frames[r.frame] : makeFrame(r);
             Status& status = frame.status[r.tag];
@@ -205,7 +205,7 @@ public:
         log(traceLevel(), "_setParamSyn", "camID: %d, pipe: %d, frameID: %d, tag: %d,", r.cam, r.pipe, r.frame, r.tag);
         if (refusePipe(r, "_setParamSyn")) return 1;
         const uint32_t result = preproc(r);
-        Value* stored = r.frame == 0 ? frameZero(r, true) : ownOrCheckpoint(r, true);
+        Value* stored = r.frame == 0 ? frameZero(r) : ownOrCheckpoint(r, true);
         Status& status = (r.frame == 0 ? pipeOf(r).zero : pipeOf(r).frames.at(r.frame)).status[r.tag];
         if (status.state == 2) log(5, "_setParamSyn", "set notify all");
         status.state = 1;
@@ -417,8 +417,8 @@ private:
         }
         log(5, "getParamInternal", "E cam %d pipe %d frame %d tag %d erasePoint:%d", r.cam, r.pipe, r.frame, r.tag,
             pipe.erasePoints[r.tag]);
-        if (r.frame == 0 || tagOf(r.tag).type == 1) return frameZero(r, write);
-        if (checkErased(r, "getParamInternal") != 0) return frameZero(r, write);
+        if (r.frame == 0 || tagOf(r.tag).type == 1) return frameZero(r);
+        if (checkErased(r, "getParamInternal") != 0) return frameZero(r);
         return ownOrCheckpoint(r, write);
     }
 
@@ -443,12 +443,12 @@ private:
         return 3;
     }
 
-    // A read does not give away memory that nobody wrote.
-    Value* frameZero(const Request& r, bool write) {
+    // All zeros at first: nobody is given memory that nobody wrote.
+    Value* frameZero(const Request& r) {
         Frame& zero = pipeOf(r).zero;
         if (zero.tags.count(r.tag) != 0) return &zero.tags[r.tag];
         Value* const value = createTag(zero, r.tag);
-        if (value != nullptr && value->made && !write) value->known = true;
+        if (value != nullptr && value->made) value->known = true;
         return value;
     }
 
@@ -468,7 +468,7 @@ private:
         const uint32_t related = findRelated(pipe, r.tag, r.frame);
         log(traceLevel(), "permiProc", "cam %u pipe %d tag %d destID %u relatedID:%u", r.cam, r.pipe, r.tag, r.frame,
             related);
-        if (related == 0) return frameZero(r, false);
+        if (related == 0) return frameZero(r);
         if (pipe.frames.count(related) == 0 || pipe.frames[related].tags.count(r.tag) == 0) return nullptr;
         return &pipe.frames[related].tags[r.tag];
     }
