@@ -1,6 +1,7 @@
 // Runs all contenders through all workloads in one process, and the hand-offs after them. Takes Google Benchmark's
 // options, and of its own --all_shapes=0 (the shapes that have an aim alone), --handoffs=COUNT and
-// --handoffs_out=FILE. A benchmark is named workload/contender/tags/size[/...], or pair/workload/tags/size.
+// --handoffs_out=FILE, which also gets the times of several modules at once. A benchmark is named
+// workload/contender/tags/size[/...], or pair/workload/tags/size.
 
 #include <benchmark/benchmark.h>
 
@@ -34,6 +35,7 @@
 #endif
 #include "bench/handoff.h"
 #include "bench/holding.h"
+#include "bench/modules.h"
 #include "bench/threads.h"
 #include "bench/workloads.h"
 #include "platform/host/host_platform.h"
@@ -82,9 +84,9 @@ double timeOf(Run& run, uint32_t steps) {
 
 // Two runs in turn, so that what changes the machine's speed meanwhile changes both.
 template <class Run, class Other>
-void measurePair(benchmark::State& state, Shape shape, uint32_t steps) {
+void measurePair(benchmark::State& state, Shape shape, uint32_t othersTags, uint32_t steps) {
     Run run(shape);
-    Other other({shape.tags, shape.size, kCam + 1});
+    Other other({othersTags, shape.size, kCam + 1});
     if (!run.proves() || !other.proves()) {
         state.SkipWithError("wrong answer");
         return;
@@ -181,14 +183,25 @@ void addPeer() {
     if (gAllShapes && C::kAbilities.keepsAll) addHistory<C>();
 }
 
+constexpr int64_t kTurns = 40;
+
+// A step handles all tags where `wholeFrames`; then the same time takes fewer steps with more tags.
 template <class Run, class Other>
-void addPair(const char* workload, uint32_t steps) {
-    static constexpr int64_t kTurns = 40;
-    for (const uint32_t tags : {32u, 128u}) {
+void addPair(const char* workload, uint32_t steps, bool wholeFrames = false) {
+    for (const uint32_t tags : {32u, 128u, 1024u}) {
         const Shape shape{tags, 16};
-        const auto run = [=](benchmark::State& state) { measurePair<Run, Other>(state, shape, steps); };
+        const uint32_t its = wholeFrames ? std::max(1u, steps * 32 / tags) : steps;
+        const auto run = [=](benchmark::State& state) { measurePair<Run, Other>(state, shape, tags, its); };
         benchmark::RegisterBenchmark(nameOf("pair", workload, shape).c_str(), run)->Iterations(kTurns);
     }
+}
+
+// A call with many tags beside the same call with few.
+template <class Run>
+void addGrowth(const char* workload) {
+    static constexpr Shape kMany{1024, 16};
+    const auto run = [](benchmark::State& state) { measurePair<Run, Run>(state, kMany, 32, 4096); };
+    benchmark::RegisterBenchmark(nameOf("pair", workload, kMany).c_str(), run)->Iterations(kTurns);
 }
 
 // What the store is to reach by the floor.
@@ -197,15 +210,19 @@ void addPairs() {
     addPair<GetAhead<Store>, GetAhead<Maps>>("b", 4096);
     addPair<GetDeep<Store>, GetDeep<Maps>>("c", 4096);
     addPair<SetInPlace<Store>, SetInPlace<Maps>>("d", 4096);
-    addPair<Stream<Store>, Stream<Maps>>("e", 16);
+    addPair<Stream<Store>, Stream<Maps>>("e", 16, true);
     addPair<Deliver<Store>, Deliver<Maps>>("f", 2048);
-    addPair<GetDeep<Store>, GetAhead<Store>>("c-by-b", 4096);
+    addPair<Mix<Store>, Mix<Maps>>("i", 16, true);
     // One at a time, since each needs its frames to be set.
     addPair<EraseMany<Store>, EraseMany<Maps>>("h-16", 1);
     addPair<SetNew<Store>, SetNew<Maps>>("j", 1);
     addPair<EraseOne<Store, 16>, EraseOne<Maps, 16>>("h-1of16", 1);
     addPair<EraseOne<Store, 200>, EraseOne<Maps, 200>>("h-1of200", 1);
     addPair<EraseOne<Store, 300>, EraseOne<Maps, 300>>("h-1of300", 1);
+    addGrowth<GetOwn<Store>>("a-growth");
+    addGrowth<GetAhead<Store>>("b-growth");
+    addGrowth<GetDeep<Store>>("c-growth");
+    addGrowth<SetInPlace<Store>>("d-growth");
 }
 
 // The store and the floor of its own data members.
@@ -269,13 +286,22 @@ private:
     std::thread mThread{[this] { wait(); }};
 };
 
+void writeTail(std::FILE* out, const char* name, const std::vector<Tail>& tails) {
+    std::fprintf(out, "\"%s\": [", name);
+    for (size_t i = 0; i < tails.size(); ++i) {
+        const Tail& tail = tails[i];
+        std::fprintf(out, "%s[%.0f, %.0f, %.0f]", i == 0 ? "" : ", ", tail.median, tail.percentile99, tail.permille999);
+    }
+    std::fprintf(out, "]");
+}
+
 void writeTimes(std::FILE* out, const char* name, const std::vector<double>& times, uint32_t lost) {
     std::fprintf(out, "\"%s\": {\"lost\": %u, \"ns\": [", name, lost);
     for (size_t i = 0; i < times.size(); ++i) std::fprintf(out, "%s%.0f", i == 0 ? "" : ", ", times[i]);
     std::fprintf(out, "]}");
 }
 
-void writeHandOffs(const char* path, const HandOffs& handOffs) {
+void writeThreads(const char* path, const HandOffs& handOffs, const Tails& tails) {
     std::FILE* out = std::fopen(path, "w");
     if (out == nullptr) {
         std::perror(path);
@@ -285,7 +311,11 @@ void writeHandOffs(const char* path, const HandOffs& handOffs) {
     writeTimes(out, "store", handOffs.store, handOffs.storeLost);
     std::fprintf(out, ", ");
     writeTimes(out, "bare", handOffs.bare, handOffs.bareLost);
-    std::fprintf(out, "}\n");
+    std::fprintf(out, ", \"modules\": {");
+    writeTail(out, "store", tails.store);
+    std::fprintf(out, ", ");
+    writeTail(out, "maps", tails.maps);
+    std::fprintf(out, "}}\n");
     std::fclose(out);
 }
 
@@ -318,7 +348,8 @@ int main(int argc, char** argv) {
     bench::addHolding();
     benchmark::RunSpecifiedBenchmarks();
     if (handOffs != nullptr && handOffsOut != nullptr) {
-        bench::writeHandOffs(handOffsOut, bench::measureHandOffs(static_cast<uint32_t>(std::atoi(handOffs))));
+        const bench::HandOffs times = bench::measureHandOffs(static_cast<uint32_t>(std::atoi(handOffs)));
+        bench::writeThreads(handOffsOut, times, bench::measureTails());
     }
     benchmark::Shutdown();
 }

@@ -39,6 +39,16 @@ def ratio_table(results):
     return head, rows
 
 
+def missed_aims(results):
+    rows = [(row, results.ratio(row, STORE), floor_aim(row)) for row in results.rows()]
+    missed = [
+        f"({row[0]}) by maps, {row[1]} tags: {number(measured)}, at most {most}"
+        for row, measured, most in rows
+        if most is not None and measured is not None and measured > most
+    ]
+    return missed + [f"{aim.text}: {number(aim.measured)}, at most {aim.most}" for aim in further_aims(results) if not aim.is_met]
+
+
 def time_table(results):
     head = ["workload", "tags", "bytes", "threads", *results.contenders]
     rows = []
@@ -129,7 +139,7 @@ def report(results, facts, assembly):
 
 
 def main():
-    folder, build = Path(sys.argv[1]), Path(sys.argv[2])
+    folder, build, check = Path(sys.argv[1]), Path(sys.argv[2]), sys.argv[3:] == ["check"]
     results = Results(folder)
     facts = machine(results, build)
     assembly = disassembly(build / "bench" / "paramset_bench")
@@ -146,7 +156,9 @@ def main():
     print(f"\na suppressed message:\n{assembly}")
     for name in results.errors:
         print(f"wrong answer: {name}", file=sys.stderr)
-    return 1 if results.errors else 0
+    missed = missed_aims(results)
+    print(f"\n{len(missed)} aims are not met" + "".join(f"\n  {text}" for text in missed))
+    return 1 if results.errors or (check and missed) else 0
 
 
 if __name__ == "__main__":

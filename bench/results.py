@@ -21,6 +21,7 @@ WORKLOADS = {
     "k-one": "threads on one camera, a set to three gets",
     "k-several": "threads on a camera each, a set to three gets",
     "l": "create and destroy the store, with its registrations",
+    "m": "four modules on one camera, each call by itself",
 }
 STORE, FLOOR = "store", "maps"
 PEERS = {
@@ -90,6 +91,11 @@ class Results:
         workload, *shape = row
         one, other = (self.ns.get((workload, name, *shape)) for name in (contender, to))
         return one / other if one and other else None
+
+    def tail(self, which, quantile):
+        """The median of a quantile over all blocks of four modules."""
+        place = ("median", "99th percentile", "99.9th percentile").index(quantile)
+        return statistics.median(block[place] for run in self.hand_offs for block in run["modules"][which])
 
     def hand_off(self, which, quantile):
         """The quantile of a kind's hand-offs, and how many of its notifications were lost."""
