@@ -1,0 +1,120 @@
+// See command.h.
+
+#include "command.h"
+
+#include <CLI/CLI.hpp>
+#include <cinttypes>
+#include <cstdio>
+#include <exception>
+#include <optional>
+
+namespace pslog {
+
+namespace {
+
+CLI::App& appOf(void* app) {
+    return *static_cast<CLI::App*>(app);
+}
+
+}  // namespace
+
+Subcommand& Subcommand::flag(const std::string& name, bool& value, const std::string& text) {
+    appOf(mApp).add_flag(name, value, text);
+    return *this;
+}
+
+template <typename Value>
+Subcommand& Subcommand::option(const std::string& name, Value& value, const std::string& text) {
+    CLI::Option* option = appOf(mApp).add_option(name, value, text);
+    if constexpr (std::is_same_v<Value, std::string>) {
+        if (!value.empty()) option->capture_default_str();
+    }
+    return *this;
+}
+
+template <typename Value>
+Subcommand& Subcommand::option(const std::string& name, Value& value, const std::string& text, Value least,
+                               Value most) {
+    appOf(mApp).add_option(name, value, text)->capture_default_str()->check(CLI::Range(least, most));
+    return *this;
+}
+
+template Subcommand& Subcommand::option(const std::string&, std::string&, const std::string&);
+template Subcommand& Subcommand::option(const std::string&, std::vector<std::string>&, const std::string&);
+template Subcommand& Subcommand::option(const std::string&, int64_t&, const std::string&);
+template Subcommand& Subcommand::option(const std::string&, uint32_t&, const std::string&);
+template Subcommand& Subcommand::option(const std::string&, std::optional<int64_t>&, const std::string&);
+template Subcommand& Subcommand::option(const std::string&, std::optional<uint32_t>&, const std::string&);
+template Subcommand& Subcommand::option(const std::string&, std::optional<double>&, const std::string&);
+template Subcommand& Subcommand::option(const std::string&, int64_t&, const std::string&, int64_t, int64_t);
+template Subcommand& Subcommand::option(const std::string&, size_t&, const std::string&, size_t, size_t);
+
+Subcommand& Subcommand::required() {
+    appOf(mApp).get_options().back()->required();
+    return *this;
+}
+
+Subcommand& Subcommand::needsOneOf(const std::vector<std::string>& names) {
+    CLI::App& app = appOf(mApp);
+    app.callback([&app, names] {
+        for (const std::string& name : names) {
+            if (app.count(name) > 0) return;
+        }
+        throw CLI::RequiredError(CLI::detail::join(names, " or "));
+    });
+    return *this;
+}
+
+struct Program::State {
+    struct Entry {
+        CLI::App* app;
+        std::function<int()> run;
+    };
+    CLI::App app;
+    std::vector<Entry> entries;
+};
+
+Program::Program(const std::string& description) : mState(std::make_unique<State>()) {
+    mState->app.description(description);
+    mState->app.require_subcommand(1);
+}
+
+Program::~Program() = default;
+
+Subcommand Program::add(const std::string& name, const std::string& description, std::function<int()> run) {
+    CLI::App* app = mState->app.add_subcommand(name, description);
+    mState->entries.push_back({app, std::move(run)});
+    return Subcommand(app);
+}
+
+int Program::run(int argc, char** argv) {
+    CLI11_PARSE(mState->app, argc, argv);
+    try {
+        int result = 0;
+        for (const State::Entry& entry : mState->entries) {
+            if (entry.app->parsed()) result = entry.run();
+        }
+        if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return result;
+        std::perror("pslog: cannot write");
+    } catch (const std::exception& problem) {
+        std::fprintf(stderr, "pslog: %s\n", problem.what());
+    }
+    return 1;
+}
+
+void addLogInput(Subcommand& command, LogInput& input) {
+    command.flag("--rate", input.rate, "tell on standard error how fast the log was read");
+    command.option("LOG", input.name, "the log; '-' is standard input");
+}
+
+Count readLog(const LogInput& input, Interpreter& interpreter) {
+    const Count count = readLog(input.name, interpreter);
+    if (input.rate) {
+        std::fprintf(stderr, "%" PRIu64 " lines in %.3f s, %.2f million per second\n", count.lines, count.seconds,
+                     static_cast<double>(count.lines) / 1e6 / count.seconds);
+    }
+    if (count.used == 0) std::fprintf(stderr, "pslog: no message of the store in %s\n", input.name.c_str());
+    return count;
+}
+
+}  // namespace pslog

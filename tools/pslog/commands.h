@@ -1,0 +1,16 @@
+// The subcommands, a line each. What they do is told in their files, NAME_command.cpp.
+
+#ifndef PSLOG_COMMANDS_H
+#define PSLOG_COMMANDS_H
+
+#include "command.h"
+
+namespace pslog {
+
+void addSummaryCommand(Program& program);
+void addFrameCommand(Program& program);
+void addTimelineCommand(Program& program);
+
+}  // namespace pslog
+
+#endif  // PSLOG_COMMANDS_H
