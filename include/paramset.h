@@ -2,39 +2,39 @@
  * @file
  * paramset: the parameter store of a camera pipeline.
  *
- * One process-wide store of typed values, keyed by camera, pipe, frame id and tag. A module registers a tag once;
- * from then on any module sets the tag's bytes for a frame, and any other gets them, or waits a bounded time for
+ * One process-wide store of typed values, keyed by camera, pipe, frame id and tag. A module registers a tag once.
+ * After that, any module can set the tag's bytes for a frame, and any module can get them, or wait a bounded time for
  * them. A frame without a value of its own is answered by the newest earlier frame that was given one (a
- * *checkpoint*), or by the pipe's standing *frame 0*. A tag's *erase point* is the frame id at or below which its
+ * *checkpoint*), or by the pipe's standing *frame 0*. A tag's *erase point* is a frame id: at or below it the tag's
  * own values are gone and frame 0 answers.
  *
- * A C compiler sees the limits, the result codes, `zarn_ops` and the C functions; a C++ compiler sees all of it.
+ * A C compiler sees the limits, the result codes, `zarn_ops` and the C functions; a C++ compiler sees everything.
  *
  * Words used below, each with one meaning:
  *   thread-safe   any thread may call it, at any time;
- *   set-up only   to be called before other threads use what it changes;
+ *   set-up only   call it before other threads use what it changes;
  *   answered by   the frame whose buffer serves a read;
  *   delivered     written by a synchronous set.
  *
- * What is copied: a value is a plain run of bytes of its tag's registered size, copied in by a set and out by a get,
- * under the store's mutex. The store keeps no pointer of a caller's, and hands none of its own out but where it says
- * so. Every get, set, erase and forwarded command holds the store alive until it returns, also when it is destroyed
- * meanwhile; the four operations that are called on a pointer to the store (setPsOps, setPsHandle, getPsHandle,
- * getParamExternal) need it to live that long.
+ * Ownership: a value is a plain run of bytes, as many as its tag was registered with. A set copies it in and a get
+ * copies it out, under the store's mutex. The store keeps no pointer to a caller's memory. It returns pointers to its
+ * own memory only where this header says so. Every get, set, erase and forwarded command keeps the store alive until
+ * it returns, even if the store is destroyed meanwhile. Four operations are called on a pointer to the store
+ * (setPsOps, setPsHandle, getPsHandle, getParamExternal): their caller must keep the store alive.
  *
- * Logging: every message has the module tag "ParamSet", a level (1 failures, 2 fall-backs and time-outs, 3 life cycle,
- * 4 and 5 tracing) and begins with the source line and the name of the function that logs.
+ * Logging: every message has the module tag "ParamSet" and a level (1 failures, 2 fall-backs and time-outs, 3 life
+ * cycle, 4 and 5 tracing). It begins with the source line and the name of the function that logs.
  *
- * Registering: tags may be registered on any thread at any time. Finish registering a tag before any thread uses it,
- * and do not register one tag on two threads at once: either registration may then stand.
+ * Registering: any thread may register tags at any time. Finish registering a tag before any thread uses it. Do not
+ * register one tag on two threads at once: either registration may win.
  *
- * The end: when the process exits, the store ends before the registry. Calls that still run finish; later ones find no
- * store and register nothing. Before the library's code is unloaded (dlclose), stop the threads that call it.
+ * Exit: when the process exits, the store is destroyed before the registry. Running calls finish. Later calls find no
+ * store and register nothing. Before the library is unloaded (dlclose), stop all threads that call it.
  *
- * Memory: a failed allocation ends the process, after a line on standard error, on a device also in the abort message
- * and the log. Two do not: that of a value buffer, as the get or set of it fails, and that of a long name or data type
- * in a registration or getTagInfo, as the C++ library's strings may throw std::bad_alloc (libstdc++ does, libc++ does
- * not), with nothing registered and no mutex held.
+ * Out of memory: a failed allocation ends the process, after a line on standard error; on a device the line also goes
+ * to the abort message and the log. There are two exceptions. If a value buffer cannot be allocated, the get or set
+ * fails. If a long name or data type cannot be copied in a registration or in getTagInfo, the C++ library may throw
+ * std::bad_alloc (libstdc++ does, libc++ does not); then nothing is registered and no mutex is held.
  */
 #ifndef PARAMSET_H
 #define PARAMSET_H
@@ -63,14 +63,14 @@ enum {
     METADATA_TAG = 0x20001 /**< reserved tag id that camera metadata is listed under; never register it */
 };
 
-/** Frame id of the newest frame of a pipe in a plain get or set, of everything in a pipe in an erase. */
+/** As a frame id, the newest frame of the pipe in a plain get or set, and every frame of the pipe in an erase. */
 static const uint32_t THE_LAST = 0xFFFFFFFFu;
 
 /** Result codes. Each function names those that it returns, with their causes. */
 #define PS_OK 0u                 /**< done */
 #define PS_OUT_OF_LIMIT 1u       /**< camera or pipe out of limit; nothing was done */
 #define PS_NO_DATA 2u            /**< null data, or no store; nothing was done */
-#define PS_NOT_OF_FRAME 3u       /**< the frame is erased, or did not get a value in time and an earlier one answered */
+#define PS_NOT_OF_FRAME 3u       /**< the frame is erased, or got no value in time and an earlier frame answered */
 #define PS_TIMED_OUT 6u          /**< the synchronous wait ended by its time-out */
 #define PS_NO_BUFFER 0xFFFFFFFFu /**< no buffer was found or could be made; nothing was copied */
 
@@ -98,18 +98,18 @@ typedef struct zarn_ops {
 } zarn_ops;
 
 /**
- * Registers a tag that is kept short: 1 frame if @p tagType is 1, else 6.
+ * Registers a tag with a retain number of 1 if @p tagType is 1, else 6.
  *
- * The first registration of a tag stands: a later one changes nothing and logs nothing. A tag that was set twice
- * before its registration has an empty entry by then, and stays without buffers for the life of the process. Entries
- * stay for the life of the process: a caller that registers ever new tags grows the registry.
+ * The first registration of a tag counts: a later one changes nothing and logs nothing. If a tag is set twice before it
+ * is registered, the second set gives it an empty registry entry, and the tag gets no buffers for the life of the
+ * process. Entries are never removed, so registering new tag ids without end grows the registry.
  *
  * @param tag       id of the tag; any number but METADATA_TAG
  * @param size      bytes of a value; 0 makes a value of one byte that starts as zero. A size above 2147483647 gives no
  *                  buffer: every get and set of the tag fails
- * @param tagType   1: no history, frame 0 serves every frame (but what is delivered for a frame stays in that frame).
- * 2: the history holds as many frames as the retain number, trimmed as new ones arrive, and an ordinary erase leaves it
- * alone. Any other: up to 300 frames, erased by erasePs
+ * @param tagType   1: no history; frame 0 serves every frame (except that a synchronous set writes the frame it names).
+ * 2: the history holds as many frames as the retain number; new frames push out the oldest, and an ordinary erase skips
+ * the tag. Any other: up to 300 frames, erased by erasePs
  * @param name      name of the tag, for the log; copied. Null counts as an empty text
  * @param dataType  the type of its value, for the log; copied. Null counts as an empty text
  *
@@ -126,11 +126,11 @@ PARAMSET_API void registerPsDynamicParam(uint32_t tag, uint32_t size, int tagTyp
 /**
  * Registers a tag with a retain number of the caller's.
  *
- * @param retainNum  an erase of a frame reaches the values that are so many frames behind it, or more (type 2: how many
- *                   checkpoints the history holds, each with its frame). It counts from 7 up; a smaller one gives 6, or
- *                   1 if @p tagType is 1
+ * @param retainNum  an erase of a frame removes the values that are this many or more frames behind it. For type 2 it
+ *                   is the number of checkpoints that the history holds. Numbers below 7 are ignored: they give 6, or 1
+ *                   if @p tagType is 1
  *
- * An ordinary erase frees nothing of a tag of type 2: a retain number that is never reached lets the store grow.
+ * An ordinary erase frees nothing of a tag of type 2. If its history never reaches the retain number, the store grows.
  *
  * Else as registerPsStaticParam.
  */
@@ -145,8 +145,8 @@ PARAMSET_API void registerPsDynamicParamWithExtendingLife(uint32_t tag, uint32_t
  * Copies the value of @p tag for frame @p frame into @p data. Does not wait for it.
  *
  * Answered by the frame itself if it was given the tag, else by the newest earlier frame that was, else by frame 0.
- * Frame 0 also answers for frame 0, for a tag of type 1, and for a frame at or below the tag's erase point. A tag that
- * frame 0 never received is all zeros there (or what the program's own creator makes it).
+ * Frame 0 also answers for frame 0, for a tag of type 1, and for a frame at or below the tag's erase point. If frame 0
+ * never received the tag, its value is all zeros (or what the program's own creator makes).
  *
  * @param cam    camera id, 0 to 4
  * @param pipe   pipe index, 0 to 13
@@ -164,9 +164,9 @@ PARAMSET_API void registerPsDynamicParamWithExtendingLife(uint32_t tag, uint32_t
  * frame at or below the erase point with the retain number that would have served it at level 2, and how it was
  * answered at level 5 (4 for the traced tag).
  *
- * A tag asked for without ever being registered leaves an entry of its erase point in the pipe, one in its checkpoint
- * lists if it was asked for a frame above 0, and an empty one in the registry if that was at or below its erase point:
- * a caller that makes up new tag ids grows the store.
+ * Each unregistered tag that is asked for leaves an erase point in the pipe; if it was asked for a frame above 0, also
+ * an empty checkpoint list; and if that frame was at or below its erase point, also an empty registry entry. Asking for
+ * new tag ids without end grows the store.
  */
 PARAMSET_API uint32_t getPsParam(uint32_t cam, int32_t pipe, uint32_t frame, uint32_t tag, void* data);
 
@@ -191,8 +191,8 @@ PARAMSET_API uint32_t getPsParam(uint32_t cam, int32_t pipe, uint32_t frame, uin
  *
  * Thread-safe; waits only for the store's mutex. Logs as getPsParam does, and each new frame and checkpoint at level 5.
  *
- * A tag set without being registered leaves a frame and a checkpoint without a value, and, set a second time, an empty
- * entry in the registry, so that it stays unregistered: a caller that makes up new tag ids grows the store.
+ * Each unregistered tag that is set leaves a frame and a checkpoint without a value. If it is set a second time, it
+ * gets an empty registry entry, and cannot be registered any more. Setting new tag ids without end grows the store.
  */
 PARAMSET_API uint32_t setPsParam(uint32_t cam, int32_t pipe, uint32_t frame, uint32_t tag, void* data);
 
@@ -200,16 +200,18 @@ PARAMSET_API uint32_t setPsParam(uint32_t cam, int32_t pipe, uint32_t frame, uin
 PARAMSET_API uint32_t getPsParamSyn(uint32_t cam, int32_t pipe, uint32_t frame, uint32_t tag, void* data);
 
 /**
- * Copies the value of @p tag for frame @p frame into @p data, waiting once for setPsParamSyn to deliver it if need be.
+ * Copies the value of @p tag for frame @p frame into @p data. If it is not there yet, waits once for setPsParamSyn to
+ * deliver it.
  *
- * It does not wait when the frame has the tag and it was delivered, or, for frame 0, when frame 0's was ever delivered
- * since everything in the pipe was last erased. A frame that does not exist is made here, without a checkpoint. A
- * plain set does not end the wait; an erase that reaches the frame does. The wait for a frame that has a value by a
- * plain set alone is ended by its time-out, not by a delivery or an erase, unless another get waited there before.
+ * It does not wait if the frame has the tag and it was delivered. For frame 0 it does not wait if the tag was delivered
+ * to frame 0 since everything in the pipe was last erased. If the frame does not exist, it is made, without a
+ * checkpoint. A plain set does not end the wait; an erase that reaches the frame does. If the frame has a value from a
+ * plain set only, neither a delivery nor an erase ends the wait, unless another get waited there before: it ends by its
+ * time-out.
  *
  * @param cam      camera id, 0 to 4
  * @param pipe     pipe index, 0 to 13
- * @param frame    frame id; 0 is the pipe's standing frame. THE_LAST is not resolved here: it is a frame id like others
+ * @param frame    frame id; 0 is the pipe's standing frame. THE_LAST has no special meaning here: it is an ordinary id
  * @param tag      id of a registered tag
  * @param data     receives as many bytes as the tag was registered with
  * @param timeout  longest wait in milliseconds; 0 means DEFAULT_WAIT_MS
@@ -219,77 +221,79 @@ PARAMSET_API uint32_t getPsParamSyn(uint32_t cam, int32_t pipe, uint32_t frame, 
  *         PS_NOT_OF_FRAME (3): the frame is at or below the erase point, or had no value when the wait ended and an
  *         earlier frame (or frame 0) answered.
  *         PS_TIMED_OUT (6): timed out, but the frame has a value by then, or it is frame 0.
- *         The code does not say whether bytes were copied: an unregistered tag copies nothing, whatever the code.
+ *         The code does not tell whether bytes were copied: for an unregistered tag nothing is copied, whatever the
+ *         code.
  *
  * Thread-safe; blocks for at most @p timeout plus the wait for the store's mutex. Logs the camera or the pipe out of
  * limit and a copy that was not done at level 1, a frame at or below the erase point and a time-out at level 2, each
  * wait's milliseconds and the newest frame for THE_LAST at level 4; the request (4 for the traced tag) and the copy at
  * level 5.
  *
- * The wait is on the monotonic clock: setting the wall clock neither shortens nor lengthens it. A wake-up can be lost
- * if it falls into the instant in which the wait begins; the result is then PS_TIMED_OUT, with the frame's own bytes.
+ * The wait uses the monotonic clock: setting the wall clock neither shortens nor lengthens it. A wake-up is lost if it
+ * comes in the instant in which the wait begins. The result is then PS_TIMED_OUT, with the frame's own bytes.
  *
- * Synchronous gets of ever new frames that nobody delivers and nobody erases make the store grow by a frame each; the
- * trimming of history does not reach them. An ordinary erase frees them only if a tag that is not of type 2 was ever
- * written, or read through its checkpoints, in that pipe (metadata in pipe 0 counts as such a tag), and but for
- * metadata only below frame 2147483648. Each tag, registered or not, leaves a status record in the frame that it was
- * asked for: a caller that makes up new tag ids grows the store.
+ * Each synchronous get of a new frame makes that frame. If nobody delivers or erases such frames, the store grows;
+ * trimming does not remove them. An ordinary erase removes them only if some tag that is not of type 2 was written in
+ * that pipe, or read through its checkpoints (metadata in pipe 0 counts as such a tag). Without metadata it removes
+ * only frames below 2147483648. Each tag, registered or not, leaves a status record in the frame that it was asked for,
+ * so asking for new tag ids without end grows the store.
  */
 PARAMSET_API uint32_t getPsParamSynTimeout(uint32_t cam, int32_t pipe, uint32_t frame, uint32_t tag, void* data,
                                            uint32_t timeout);
 
 /**
- * Copies a value as setPsParam does, marks it delivered and wakes every synchronous get that waits for it (but those
- * that found a value by a plain set, see getPsParamSynTimeout).
+ * Copies a value as setPsParam does, marks it delivered and wakes every synchronous get that waits for it (except those
+ * that found a value from a plain set, see getPsParamSynTimeout).
  *
- * It writes to the very frame that is named, where setPsParam may turn to another: THE_LAST is a frame id like others,
- * and for a tag of type 1, or at or below the erase point, that frame is written, and made if it does not exist. A
- * plain get looks for these two in frame 0, and does not find what was delivered.
+ * Always writes the named frame, and makes it if it does not exist; never redirects to frame 0. THE_LAST is an ordinary
+ * frame id here. For a tag of type 1, and at or below the erase point, a plain get looks in frame 0 and so does not
+ * find what was delivered.
  *
  * @param cam    camera id, 0 to 4
  * @param pipe   pipe index, 0 to 13
  * @param frame  frame id; 0 is the pipe's standing frame
  * @param tag    id of a registered tag
  * @param data   holds as many bytes as the tag was registered with
- * @return PS_OK (0): copied; or not copied, for want of a registration or of memory, at a frame above the erase point.
+ * @return PS_OK (0): copied; or, above the erase point, not copied, because the tag is unregistered or memory ran out.
  *         PS_OUT_OF_LIMIT (1): the camera or the pipe is out of limit.
  *         PS_NO_DATA (2): @p data is null, or there is no store.
- *         PS_NOT_OF_FRAME (3): not copied, for the same want, at a frame at or below the erase point.
- *         Delivered and woken all the same when nothing was copied; only the log tells.
+ *         PS_NOT_OF_FRAME (3): not copied, for one of the same two reasons, at a frame at or below the erase point.
+ *         Even if nothing was copied, the value counts as delivered and the waiting gets are woken; only the log tells.
  *
  * Thread-safe; waits only for the store's mutex. Logs the camera or the pipe out of limit and a copy that was not done
  * at level 1, a frame at or below the erase point at level 2, the newest frame for THE_LAST at level 4; the request (4
  * for the traced tag), the waking of waiters and the copy at level 5.
  *
- * Grows the store as getPsParamSynTimeout does, if given ever new frames or tag ids, but that trimming reaches the
- * frames that it gives a value.
+ * New frames and new tag ids without end grow the store as with getPsParamSynTimeout, except that trimming removes the
+ * frames that were given a value.
  */
 PARAMSET_API uint32_t setPsParamSyn(uint32_t cam, int32_t pipe, uint32_t frame, uint32_t tag, void* data);
 
 /**
  * Erases the old frames of a pipe: for each tag those at or below @p frame minus the tag's retain number.
  *
- * Each tag that has a checkpoint list in the pipe is erased up to its own limit, @p frame minus its retain number: its
- * newest value up to there is copied to frame 0, its checkpoints and its values up to there go, synchronous gets that
- * wait for it there are woken, and, if the pipe has any frame up to there, its erase point becomes the limit. A frame
- * without any value left is removed; one that stays gets a status record of each tag erased from it. Metadata is erased
- * with pipe 0, from six frames behind @p frame down, and not saved. Tags of type 2 are left alone, and so is any but
- * metadata whose limit is below 1 or above 2147483647: values from frame 2147483648 on go by trimming or THE_LAST
- * alone. A @p frame below 8 erases nothing.
+ * Each tag that has a checkpoint list in the pipe is erased up to its own limit, which is @p frame minus its retain
+ * number. The newest value at or below the limit is copied to frame 0. The checkpoints and values at or below the limit
+ * are removed. Synchronous gets that wait for the tag there are woken. If the pipe has any frame at or below the limit,
+ * the limit becomes the tag's erase point. A frame without any value left is removed; a frame that stays gets a status
+ * record of each tag that was erased from it. Metadata is erased with pipe 0, up to six frames behind @p frame, and not
+ * copied to frame 0. Skipped are tags of type 2, and tags other than metadata whose limit is below 1 or above
+ * 2147483647: values of frames from 2147483648 on are removed only by trimming or by THE_LAST. If @p frame is below 8,
+ * nothing is erased.
  *
  * @param cam    camera id, 0 to 4
  * @param pipe   pipe index, 0 to 13
- * @param frame  newest frame id; THE_LAST erases everything in the pipe, type 2 and metadata included, and, if the pipe
- *               has any frame, sets the erase points back to 0 and makes frame 0 wait for deliveries again
+ * @param frame  newest frame id. THE_LAST erases everything in the pipe, type 2 and metadata included. If the pipe has
+ *               any frame, it also sets the erase points back to 0 and marks all tags of frame 0 as not delivered
  * @return PS_OK (0): done.
  *         PS_OUT_OF_LIMIT (1): the camera or the pipe is out of limit.
  *         PS_NO_DATA (2): there is no store.
  *         PS_NO_BUFFER (0xFFFFFFFF): the last value that was to be saved to frame 0 could not be; the rest is done.
  *
- * Thread-safe; waits only for the store's mutex. Logs the camera or the pipe out of limit and a value that could not be
- * saved at level 1, a value to be saved that is at or below its erase point at level 2, erasing everything at level 4,
- * its begin, its end and each tag at level 5 (4 while erases are traced, up to the first value that is saved), each
- * saved value at level 5.
+ * Thread-safe; waits only for the store's mutex. Logs at level 1 the camera or the pipe out of limit and a value that
+ * could not be saved, at level 2 a value to be saved that is at or below its erase point, at level 4 the erasing of
+ * everything, at level 5 its beginning, its end, each tag and each saved value. While erases are traced, the beginning
+ * and the tags are at level 4 until the first value is saved.
  */
 PARAMSET_API uint32_t erasePs(uint32_t cam, int32_t pipe, uint32_t frame);
 
@@ -339,16 +343,16 @@ struct RegisteredTag;
 /**
  * Makes the value buffers of one tag. Owned by the registry.
  *
- * The library is built without run-time type information, so nothing here is out of line: who derives from it with
- * run-time type information must find no symbol missing.
+ * Everything here is inline: the library is built without run-time type information, and a program that derives from
+ * this class with run-time type information would otherwise miss symbols.
  */
 class creator_base_t {
 public:
     /**
-     * Makes a buffer, filled from @p src unless that is null. Null inside when the allocation failed.
+     * Makes a buffer, filled from @p src unless that is null. Returns a shared pointer to null if the allocation failed.
      *
-     * The store calls it with its mutex held: it must not get, set or erase. It may use the frame that the buffer is
-     * for (which does not have the tag yet) and end the store, which then lives until the call returns.
+     * The store calls it with its mutex held, so it must not get, set or erase. It may use the frame that the buffer is
+     * for (which does not have the tag yet), and it may destroy the store, which then lives until the call returns.
      */
     virtual std::shared_ptr<void> create(void* src) const = 0;
     virtual ~creator_base_t() = default;
@@ -388,22 +392,22 @@ struct tag_info_t {
     std::shared_ptr<creator_base_t> mCreator;  ///< null: the tag counts as unregistered when a buffer is wanted
     int32_t mTagType = 0;                      ///< 1: frame 0 only; 2: trimmed to mRetainNum; others: erased explicitly
     int32_t mSize = 0;                         ///< bytes of a value
-    int32_t mRetainNum = 0;                    ///< frames that a value is kept behind the erased one
+    int32_t mRetainNum = 0;                    ///< an erase of frame F removes values at or below F - mRetainNum
 };
 
 /**
- * The registry: tag id to what is known of the tag. Lives from load to unload of the library, whatever becomes of the
+ * The registry: tag id to what is known of the tag. It lives from load to unload of the library, with or without a
  * store. The library only adds entries, with gRigisterMutex held.
  *
- * A program may read it and add to it with gRigisterMutex held. While there is no store, and no call runs, it may also
- * change and remove entries: the store that is built next begins with the registry as it is then.
+ * A program may read it and add to it with gRigisterMutex held. While there is no store and no call runs, a program may
+ * also change and remove entries: the next store starts with the registry as it is then.
  */
 extern PARAMSET_API std::map<uint32_t, tag_info_t> gTagInfo;
 
 /**
- * Held while the registry changes. No operation of the store waits for it, so that a program that holds it may call the
- * store. Meanwhile operations know what the library registered; they find what a program added, and make the empty
- * entry of a tag that nobody registered, at their next look-up of the tag after the mutex was released.
+ * Held while the registry changes. No operation of the store waits for it, so a program that holds it may call the
+ * store. While it is held, operations find what the library registered. What a program added, and the empty entry of a
+ * tag that nobody registered, come at the first look-up of the tag after the mutex was released.
  */
 extern PARAMSET_API std::mutex gRigisterMutex;
 
@@ -505,8 +509,8 @@ public:
      * Builds the store, or returns the one that exists. Cameras 0 to 4 each get 14 pipes with a frame 0, and the log
      * switches are read.
      *
-     * Thread-safe; but the pointer that it returns beside a destroyInstance on another thread may be dead already. Logs
-     * at level 3 when it builds.
+     * Thread-safe. If another thread calls destroyInstance at the same time, the pointer that this returns may already be
+     * dangling. Logs at level 3 when it builds.
      *
      * @return the store; owned by the library, valid until destroyInstance. Null only if the process is exiting
      */
@@ -516,9 +520,10 @@ public:
     PARAMSET_API static ParamSet* getInstance();
 
     /**
-     * Ends the store. A call that begins after this has returned, or after getInstance has returned null, finds no
-     * store. Calls that are running finish on it, and the last of them destroys it. Registered tags stay; values,
-     * handles and operations go. Thread-safe; also from within a command, a creator or the log. Logs at level 3.
+     * Destroys the store. A call that begins after this has returned, or after getInstance has returned null, finds no
+     * store. Running calls finish on the old store, and the last of them destroys it. Registered tags stay; values,
+     * handles and operations are lost. Thread-safe; may be called within a command, a creator or the log. Logs at
+     * level 3.
      */
     PARAMSET_API static void destroyInstance();
 
@@ -557,10 +562,10 @@ public:
      *
      * @param camID    camera id, 0 to 4
      * @param frameID  frame id; 0 is the standing frame, THE_LAST is an id like others
-     * @return the store's own copy, not the caller's to free; null if there is none (also if the frame that was given
-     * it has gone and was made again since), no store, or the camera is out of limit. Valid until metadata is stored
-     * for the same frame again (for frame 0's: for any frame at or below the erase point) or the frame is erased. No
-     * lock is held for the reader
+     * @return the store's own copy; the caller must not free it. Null if there is none (also if the frame that was
+     * given it was erased and made again since), if there is no store, or if the camera is out of limit. Valid until
+     * metadata is stored for the same frame again (for frame 0's: for any frame at or below the erase point) or the
+     * frame is erased. No lock protects the reader
      *
      * Thread-safe; waits only for the store's mutex. Logs the camera out of limit at level 1, a fall-back to frame 0
      * because of the erase point, or because the frame that had it is gone, at level 2.
@@ -580,9 +585,9 @@ public:
      * Thread-safe; waits only for the store's mutex. Logs the camera out of limit at level 1, storing to frame 0 at
      * level 2, each freed clone at level 5.
      *
-     * Metadata goes with its frame in pipe 0: while only other pipes are erased, the store grows with every frame that
-     * is given some. Its list of frames grows with each call until pipe 0 is erased, also when the frames go by
-     * trimming, and when it is one frame again and again.
+     * Metadata is erased with its frame in pipe 0: if only other pipes are erased, the store grows with every frame that
+     * is given metadata. Its list of frames grows with each call until pipe 0 is erased, even if trimming removes the
+     * frames, and even if all calls name the same frame.
      */
     PARAMSET_API static uint32_t setMetadata(uint32_t camID, uint32_t frameID, const camera_metadata* metadata);
 
@@ -590,8 +595,8 @@ public:
     PARAMSET_API void setPsOps(zarn_ops* ops);
 
     /**
-     * Keeps the seven handles of a camera, in order; never owned, never looked into. Handles 1 to 3 are passed to no
-     * operation. Set-up only. For a camera out of limit nothing is kept. Logs nothing.
+     * Keeps the seven handles of a camera, in order. The store neither owns nor dereferences them, and passes handles 1
+     * to 3 to no operation. Set-up only. For a camera out of limit nothing is kept. Logs nothing.
      */
     PARAMSET_API void setPsHandle(uint32_t cam, void* handle0, void* handle1, void* handle2, void* handle3,
                                   void* handle4, void* handle5, void* handle6);
