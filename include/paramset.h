@@ -349,7 +349,8 @@ struct RegisteredTag;
 class creator_base_t {
 public:
     /**
-     * Makes a buffer, filled from @p src unless that is null. Returns a shared pointer to null if the allocation failed.
+     * Makes a buffer, filled from @p src unless that is null. Returns a shared pointer to null if the allocation
+     * failed.
      *
      * The store calls it with its mutex held, so it must not get, set or erase. It may use the frame that the buffer is
      * for (which does not have the tag yet), and it may destroy the store, which then lives until the call returns.
@@ -509,8 +510,8 @@ public:
      * Builds the store, or returns the one that exists. Cameras 0 to 4 each get 14 pipes with a frame 0, and the log
      * switches are read.
      *
-     * Thread-safe. If another thread calls destroyInstance at the same time, the pointer that this returns may already be
-     * dangling. Logs at level 3 when it builds.
+     * Thread-safe. If another thread calls destroyInstance at the same time, the pointer that this returns may already
+     * be dangling. Logs at level 3 when it builds.
      *
      * @return the store; owned by the library, valid until destroyInstance. Null only if the process is exiting
      */
@@ -585,9 +586,9 @@ public:
      * Thread-safe; waits only for the store's mutex. Logs the camera out of limit at level 1, storing to frame 0 at
      * level 2, each freed clone at level 5.
      *
-     * Metadata is erased with its frame in pipe 0: if only other pipes are erased, the store grows with every frame that
-     * is given metadata. Its list of frames grows with each call until pipe 0 is erased, even if trimming removes the
-     * frames, and even if all calls name the same frame.
+     * Metadata is erased with its frame in pipe 0: if only other pipes are erased, the store grows with every frame
+     * that is given metadata. Its list of frames grows with each call until pipe 0 is erased, even if trimming removes
+     * the frames, and even if all calls name the same frame.
      */
     PARAMSET_API static uint32_t setMetadata(uint32_t camID, uint32_t frameID, const camera_metadata* metadata);
 
