@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <spawn.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -80,13 +82,21 @@ protected:
         return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, read("out"), read("err")};
     }
 
-    /// Names that begin so, among what the runs left behind.
-    size_t filesNamed(const std::string& begin) const {
-        size_t count = 0;
-        for (const auto& entry : fs::directory_iterator(mDir))
-            count += entry.path().filename().string().rfind(begin, 0) == 0;
-        return count;
+    /// A named pipe that stays open for both ways.
+    int makeFifo(const std::string& name) const {
+        EXPECT_EQ(mkfifo(path(name).c_str(), 0600), 0);
+        return ::open(path(name).c_str(), O_RDWR | O_CLOEXEC);
     }
+
+    /// Files whose names begin so, among what the runs left behind.
+    std::vector<fs::path> named(const std::string& begin) const {
+        std::vector<fs::path> files;
+        for (const auto& entry : fs::directory_iterator(mDir)) {
+            if (entry.path().filename().string().rfind(begin, 0) == 0) files.push_back(entry.path());
+        }
+        return files;
+    }
+    size_t filesNamed(const std::string& begin) const { return named(begin).size(); }
 
     fs::path mDir;
 };
@@ -105,8 +115,10 @@ std::string flatStream(int frames) {
     return stream;
 }
 
-void expectWholeFrames(const std::string& path, int frames) {
-    Y4mReader reader(path);
+/// How many frames the file has, all of them whole and in order.
+int framesOf(const std::string& path) {
+    const Stop never;
+    Y4mReader reader(path, never);
     EXPECT_EQ(reader.header(), HEADER);
     Frame frame(reader.format());
     int count = 0;
@@ -117,7 +129,20 @@ void expectWholeFrames(const std::string& path, int frames) {
         const std::string chroma(frame.chroma(0), frame.chroma(0) + 2 * FORMAT.chromaSize());
         EXPECT_EQ(chroma, std::string(chroma.size(), static_cast<char>(128))) << "frame " << count;
     }
-    EXPECT_EQ(count, frames);
+    return count;
+}
+
+template <typename Condition>
+void waitUntil(const Condition& condition) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (!condition() && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
+    EXPECT_TRUE(condition());
+}
+
+int bytesIn(int fd) {
+    int bytes = 0;
+    EXPECT_EQ(ioctl(fd, FIONREAD, &bytes), 0);
+    return bytes;
 }
 
 enum Column { SETS, GETS, ITSELF, EARLIER, FRAME_0, WAITS, MEDIAN, PERCENTILE, GREATEST, TIMEOUTS, FALLBACKS, FAILED };
@@ -172,12 +197,13 @@ TEST_F(PipelineTest, WrongCommandLineIsExplainedAndExitsWith2) {
     EXPECT_EQ(run({"--help"}).code, 0);
 }
 
-TEST_F(PipelineTest, MalformedStreamIsExplainedAndLeavesTheOutputAsItWas) {
+TEST_F(PipelineTest, MalformedStreamIsExplainedAndKeepsTheFramesBefore) {
     const std::string whole = flatStream(2);
     const std::string frame = "FRAME\n" + std::string(FORMAT.size(), 'x');
     const struct {
         std::string stream;
         const char* message;
+        int kept = 0;
     } cases[] = {
         {"", "empty"},
         {"RIFF\x01\x1b[31m", "begins with \"RIFF??[31m\""},
@@ -191,19 +217,24 @@ TEST_F(PipelineTest, MalformedStreamIsExplainedAndLeavesTheOutputAsItWas) {
         {"YUV4MPEG2 W7 H5 C422\n" + frame, "\"C422\""},
         {"YUV4MPEG2 W7 H5 C420p10\n" + frame, "\"C420p10\""},
         {"YUV4MPEG2 W7 H5\n", "no frames"},
-        {"YUV4MPEG2 W7 H5\n" + frame + "FRAM", "frame 2 is cut off"},
-        {"YUV4MPEG2 W7 H5\n" + frame + "FRAME" + std::string(300, ' '), "header of frame 2 is too long"},
-        {"YUV4MPEG2 W7 H5\n" + frame + "FRAMED\n", "frame 2 begins with \"FRAMED\""},
-        {whole.substr(0, whole.size() - 1), "frame 2 is cut off: it has 58 of 59 bytes"},
+        {flatStream(1) + "FRAM", "frame 2 is cut off", 1},
+        {flatStream(1) + "FRAME" + std::string(300, ' '), "header of frame 2 is too long", 1},
+        {flatStream(1) + "FRAMED\n", "frame 2 begins with \"FRAMED\"", 1},
+        {whole.substr(0, whole.size() - 1), "frame 2 is cut off: it has 58 of 59 bytes", 1},
+        {flatStream(10).substr(0, flatStream(10).size() - 40), "frame 10 is cut off: it has 19 of 59 bytes", 9},
         {"YUV4MPEG2 W16384 H16384\nFRAME\n", "frame 1 is cut off"},
     };
-    write("result.y4m", "as it was");
     for (const auto& malformed : cases) {
+        SCOPED_TRACE(malformed.message);
+        write("result.y4m", "as it was");
         const Result result = run({"--input", write("malformed", malformed.stream), "--output", path("result.y4m")});
-        EXPECT_EQ(result.code, 1) << malformed.message;
+        EXPECT_EQ(result.code, 1);
         EXPECT_NE(result.err.find(malformed.message), std::string::npos) << result.err;
-        EXPECT_EQ(read("result.y4m"), "as it was") << malformed.message;
-        EXPECT_EQ(filesNamed("result"), 1u) << malformed.message;
+        const std::string kept = "frames kept in " + path("result.y4m") + ": " + std::to_string(malformed.kept);
+        EXPECT_EQ(result.err.find(kept) != std::string::npos, malformed.kept > 0) << result.err;
+        EXPECT_EQ(read("result.y4m") == "as it was", malformed.kept == 0);
+        EXPECT_EQ(malformed.kept == 0 ? 0 : framesOf(path("result.y4m")), malformed.kept);
+        EXPECT_EQ(filesNamed("result"), 1u);
     }
 }
 
@@ -217,7 +248,7 @@ TEST_F(PipelineTest, EveryFrameComesOutWholeAndInOrderWhoeverIsLate) {
         arguments.insert(arguments.end(), files.begin(), files.end());
         const Result result = run(arguments);
         EXPECT_EQ(result.code, 0) << result.err;
-        expectWholeFrames(path("result.y4m"), 25);
+        EXPECT_EQ(framesOf(path("result.y4m")), 25);
         EXPECT_EQ(filesNamed("result"), 1u);
     }
 }
@@ -226,11 +257,12 @@ TEST_F(PipelineTest, SeveralCamerasAndThePipesBothWaysWriteWhatOneFileDoes) {
     write("in", flatStream(9));
     const Result piped = run({"--input", "-", "--output", "-", "--frames", "7"});
     EXPECT_EQ(piped.code, 0);
-    expectWholeFrames(path("out"), 7);
+    EXPECT_EQ(framesOf(path("out")), 7);
     EXPECT_EQ(rowOf(piped.err, "statistics")[SETS], 7);
 
     EXPECT_EQ(run({"--input", path("in"), "--output", path("result.y4m"), "--cameras", "3"}).code, 0);
-    for (const char* name : {"result.cam0.y4m", "result.cam1.y4m", "result.cam2.y4m"}) expectWholeFrames(path(name), 9);
+    for (const char* name : {"result.cam0.y4m", "result.cam1.y4m", "result.cam2.y4m"})
+        EXPECT_EQ(framesOf(path(name)), 9);
     EXPECT_EQ(filesNamed("result"), 3u);
 }
 
@@ -246,16 +278,49 @@ TEST_F(PipelineTest, UnwritableOutputIsExplainedAndLeavesNothing) {
     EXPECT_TRUE(fs::is_character_file("/dev/full"));
 }
 
-TEST_F(PipelineTest, InterruptedRunLeavesNothing) {
+TEST_F(PipelineTest, TerminatedRunLeavesNothing) {
     const pid_t pid = start({"--fps", "10", "--output", path("result.y4m")});
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    while (filesNamed("result") == 0 && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
-    EXPECT_EQ(filesNamed("result"), 1u);
+    waitUntil([this] { return filesNamed("result") == 1; });
     kill(pid, SIGTERM);
     int status = 0;
     waitpid(pid, &status, 0);
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM);
     EXPECT_EQ(filesNamed("result"), 0u);
+}
+
+// The input is still open then, and has nothing more: the sensor waits for it.
+TEST_F(PipelineTest, InterruptKeepsTheFramesBeforeIt) {
+    const int input = makeFifo("input");
+    const std::string stream = flatStream(200);
+    const pid_t pid = start({"--input", path("input"), "--output", path("result.y4m")});
+    EXPECT_EQ(::write(input, stream.data(), stream.size()), static_cast<ssize_t>(stream.size()));
+    waitUntil([this] { return filesNamed("result") == 1 && fs::file_size(named("result")[0]) > 0; });
+    kill(pid, SIGINT);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    ::close(input);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 130);
+    EXPECT_EQ(filesNamed("result"), 1u);
+    const int frames = framesOf(path("result.y4m"));
+    EXPECT_GT(frames, 0);
+    EXPECT_NE(read("err").find("y4m: " + std::to_string(frames)), std::string::npos) << read("err");
+    EXPECT_EQ(rowOf(read("out"), "statistics")[SETS], frames);
+}
+
+// The first camera's output takes no more bytes: after the first interrupt its frames stay under way.
+TEST_F(PipelineTest, SecondInterruptEndsAtOnceAndLeavesNothing) {
+    const int output = makeFifo("result.cam0.y4m");
+    const pid_t pid = start({"--cameras", "2", "--output", path("result.y4m")});
+    waitUntil([output] { return bytesIn(output) > 0; });
+    EXPECT_EQ(filesNamed("result.cam1"), 1u);
+    kill(pid, SIGINT);
+    waitUntil([this] { return read("err").find("interrupted") != std::string::npos; });
+    kill(pid, SIGINT);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    ::close(output);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGINT);
+    EXPECT_EQ(filesNamed("result.cam1"), 0u);
 }
 
 TEST_F(PipelineTest, LateModulesShowAsTimeOutsAndFallBacksOfThoseWhoWait) {

@@ -14,22 +14,25 @@ namespace {
 
 constexpr double SCENE_FPS = 30;
 
-std::unique_ptr<FrameSource> openSource(uint32_t camera, const Options& options) {
-    if (!options.input.empty()) return std::make_unique<Y4mReader>(options.input);
+std::unique_ptr<FrameSource> openSource(uint32_t camera, const Options& options, const Stop& stop) {
+    if (!options.input.empty()) return std::make_unique<Y4mReader>(options.input, stop);
     return std::make_unique<Scene>(camera, options.fps > 0 ? options.fps : SCENE_FPS);
 }
 
 }  // namespace
 
 Camera::Camera(uint32_t camera, const Options& options)
-    : mStore(zarn::Camera{camera}), mSource(openSource(camera, options)), mPool(mSource->format(), BUFFER_COUNT) {}
+    : mStore(zarn::Camera{camera}),
+      mSource(openSource(camera, options, mStop)),
+      mPool(mSource->format(), BUFFER_COUNT) {}
 
 void Camera::prepare(const Options& options) {
     if (!options.output.empty()) {
         mOutput.emplace(options.outputOf(id()));
         mWriter.emplace(mOutput->stream(), mOutput->name(), mSource->header());
     }
-    mSensor = std::make_unique<Sensor>(contextOf(options, SENSOR), std::move(mSource), options.frames, options.fps);
+    mSensor =
+        std::make_unique<Sensor>(contextOf(options, SENSOR), std::move(mSource), options.frames, options.fps, mStop);
     mStatistics = std::make_unique<StatisticsModule>(contextOf(options, STATISTICS_MODULE));
     mExposure = std::make_unique<Exposure>(contextOf(options, EXPOSURE));
     mIsp = std::make_unique<Isp>(contextOf(options, ISP), mWriter ? &*mWriter : nullptr);
@@ -72,8 +75,12 @@ void Camera::join() {
     for (std::thread& thread : mThreads) thread.join();
 }
 
-void Camera::commit() {
-    if (mOutput) mOutput->commit();
+// The sensor may have failed: when its input breaks off, the frames before are whole.
+bool Camera::commit() {
+    bool whole = failures() == 0 && mIsp->framesDone() > 0;
+    for (const Module* module : modules()) whole = whole && (module == mSensor.get() || module->error().empty());
+    if (whole && mOutput) mOutput->commit();
+    return whole && mOutput;
 }
 
 void Camera::discard() {
@@ -86,13 +93,17 @@ std::vector<const Module*> Camera::modules() const {
 
 std::vector<std::string> Camera::problems() const {
     std::vector<std::string> problems;
-    uint64_t failures = setUpTraffic().failures;
     for (const Module* module : modules()) {
         if (!module->error().empty()) problems.push_back(std::string(module->name()) + ": " + module->error());
-        failures += module->traffic().failures;
     }
-    if (failures != 0) problems.push_back(std::to_string(failures) + " calls of the store failed");
+    if (failures() != 0) problems.push_back(std::to_string(failures()) + " calls of the store failed");
     return problems;
+}
+
+uint64_t Camera::failures() const {
+    uint64_t failures = setUpTraffic().failures;
+    for (const Module* module : modules()) failures += module->traffic().failures;
+    return failures;
 }
 
 }  // namespace pipeline

@@ -16,6 +16,7 @@
 #include "output_file.h"
 #include "sensor.h"
 #include "statistics.h"
+#include "stop.h"
 
 namespace pipeline {
 
@@ -31,11 +32,18 @@ public:
     void start();
     void join();
 
-    /// Keeps the output. Throws std::runtime_error if it cannot be written.
-    void commit();
+    /// Ends the stream after the frame that the sensor is at, also while the threads are running.
+    void stop() { mStop.request(); }
+
+    /// Keeps the output if all its frames were processed and there is at least one. Returns whether it was kept. Throws
+    /// std::runtime_error if it cannot be written. The threads have ended.
+    bool commit();
 
     /// Removes the output, also while the threads are running.
     void discard();
+
+    /// Empty if there is none.
+    std::string outputName() const { return mOutput ? mOutput->name() : ""; }
 
     uint32_t id() const { return mStore.camera().number(); }
     const FrameFormat& format() const { return mPool.format(); }
@@ -49,9 +57,11 @@ public:
 
 private:
     void setFirstValues();
+    uint64_t failures() const;
     ModuleContext contextOf(const Options& options, ModuleName module);
 
     StoreClient mStore;
+    Stop mStop;
     std::unique_ptr<FrameSource> mSource;  // until the sensor has it
     FramePool mPool;
     std::optional<OutputFile> mOutput;

@@ -16,7 +16,7 @@ Isp::Isp(const ModuleContext& context, Y4mWriter* output)
 void Isp::process() {
     for (uint32_t frame = 1;; ++frame) {
         const FrameReady ready = awaitFrame(frame);
-        if (ready.end != 0) return;
+        if (ready.end != 0) break;
         try {
             if (mError.empty()) processFrame(frame, mContext.pool->at(ready.buffer));
         } catch (const std::exception& problem) {
@@ -26,6 +26,7 @@ void Isp::process() {
         for (const zarn::Pipe pipe : {FRAME_PIPE, EXPOSURE_PIPE, ISP_PIPE}) mStore.erase(pipe, frame);
         mFramesDone.store(frame, std::memory_order_relaxed);
     }
+    if (mOutput != nullptr) mOutput->flush();
 }
 
 // The pixels are not changed in place: statistics may be late and still be measuring them.

@@ -30,6 +30,7 @@ using Cameras = std::vector<std::unique_ptr<Camera>>;
 constexpr int OK = 0;
 constexpr int FAILED = 1;
 constexpr int WRONG_USAGE = 2;
+constexpr int INTERRUPTED = 130;  // as a shell reports a program that SIGINT ended
 
 sigset_t endingSignals() {
     sigset_t signals;
@@ -55,8 +56,17 @@ void printProgress(const Cameras& cameras, uint32_t frames, bool known, double s
     std::_Exit(FAILED);
 }
 
-/// Runs the cameras to their end and returns the seconds that it took.
-double runCameras(const Cameras& cameras, const Options& options) {
+/// The first SIGINT stops the cameras. Any other signal ends the process.
+void handle(int signal, const Cameras& cameras, bool& interrupted) {
+    if (signal != SIGINT || interrupted) endBy(signal, cameras);
+    interrupted = true;
+    const char* line = isatty(STDERR_FILENO) != 0 ? "\r\033[K" : "";
+    std::fprintf(stderr, "%spipeline: interrupted, finishing the frames under way; Ctrl-C again ends at once\n", line);
+    for (const auto& camera : cameras) camera->stop();
+}
+
+/// Runs the cameras to their end, or to an interrupt, and returns the seconds that it took.
+double runCameras(const Cameras& cameras, const Options& options, bool& interrupted) {
     const int64_t startNs = steadyNs();
     const auto elapsed = [startNs] { return static_cast<double>(steadyNs() - startNs) / 1e9; };
     for (const auto& camera : cameras) camera->start();
@@ -69,7 +79,7 @@ double runCameras(const Cameras& cameras, const Options& options) {
     while (joined.wait_for(std::chrono::milliseconds(100)) != std::future_status::ready) {
         const timespec now{};
         const int signal = sigtimedwait(&signals, nullptr, &now);
-        if (signal > 0) endBy(signal, cameras);
+        if (signal > 0) handle(signal, cameras, interrupted);
         if (terminal) printProgress(cameras, options.frames, options.input.empty(), elapsed());
     }
     if (terminal) std::fprintf(stderr, "\r\033[K");
@@ -91,6 +101,15 @@ bool complain(const Cameras& cameras) {
     return anything;
 }
 
+/// Puts the outputs in place. Says how much they hold if that is not what was asked for.
+void commit(const Cameras& cameras, bool cutShort) {
+    for (const auto& camera : cameras) {
+        if (!camera->commit() || !cutShort) continue;
+        std::fprintf(stderr, "pipeline: camera %u: frames kept in %s: %u\n", camera->id(), camera->outputName().c_str(),
+                     camera->isp().framesDone());
+    }
+}
+
 int run(const Options& options) {
     if (std::getenv("PARAMSET_LOG") == nullptr) host::setLogLevel(1);
     signal(SIGPIPE, SIG_IGN);
@@ -105,18 +124,21 @@ int run(const Options& options) {
     registerTags();
     installProcessors(*store, processors.data());
     for (const auto& camera : cameras) camera->prepare(options);
-    const double seconds = runCameras(cameras, options);
+    bool interrupted = false;
+    const double seconds = runCameras(cameras, options, interrupted);
     zarn::ParamSet::destroyInstance();
 
     std::FILE* out = options.output == "-" ? stderr : stdout;
     const bool failed = complain(cameras);
-    if (!failed) {
-        for (const auto& camera : cameras) camera->commit();
-    }
+    commit(cameras, failed || interrupted);
+    pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
     for (const auto& camera : cameras) printReport(out, *camera, seconds);
-    if (std::fflush(out) == 0) return failed ? FAILED : OK;
-    std::perror("pipeline: cannot print the tables");
-    return FAILED;
+    if (std::fflush(out) != 0) {
+        std::perror("pipeline: cannot print the tables");
+        return FAILED;
+    }
+    if (interrupted) return INTERRUPTED;
+    return failed ? FAILED : OK;
 }
 
 }  // namespace

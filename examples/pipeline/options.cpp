@@ -32,10 +32,14 @@ prints what passed between them.
                      milliseconds with each frame, 1 to 1000; others then do not wait
                      for long. Statistics late by more than 50, or gains by more than
                      100, are replaced by earlier ones. May be given for each module
-  --help             print this
+  -h, --help         print this
+
+Ctrl-C ends the stream early: the frames so far are kept, and the tables are
+printed. A second Ctrl-C ends the program at once, without an output file.
 
 The store logs failures alone, unless the environment variable PARAMSET_LOG sets a
-level. Exit status: 0 if all went well, 1 if not, 2 for a wrong command line.
+level. Exit status: 0 if all went well, 1 if not, 2 for a wrong command line,
+130 if Ctrl-C ended the stream.
 )";
 
 namespace {
@@ -110,7 +114,7 @@ Options parseOptions(int argc, char** argv) {
     };
     Options options;
     opterr = 0;
-    for (int found; (found = getopt_long(argc, argv, ":", LONG_OPTIONS, nullptr)) != -1;) {
+    for (int found; (found = getopt_long(argc, argv, ":h", LONG_OPTIONS, nullptr)) != -1;) {
         const std::string given = argv[optind - 1];
         if (found == ':') throw UsageError(given + " needs a value");
         if (found == '?') throw UsageError("unknown or ambiguous option " + given);

@@ -3,9 +3,7 @@
 
 #include "sensor.h"
 
-#include <chrono>
 #include <stdexcept>
-#include <thread>
 
 namespace pipeline {
 
@@ -24,7 +22,7 @@ void Sensor::process() {
     try {
         while (frame <= mFrames && deliverFrame(frame)) ++frame;
     } catch (const std::exception& problem) {
-        mError = problem.what();
+        if (!mStop.requested()) mError = problem.what();
     }
     mStore.deliver(FRAME_READY, frame, FrameReady{{}, 0, 1});
 }
@@ -33,7 +31,7 @@ bool Sensor::deliverFrame(uint32_t frame) {
     const uint32_t buffers = mContext.pool->size();
     const uint32_t buffer = (frame - 1) % buffers;
     if (frame > buffers && !awaitBuffer(frame - buffers)) return false;
-    pace(frame);
+    if (!pace(frame)) return false;
     stall();
     if (!mSource->read(mContext.pool->at(buffer))) return false;
     mStore.setMetadata({frame, EXPOSURE_US, SENSOR_GAIN, steadyNs()});
@@ -56,10 +54,9 @@ bool Sensor::awaitBuffer(uint32_t lastUser) {
     return released.abort == 0;
 }
 
-void Sensor::pace(uint32_t frame) const {
-    if (mFps == 0) return;
-    const std::chrono::nanoseconds due(mStartNs + static_cast<int64_t>((frame - 1) * 1e9 / mFps));
-    std::this_thread::sleep_until(std::chrono::steady_clock::time_point(due));
+bool Sensor::pace(uint32_t frame) const {
+    if (mFps == 0) return !mStop.requested();
+    return mStop.sleepUntil(mStartNs + static_cast<int64_t>((frame - 1) * 1e9 / mFps));
 }
 
 }  // namespace pipeline

@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "module.h"
+#include "stop.h"
 
 namespace pipeline {
 
@@ -13,18 +14,23 @@ class Sensor : public Module {
 public:
     /// @param frames  frames to deliver at most
     /// @param fps     pace; 0 is as fast as the buffers come back
-    Sensor(const ModuleContext& context, std::unique_ptr<FrameSource> source, uint32_t frames, double fps)
-        : Module(context, "sensor"), mSource(std::move(source)), mFrames(frames), mFps(fps) {}
+    /// @param stop    ends the stream after the frame that it is at
+    Sensor(const ModuleContext& context, std::unique_ptr<FrameSource> source, uint32_t frames, double fps,
+           const Stop& stop)
+        : Module(context, "sensor"), mSource(std::move(source)), mFrames(frames), mFps(fps), mStop(stop) {}
 
 private:
     void process() override;
     bool deliverFrame(uint32_t frame);
     bool awaitBuffer(uint32_t lastUser);
-    void pace(uint32_t frame) const;
+
+    /// Waits until the frame is due. False if the stream is to stop before it.
+    bool pace(uint32_t frame) const;
 
     std::unique_ptr<FrameSource> mSource;
     uint32_t mFrames;
     double mFps;
+    const Stop& mStop;
     int64_t mStartNs = 0;
 };
 

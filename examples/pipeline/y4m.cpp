@@ -3,6 +3,9 @@
 
 #include "y4m.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <charconv>
 #include <cstring>
@@ -32,19 +35,37 @@ bool beginsWithWord(const std::string& line, const std::string& word) {
 
 }  // namespace
 
-Y4mReader::Y4mReader(const std::string& path)
-    : mName(path == "-" ? "standard input" : path), mStream(path == "-" ? stdin : std::fopen(path.c_str(), "rb")) {
-    if (mStream == nullptr) throw std::runtime_error("cannot open " + mName + ": " + std::strerror(errno));
+Y4mReader::Y4mReader(const std::string& path, const Stop& stop)
+    : mName(path == "-" ? "standard input" : path),
+      mStop(stop),
+      mFd(path == "-" ? ::dup(STDIN_FILENO) : ::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+    if (mFd < 0) throw std::runtime_error("cannot open " + mName + ": " + std::strerror(errno));
+    cookie_io_functions_t functions{};
+    functions.read = &readInput;
+    mStream = ::fopencookie(this, "rb", functions);
     try {
+        if (mStream == nullptr) fail("cannot open: out of memory");
         parseHeader();
     } catch (...) {
-        if (mStream != stdin) std::fclose(mStream);
+        close();
         throw;
     }
 }
 
 Y4mReader::~Y4mReader() {
-    if (mStream != stdin) std::fclose(mStream);
+    close();
+}
+
+void Y4mReader::close() {
+    if (mStream != nullptr) std::fclose(mStream);
+    ::close(mFd);
+}
+
+ssize_t Y4mReader::readInput(void* reader, char* bytes, size_t size) {
+    const auto& self = *static_cast<Y4mReader*>(reader);
+    if (self.mStop.awaitInput(self.mFd)) return ::read(self.mFd, bytes, size);
+    errno = ECANCELED;
+    return -1;
 }
 
 void Y4mReader::fail(const std::string& what) const {
@@ -132,10 +153,16 @@ void Y4mWriter::write(const Frame& frame) {
     put(frame.bytes.get(), frame.format.size());
 }
 
+void Y4mWriter::flush() {
+    if (std::fflush(mStream) != 0) fail();
+}
+
 void Y4mWriter::put(const void* bytes, size_t size) {
-    if (std::fwrite(bytes, 1, size, mStream) != size) {
-        throw std::runtime_error("cannot write " + mName + ": " + std::strerror(errno));
-    }
+    if (std::fwrite(bytes, 1, size, mStream) != size) fail();
+}
+
+void Y4mWriter::fail() const {
+    throw std::runtime_error("cannot write " + mName + ": " + std::strerror(errno));
 }
 
 }  // namespace pipeline

@@ -4,18 +4,22 @@
 #ifndef PIPELINE_Y4M_H
 #define PIPELINE_Y4M_H
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <cstdio>
 #include <string>
 
 #include "frame.h"
+#include "stop.h"
 
 namespace pipeline {
 
 class Y4mReader : public FrameSource {
 public:
-    /// Opens the file, or standard input for "-", and reads the header.
-    explicit Y4mReader(const std::string& path);
+    /// Opens the file, or standard input for "-", and reads the header. A read that waits for input fails when @p stop
+    /// is requested.
+    Y4mReader(const std::string& path, const Stop& stop);
     ~Y4mReader() override;
     Y4mReader(const Y4mReader&) = delete;
     Y4mReader& operator=(const Y4mReader&) = delete;
@@ -27,14 +31,18 @@ public:
 private:
     enum class Line { COMPLETE, CUT, TOO_LONG, NONE };
 
+    static ssize_t readInput(void* reader, char* bytes, size_t size);
     Line readLine(std::string& line, size_t limit);
+    void close();
     void parseHeader();
     void parseToken(const std::string& token);
     uint32_t parseSize(const std::string& token, const char* what) const;
     [[noreturn]] void fail(const std::string& what) const;
 
     std::string mName;
-    std::FILE* mStream;
+    const Stop& mStop;
+    int mFd;
+    std::FILE* mStream = nullptr;
     std::string mHeader;
     FrameFormat mFormat;
     uint32_t mFrames = 0;  ///< read so far
@@ -47,8 +55,12 @@ public:
 
     void write(const Frame& frame);
 
+    /// Hands over what is buffered.
+    void flush();
+
 private:
     void put(const void* bytes, size_t size);
+    [[noreturn]] void fail() const;
 
     std::FILE* mStream;
     std::string mName;
