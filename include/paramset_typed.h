@@ -9,10 +9,10 @@
  *     if (GAIN.deliver(camera, pipe, frame, gain) != zarn::Result::OK) ...
  *     if (GAIN.wait(camera, pipe, frame, gain, 20ms) != zarn::Result::OK) ...
  *
- * A value of another type, or camera, pipe and frame in another order, do not compile. Everything here is inline, holds
- * no state, and comes down to the calls of paramset.h; what they do, return, log and ask of the caller is told there.
- * Of a constexpr parameter, g++ 12 and clang 14 at -O2 make of get, set, deliver and wait the very instructions of the
- * plain call; only a time-out that is not known until run time is converted first.
+ * A value of another type does not compile, nor do camera, pipe and frame in another order. Everything here is inline and
+ * has no state. It calls the functions of paramset.h, which describes their behaviour, results and log lines. With a
+ * constexpr parameter, get, set, deliver and wait compile to the same code as the plain call (g++ 12 and clang 14 at
+ * -O2); only a time-out that is known at run time alone is converted first.
  */
 #ifndef PARAMSET_TYPED_H
 #define PARAMSET_TYPED_H
@@ -29,11 +29,11 @@
 
 namespace zarn {
 
-/** A number that is taken for no other: each name makes a type of its own. */
+/** A number with a type of its own, so that it cannot be confused with another kind of number. */
 template <typename Name, typename Number>
 class Id {
 public:
-    constexpr explicit Id(Number number) : mNumber(number) {} /**< not implicit, so that no plain number will do */
+    constexpr explicit Id(Number number) : mNumber(number) {} /**< explicit, so that plain numbers are refused */
     /** As the plain functions take it. */
     constexpr Number number() const { return mNumber; }
 
@@ -47,10 +47,10 @@ using Frame = Id<struct FrameName, uint32_t>;   /**< start-of-frame number */
 
 /** A pipe's standing frame. */
 constexpr Frame FRAME_0{0};
-/** The newest frame, for get and set; everything, for eraseFrames. To wait and deliver it is a frame like others. */
+/** For get and set the newest frame, for eraseFrames every frame. For wait and deliver it is an ordinary frame id. */
 constexpr Frame LATEST{THE_LAST};
 
-/** What a call came to: the library's codes. Each call names in paramset.h those that it returns, with their causes. */
+/** Result codes of the library. paramset.h says which call returns which, and why. */
 enum class [[nodiscard]] Result : uint32_t{OK = PS_OK,
                                            OUT_OF_LIMIT = PS_OUT_OF_LIMIT,
                                            NO_DATA = PS_NO_DATA,
@@ -71,11 +71,11 @@ constexpr const char* to_string(Result result) {
     return "unknown result";
 }
 
-/** What a registration came to. */
+/** Result of a registration. */
 enum class [[nodiscard]] Registration{
     DONE,        /**< the tag is registered as declared, now or before */
-    OTHER_SIZE,  /**< an earlier registration stands, with another size: using the parameter would corrupt memory */
-    OTHER_KIND,  /**< an earlier registration stands, with another tag type or retain number */
+    OTHER_SIZE,  /**< registered before, with another size, which stays: using the parameter would corrupt memory */
+    OTHER_KIND,  /**< registered before, with another tag type or retain number, which stays */
     RESERVED_TAG /**< METADATA_TAG; nothing was registered */
 };
 
@@ -101,14 +101,14 @@ constexpr Kind staticKind() {
     return {1, 1};
 }
 
-/** A value per frame, which eraseFrames lets go of when it is @p Retain frames back. */
+/** A value per frame; eraseFrames removes it when it is @p Retain frames behind. */
 template <int Retain = 6>
 constexpr Kind dynamicKind() {
     static_assert(Retain >= 6, "the store keeps no fewer than 6 frames");
     return {0, Retain};
 }
 
-/** A value per frame, of which the newest @p Retain are kept. */
+/** A value per frame; the newest @p Retain are kept. */
 template <int Retain>
 constexpr Kind queueKind() {
     static_assert(Retain >= 6, "the store keeps no fewer than 6 values");
@@ -117,7 +117,7 @@ constexpr Kind queueKind() {
 
 namespace detail {
 
-/** A type's name, as the compiler writes it: what follows "= " in the name of this function. */
+/** The compiler's name of a type, cut out of the name of this function. */
 template <typename T>
 constexpr std::string_view typeName() {
     std::string_view name = __PRETTY_FUNCTION__;
@@ -135,14 +135,14 @@ constexpr auto typeText() {
 template <typename T>
 inline constexpr auto kTypeText = typeText<T>();
 
-/** The store takes 0 for its default, and so the shortest wait is of one millisecond. Parts of one count as a whole. */
+/** In milliseconds, rounded up; at least 1, since 0 means the store's default. */
 template <typename Rep, typename Period>
 constexpr uint32_t waitOf(std::chrono::duration<Rep, Period> timeout) {
     constexpr uint32_t kLongest = 0xFFFFFFFF;
     if constexpr (std::is_same_v<decltype(timeout), std::chrono::milliseconds>) {
         return timeout.count() < 1 ? 1 : timeout.count() > kLongest ? kLongest : static_cast<uint32_t>(timeout.count());
     } else {
-        // No duration is too long for this, and none that matters is less than exact.
+        // A double holds every duration, and all below kLongest exactly enough.
         const double ms = std::chrono::duration<double, std::milli>(timeout).count();
         if (!(ms > 1)) return 1;
         if (ms >= kLongest) return kLongest;
@@ -153,7 +153,7 @@ constexpr uint32_t waitOf(std::chrono::duration<Rep, Period> timeout) {
 
 }  // namespace detail
 
-/** A parameter of the store: the tag, and the type of its value. Declare it constexpr, once, where all users see it. */
+/** A parameter of the store: a tag and the type of its value. Declare it constexpr, once, in a header of all its users. */
 template <typename Value>
 class Parameter {
     static_assert(std::is_trivially_copyable_v<Value>, "a value is copied byte by byte: it must be trivially copyable");
@@ -163,7 +163,7 @@ class Parameter {
 public:
     /**
      * @param tag   id of the tag; any number but METADATA_TAG
-     * @param name  for the log; a literal, or else what lives until registerTag() returns
+     * @param name  for the log; must live until registerTag() has returned (a literal does)
      * @param kind  how it is kept
      */
     constexpr Parameter(uint32_t tag, const char* name, Kind kind) : mTag(tag), mName(name), mKind(kind) {}
@@ -175,8 +175,8 @@ public:
     static constexpr const char* dataType() { return detail::kTypeText<Value>.data(); }
 
     /**
-     * Registers the tag, with the size and the name of the value's type, and looks whether the registry has it so.
-     * Thread-safe; waits for other registrations.
+     * Registers the tag with the size and the name of the value's type, and checks that the registry now has it so: an
+     * earlier registration with another size would otherwise stay unnoticed. Thread-safe; waits for other registrations.
      */
     Registration registerTag() const {
         if (mTag == METADATA_TAG) return Registration::RESERVED_TAG;
@@ -191,7 +191,7 @@ public:
         return same ? Registration::DONE : Registration::OTHER_KIND;
     }
 
-    /** Copies the value of the frame, or what answers for it, into @p value, without waiting. See getPsParam. */
+    /** Copies the value that answers for the frame into @p value, without waiting. See getPsParam. */
     Result get(Camera camera, Pipe pipe, Frame frame, Value& value) const {
         return Result{getPsParam(camera.number(), pipe.number(), frame.number(), mTag, &value)};
     }
@@ -201,19 +201,19 @@ public:
         return Result{setPsParam(camera.number(), pipe.number(), frame.number(), mTag, bytes(value))};
     }
 
-    /** Gets the value of the frame, waiting once, 50 ms at most, for it to be delivered. See getPsParamSyn. */
+    /** Gets the value of the frame; if it is not delivered yet, waits once, for at most 50 ms. See getPsParamSyn. */
     Result wait(Camera camera, Pipe pipe, Frame frame, Value& value) const {
         return Result{getPsParamSyn(camera.number(), pipe.number(), frame.number(), mTag, &value)};
     }
 
-    /** The same with a time-out; what is shorter than a millisecond waits for one. See getPsParamSynTimeout. */
+    /** The same with a time-out, rounded up to whole milliseconds. See getPsParamSynTimeout. */
     template <typename Rep, typename Period>
     Result wait(Camera camera, Pipe pipe, Frame frame, Value& value, std::chrono::duration<Rep, Period> timeout) const {
         return Result{getPsParamSynTimeout(camera.number(), pipe.number(), frame.number(), mTag, &value,
                                            detail::waitOf(timeout))};
     }
 
-    /** Sets the value of the frame and wakes who waits for it. See setPsParamSyn. */
+    /** Sets the value of the frame and wakes the gets that wait for it. See setPsParamSyn. */
     Result deliver(Camera camera, Pipe pipe, Frame frame, const Value& value) const {
         return Result{setPsParamSyn(camera.number(), pipe.number(), frame.number(), mTag, bytes(value))};
     }
@@ -227,7 +227,7 @@ private:
     Kind mKind;
 };
 
-/** Erases the old frames of a pipe, counted from its newest. See erasePs. */
+/** Erases the old frames of a pipe; retain numbers count back from @p newest. See erasePs. */
 inline Result eraseFrames(Camera camera, Pipe pipe, Frame newest) {
     return Result{erasePs(camera.number(), pipe.number(), newest.number())};
 }
