@@ -9,9 +9,9 @@
  *     if (GAIN.deliver(camera, pipe, frame, gain) != zarn::Result::OK) ...
  *     if (GAIN.wait(camera, pipe, frame, gain, 20ms) != zarn::Result::OK) ...
  *
- * A value of another type does not compile, nor do camera, pipe and frame in another order. Everything here is inline and
- * has no state. It calls the functions of paramset.h, which describes their behaviour, results and log lines. With a
- * constexpr parameter, get, set, deliver and wait compile to the same code as the plain call (g++ 12 and clang 14 at
+ * A value of another type does not compile, nor do camera, pipe and frame in another order. Everything here is inline
+ * and has no state. It calls the functions of paramset.h, which describes their behaviour, results and log lines. With
+ * a constexpr parameter, get, set, deliver and wait compile to the same code as the plain call (g++ 12 and clang 14 at
  * -O2); only a time-out that is known at run time alone is converted first.
  */
 #ifndef PARAMSET_TYPED_H
@@ -153,7 +153,8 @@ constexpr uint32_t waitOf(std::chrono::duration<Rep, Period> timeout) {
 
 }  // namespace detail
 
-/** A parameter of the store: a tag and the type of its value. Declare it constexpr, once, in a header of all its users. */
+/** A parameter of the store: a tag and the type of its value. Declare it constexpr, once, in a header of all its users.
+ */
 template <typename Value>
 class Parameter {
     static_assert(std::is_trivially_copyable_v<Value>, "a value is copied byte by byte: it must be trivially copyable");
@@ -176,7 +177,8 @@ public:
 
     /**
      * Registers the tag with the size and the name of the value's type, and checks that the registry now has it so: an
-     * earlier registration with another size would otherwise stay unnoticed. Thread-safe; waits for other registrations.
+     * earlier registration with another size would otherwise stay unnoticed. Thread-safe; waits for other
+     * registrations.
      */
     Registration registerTag() const {
         if (mTag == METADATA_TAG) return Registration::RESERVED_TAG;
