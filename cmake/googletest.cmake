@@ -1,6 +1,9 @@
 # GoogleTest from Debian's sources: built like the tests, for whatever standard library, architecture or sanitizer.
 include(GoogleTest)
 
+if(NOT EXISTS /usr/src/googletest/googletest/CMakeLists.txt)
+    missing_package(GoogleTest googletest test " To leave out the tests, configure with -DPARAMSET_TESTS=OFF.")
+endif()
 set(INSTALL_GTEST OFF)
 set(CMAKE_WARN_DEPRECATED OFF)
 add_subdirectory(/usr/src/googletest/googletest ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL)

@@ -17,6 +17,10 @@
 #ifndef PARAMSET_TYPED_H
 #define PARAMSET_TYPED_H
 
+#if __cplusplus < 201703L
+#error "paramset_typed.h needs C++17"
+#else
+
 #include <array>
 #include <chrono>
 #include <cstddef>
@@ -235,5 +239,7 @@ inline Result eraseFrames(Camera camera, Pipe pipe, Frame newest) {
 }
 
 }  // namespace zarn
+
+#endif  // __cplusplus
 
 #endif  // PARAMSET_TYPED_H

@@ -3,8 +3,8 @@
 
 messages: the messages in src/, those that docs/log.md lists and those that pslog knows are the same set, with their
           functions, and docs/log.md has their levels.
-guide:    every piece of code in docs/guide.md stands, word for word, in the example that it names, and README.md's
-          program in C in examples/basic.c.
+guide:    every piece of code in docs/guide.md stands, word for word, in the example that it names, and README.md
+          shows the programs of examples/quickstart/ whole.
 """
 
 import pathlib
@@ -99,9 +99,10 @@ def check_guide(problem):
     for example in sorted((ROOT / "examples/guide").glob("*.cpp")):
         if f"examples/guide/{example.name}" not in shown:
             problem(f"docs/guide.md shows nothing of {example.name}")
-    programs = re.findall(r"```c\n(.*?)```", (ROOT / "README.md").read_text(), re.S)
-    if len(programs) != 1 or not squeezed((ROOT / "examples/basic.c").read_text()).endswith(squeezed(programs[0])):
-        problem("README.md's program in C is not that of examples/basic.c")
+    programs = dict(re.findall(r"```(?:c|cpp) (\S+)\n(.*?)```", (ROOT / "README.md").read_text(), re.S))
+    for file in sorted((ROOT / "examples/quickstart").iterdir()):
+        if programs.get(f"examples/quickstart/{file.name}") != file.read_text():
+            problem(f"README.md does not show the whole of examples/quickstart/{file.name}, and nothing else")
 
 
 def main():
