@@ -192,9 +192,10 @@ TEST_F(PipelineTest, WrongCommandLineIsExplainedAndExitsWith2) {
         const Result result = run(wrong.arguments);
         EXPECT_EQ(result.code, 2) << wrong.message;
         EXPECT_NE(result.err.find(wrong.message), std::string::npos) << result.err;
+        EXPECT_EQ(countLines(result.err, "\n"), 1u) << result.err;
         EXPECT_EQ(result.out, "");
     }
-    EXPECT_EQ(run({"--help"}).code, 0);
+    for (const char* help : {"-h", "--help"}) EXPECT_EQ(run({help}).code, 0);
 }
 
 TEST_F(PipelineTest, MalformedStreamIsExplainedAndKeepsTheFramesBefore) {

@@ -271,8 +271,10 @@ int main(int argc, char** argv) {
     if (option == "--seconds") return staysLevel(30000, amount) ? 0 : 1;
     if (option == "--growth") return growsAsTold(amount) ? 0 : 1;
     if (option != "--gap") {
-        std::fprintf(stderr, "usage: soak --frames FRAMES | --seconds SECONDS | --growth CALLS | --gap GETS\n");
-        return 2;
+        const bool help = argc == 2 && std::string(argv[1]) == "--help";
+        std::fprintf(help ? stdout : stderr,
+                     "usage: soak --frames FRAMES | --seconds SECONDS | --growth CALLS | --gap GETS\n");
+        return help ? 0 : 2;
     }
     for (const int busyThreads : {0, 8}) {
         for (const uint32_t latest : {0u, 100u, 5000u}) countMissed(amount, busyThreads, latest);

@@ -149,7 +149,7 @@ int main(int argc, char** argv) {
         if (!options.help) return run(options);
         return std::fputs(USAGE, stdout) < 0 || std::fflush(stdout) != 0 ? FAILED : OK;
     } catch (const UsageError& problem) {
-        std::fprintf(stderr, "pipeline: %s\nTry 'pipeline --help'.\n", problem.what());
+        std::fprintf(stderr, "pipeline: %s; try --help\n", problem.what());
         return WRONG_USAGE;
     } catch (const std::exception& problem) {
         std::fprintf(stderr, "pipeline: %s\n", problem.what());
