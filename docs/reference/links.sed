@@ -1,0 +1,6 @@
+# Makes the links of a page fit for the reference: to a header or another page, or else plain text.
+s|\]\((\.\./)?include/([a-z_]+\.h)\)|](@ref \2)|g
+s|\[([^]]*)\]\(#[^)]*\)|\1|g
+s|(\]\([a-z/]+\.md)#[^)]*\)|\1)|g
+s/\[([^]]*)\]\((\.\.\/)?(abi|bench|examples|platform|scripts|src|tests|tools)[^)]*\)/\1/g
+s/\[([^]]*)\]\((\.\.\/|docs\/)?(architecture|CONTRIBUTING)\.md\)/\1/g
