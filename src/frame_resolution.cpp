@@ -71,8 +71,8 @@ const Buffer& ParamSet::getF0(const Request& request) {
     PipeStore::Frame& f0 = request.pipe.frame0();
     if (const Buffer* own = request.pipe.value(f0, request.tag)) return *own;
     const Buffer& made = request.pipe.createTag(f0, request.tag);
-    // A read would give away what the allocator left there; so would a later one, after a write that had nothing to copy:
-    // an erase saves a value that its frame does not have if the tag was registered late.
+    // A read would give away what the allocator left there. A write may have nothing to copy: an erase that saves a
+    // value finds none if the tag was registered late.
     if (made != nullptr && request.tag.registered->hasLibraryCreator()) {
         std::memset(made.get(), 0, getSize(request.tag.registered));
     }

@@ -6,6 +6,7 @@
 
 #include <deque>
 #include <thread>
+#include <vector>
 
 namespace zarn {
 
@@ -39,6 +40,30 @@ private:
 };
 
 }  // namespace
+
+// An entry of the map, with its texts in memory that the library itself allocates. A text of the standard library's may
+// throw when it is allocated, and what is thrown passes through the library without releasing gRigisterMutex.
+class TagTable::EntryCopy {
+public:
+    EntryCopy(uint32_t id, const tag_info_t& info)
+        : mID(id),
+          mInfo{{}, {}, info.mCreator, info.mTagType, info.mSize, info.mRetainNum},
+          mDataType(info.mDataType.begin(), info.mDataType.end()),
+          mName(info.mName.begin(), info.mName.end()) {}
+
+    // gRigisterMutex not held.
+    void addTo(std::map<uint32_t, tag_info_t>& out) const {
+        tag_info_t& info = out[mID] = mInfo;
+        info.mDataType.assign(mDataType.data(), mDataType.size());
+        info.mName.assign(mName.data(), mName.size());
+    }
+
+private:
+    uint32_t mID;
+    tag_info_t mInfo;  // without its texts
+    std::vector<char> mDataType;
+    std::vector<char> mName;
+};
 
 // All that a reader may still look at.
 struct TagTable::Storage {
@@ -113,15 +138,24 @@ std::shared_ptr<creator_base_t> TagTable::creatorOf(uint32_t id) {
 
 void TagTable::copyTo(std::map<uint32_t, tag_info_t>& out) {
     if (&out == &gTagInfo) return;
-    const RegistryTry registry(kTriesOutside);
-    if (registry || !isTrusted()) {
-        out = gTagInfo;
-        return;
+    std::vector<EntryCopy> copies;
+    {
+        const RegistryTry registry(kTriesOutside);
+        if (registry || !isTrusted()) {
+            for (const auto& [id, info] : gTagInfo) copies.emplace_back(id, info);
+        } else {
+            copyPublishedTo(copies);
+        }
     }
     out.clear();
+    for (const EntryCopy& copy : copies) copy.addTo(out);
+}
+
+void TagTable::copyPublishedTo(std::vector<EntryCopy>& out) {
     const Slots* slots = sSlots.load(std::memory_order_acquire);
     for (size_t i = 0; i <= slots->mask; ++i) {
-        if (const RegisteredTag* tag = slots->slots[i].load(std::memory_order_acquire)) out[tag->id] = tag->info;
+        const RegisteredTag* tag = slots->slots[i].load(std::memory_order_acquire);
+        if (tag != nullptr) out.emplace_back(tag->id, tag->info);
     }
 }
 

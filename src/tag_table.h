@@ -62,11 +62,14 @@ private:
         std::unique_ptr<std::atomic<const RegisteredTag*>[]> slots;
     };
     struct Storage;
+    class EntryCopy;
 
     static const RegisteredTag* find(uint32_t id) {
         const Slots* slots = sSlots.load(std::memory_order_acquire);
         return slots != nullptr ? slots->of(id).load(std::memory_order_acquire) : nullptr;
     }
+
+    static void copyPublishedTo(std::vector<EntryCopy>& out);
 
     // While there is a store that has read the map, the map only grows.
     static bool isTrusted() { return sReaders.load(std::memory_order_acquire) != 0; }
