@@ -32,9 +32,10 @@
  * store and register nothing. Before the library is unloaded (dlclose), stop all threads that call it.
  *
  * Out of memory: a failed allocation ends the process, after a line on standard error; on a device the line also goes
- * to the abort message and the log. There are two exceptions. If a value buffer cannot be allocated, the get or set
- * fails. If a long name or data type cannot be copied in a registration or in getTagInfo, the C++ library may throw
- * std::bad_alloc (libstdc++ does, libc++ does not); then nothing is registered and no mutex is held.
+ * to the abort message and the log. There are three exceptions. If a value buffer cannot be allocated, the get or set
+ * fails. If metadata cannot be copied, the frame has none. If a long name or data type cannot be copied in a
+ * registration or in getTagInfo, the C++ library may throw std::bad_alloc; then nothing is registered and no mutex is
+ * held.
  */
 #ifndef PARAMSET_H
 #define PARAMSET_H
@@ -352,8 +353,9 @@ public:
      * Makes a buffer, filled from @p src unless that is null. Returns a shared pointer to null if the allocation
      * failed.
      *
-     * The store calls it with its mutex held, so it must not get, set or erase. It may use the frame that the buffer is
-     * for (which does not have the tag yet), and it may destroy the store, which then lives until the call returns.
+     * The store calls it with its mutex held, so it must not get, set, erase or throw. It may use the frame that the
+     * buffer is for (which does not have the tag yet), and it may destroy the store, which then lives until the call
+     * returns.
      */
     virtual std::shared_ptr<void> create(void* src) const = 0;
     virtual ~creator_base_t() = default;
@@ -372,12 +374,12 @@ public:
 
     /** The bytes are undefined when @p src is null and the size is not 0. */
     std::shared_ptr<void> create(void* src) const override {
-        std::shared_ptr<void> buffer;
-        if (mUseMalloc != 0) {
-            buffer = std::shared_ptr<void>(std::malloc(static_cast<size_t>(mSize)), std::free);
-        } else {
-            buffer = std::shared_ptr<char>(new char(0));
-        }
+        // What a program's operator new throws must not pass through the store: it ends the process here.
+        const auto make = [this]() noexcept -> std::shared_ptr<void> {
+            if (mUseMalloc == 0) return std::shared_ptr<char>(new char(0));
+            return std::shared_ptr<void>(std::malloc(static_cast<size_t>(mSize)), std::free);
+        };
+        std::shared_ptr<void> buffer = make();
         if (src != nullptr && buffer != nullptr) std::memcpy(buffer.get(), src, static_cast<size_t>(mSize));
         return buffer;
     }
