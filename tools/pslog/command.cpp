@@ -114,7 +114,15 @@ Count readLog(const LogInput& input, Interpreter& interpreter) {
                      static_cast<double>(count.lines) / 1e6 / count.seconds);
     }
     if (count.used == 0) std::fprintf(stderr, "pslog: no message of the store in %s\n", input.name.c_str());
+    if (!count.problem.empty()) {
+        std::fprintf(stderr, "pslog: %s: %s; what was before is all that is used\n", input.name.c_str(),
+                     count.problem.c_str());
+    }
     return count;
+}
+
+int resultOf(const Count& count) {
+    return count.used > 0 && count.problem.empty() ? 0 : 1;
 }
 
 }  // namespace pslog

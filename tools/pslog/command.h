@@ -70,8 +70,12 @@ struct LogInput {
 /// Adds LOG and --rate; to be called after the subcommand's other arguments.
 void addLogInput(Subcommand& command, LogInput& input);
 
-/// Reads the log. Tells on standard error how fast, if that was asked for, and if there is nothing of the store in it.
+/// Reads the log. Tells on standard error how fast, if that was asked for, and if there is nothing of the store in it
+/// or it breaks off.
 Count readLog(const LogInput& input, Interpreter& interpreter);
+
+/// A subcommand's result if it has nothing to say itself: 1 if nothing was read, or not all.
+int resultOf(const Count& count);
 
 }  // namespace pslog
 

@@ -1,13 +1,21 @@
-// See line.h. The formats:
+// See line.h. The formats, where L is the level's letter:
 //     host         L ParamSet: message
 //     brief        L/ParamSet( PID): message
+//     tag          L/ParamSet: message
+//     process      L( PID) message  (ParamSet)
+//     thread       L( PID: TID) message
 //     time         MM-DD HH:MM:SS.mmm L/ParamSet( PID): message
 //     threadtime   MM-DD HH:MM:SS.mmm  PID  TID L ParamSet: message
-// A year before the date is read, too, a time of more or fewer digits, and the host's lines with a time before them.
+//     long         [ MM-DD HH:MM:SS.mmm  PID: TID L/ParamSet ], the message and a blank line
+// Their modifiers: "UID:" before PID (in threadtime without the colon), "YYYY-" before the date, " +hhmm" after the
+// time, more digits of the second, seconds since 1970 or since the start instead of date and time, and escapes for
+// colours around it all. The host's lines may have time, process and thread before them.
 
 #include "line.h"
 
-#include <charconv>
+#include <algorithm>
+
+#include "cursor.h"
 
 namespace pslog {
 
@@ -15,130 +23,207 @@ namespace {
 
 constexpr std::string_view MODULE = "ParamSet";
 
-/// Takes a text apart from the front. Every step says whether it could be made.
-struct Cursor {
-    std::string_view rest;
+int levelOf(char letter) {
+    switch (letter) {
+        case 'F':
+        case 'E': return 1;
+        case 'W': return 2;
+        case 'I': return 3;
+        case 'D': return 4;
+        case 'V': return 5;
+        default: return 0;
+    }
+}
 
-    bool literal(char expected) {
-        if (rest.empty() || rest.front() != expected) return false;
-        rest.remove_prefix(1);
+bool takeLevel(Cursor& cursor, int& level) {
+    level = levelOf(cursor.at(0));
+    if (level != 0) cursor.rest.remove_prefix(1);
+    return level != 0;
+}
+
+/// Escapes for colours, around the line or around its message.
+std::string_view withoutColour(std::string_view raw) {
+    constexpr std::string_view START = "\x1B[", END = "\x1B[0m";
+    if (raw.substr(0, START.size()) == START) {
+        const size_t end = raw.find('m');
+        if (end != std::string_view::npos && end < 12) raw.remove_prefix(end + 1);
+    }
+    if (raw.size() >= END.size() && raw.substr(raw.size() - END.size()) == END) raw.remove_suffix(END.size());
+    return raw;
+}
+
+/// Whether a line without a whole frame was one of the store's once: the module's name stands where a frame has it, or
+/// before what every message starts with.
+bool hasStoresRest(std::string_view raw) {
+    for (size_t at = raw.find(MODULE); at != std::string_view::npos; at = raw.find(MODULE, at + 1)) {
+        Cursor after{raw.substr(at + MODULE.size())};
+        const bool ends = after.at(0) == '(' || after.at(0) == ' ' || after.at(0) == ':';
+        const bool starts = at >= 2 && levelOf(raw[at - 2]) != 0 && (raw[at - 1] == ' ' || raw[at - 1] == '/');
+        uint32_t number = 0;
+        if (starts && ends) return true;
+        if (after.literal(": ") && after.number(number) && after.literal(", ")) return true;
+    }
+    return false;
+}
+
+/// Reads what stands before a message.
+struct FrontReader {
+    enum Result {
+        NO_FRONT,  ///< not a line of any of the formats
+        OTHERS,    ///< of another module
+        OURS,
+        HEADER  ///< of format `long`, and ours
+    };
+
+    TimeParser& times;
+    Cursor cursor;
+    Line& line;
+
+    Result take() {
+        const char first = cursor.at(0);
+        if (first == '[') return takeHeader();
+        if (isDigit(first) || first == ' ') {
+            cursor.blanks();
+            return takeTime() ? takeAfterTime() : NO_FRONT;
+        }
+        if (cursor.at(1) == '(') return takeProcess();
+        return takeLettered();
+    }
+
+    bool takeTime() { return times.take(cursor, line.timeUs, line.clock); }
+
+    Result takeAfterTime() {
+        Cursor host = cursor;
+        const bool isHost = takeLevel(host, line.level) && host.literal(' ') && host.literal(MODULE);
+        return isHost || cursor.at(1) == '/' ? takeLettered() : takeThreads();
+    }
+
+    /// "UID  PID  TID L ParamSet: ", the UID perhaps without
+    Result takeThreads() {
+        const Cursor start = cursor;
+        if (!takeTwoNumbers()) {
+            cursor = start;
+            if (!cursor.word()) return NO_FRONT;
+            cursor.blanks();
+            if (!takeTwoNumbers()) return NO_FRONT;
+        }
+        cursor.blanks();
+        if (!cursor.literal(MODULE)) return OTHERS;
+        cursor.blanks();
+        return cursor.literal(": ") ? OURS : NO_FRONT;
+    }
+
+    /// "PID  TID L"
+    bool takeTwoNumbers() {
+        if (!cursor.number(line.process)) return false;
+        cursor.blanks();
+        if (!cursor.number(line.thread)) return false;
+        cursor.blanks();
+        return takeLevel(cursor, line.level) && cursor.at(0) == ' ';
+    }
+
+    /// "L ParamSet: ", "L/ParamSet: " or "L/ParamSet(UID: PID): "
+    Result takeLettered() {
+        if (!takeLevel(cursor, line.level)) return NO_FRONT;
+        if (cursor.literal(' ')) return cursor.literal(MODULE) && cursor.literal(": ") ? OURS : NO_FRONT;
+        if (!cursor.literal('/')) return NO_FRONT;
+        if (!cursor.literal(MODULE)) return OTHERS;
+        cursor.blanks();
+        if (cursor.literal(": ")) return OURS;
+        return takeBracket(1) && cursor.literal(": ") ? OURS : NO_FRONT;
+    }
+
+    /// "L( PID) message  (ParamSet)" or "L( PID: TID) message"
+    Result takeProcess() {
+        if (!takeLevel(cursor, line.level)) return NO_FRONT;
+        const size_t end = cursor.rest.rfind("  (");
+        const bool isOfProcess = end != std::string_view::npos && cursor.rest.back() == ')';
+        Cursor module{isOfProcess ? cursor.rest.substr(end) : std::string_view()};
+        cursor.rest.remove_suffix(module.rest.size());
+        const bool numbered = isOfProcess ? takeBracket(1) : takeBracket(2) || takeBracket(1);
+        if (!numbered || !cursor.literal(' ')) return NO_FRONT;
+        line.isNamed = isOfProcess;
+        if (!isOfProcess) return OURS;
+        cursor.rest = withoutColour(cursor.rest);
+        return module.rest == "  (ParamSet)" ? OURS : OTHERS;
+    }
+
+    /// "(UID: PID: TID)"
+    bool takeBracket(int wanted) {
+        const size_t close = cursor.rest.find(')');
+        if (cursor.at(0) != '(' || close == std::string_view::npos) return false;
+        if (!takeIds({cursor.rest.substr(1, close - 1)}, wanted)) return false;
+        cursor.rest.remove_prefix(close + 1);
         return true;
     }
 
-    bool literal(std::string_view expected) {
-        if (rest.substr(0, expected.size()) != expected) return false;
-        rest.remove_prefix(expected.size());
-        return true;
+    /// "UID: PID: TID", of which the UID may be missing; if one number is wanted, the TID is.
+    bool takeIds(Cursor ids, int wanted) {
+        const auto colons = std::count(ids.rest.begin(), ids.rest.end(), ':');
+        ids.blanks();
+        if (colons == wanted) {
+            if (!ids.word() || !ids.literal(':')) return false;
+            ids.blanks();
+        } else if (colons != wanted - 1) {
+            return false;
+        }
+        if (!ids.number(line.process)) return false;
+        if (wanted == 2) {
+            if (!ids.literal(':')) return false;
+            ids.blanks();
+            if (!ids.number(line.thread)) return false;
+        }
+        return ids.rest.empty();
     }
 
-    template <typename Number>
-    bool number(Number& value) {
-        const auto [end, error] = std::from_chars(rest.data(), rest.data() + rest.size(), value);
-        if (error != std::errc()) return false;
-        rest.remove_prefix(static_cast<size_t>(end - rest.data()));
-        return true;
-    }
-
-    void blanks() {
-        while (!rest.empty() && rest.front() == ' ') rest.remove_prefix(1);
+    /// "[ TIME UID: PID: TID L/ParamSet ]"
+    Result takeHeader() {
+        if (!cursor.literal("[ ")) return NO_FRONT;
+        cursor.blanks();
+        if (!takeTime()) return NO_FRONT;
+        const size_t end = cursor.rest.find('/');
+        if (end == std::string_view::npos || end < 2 || cursor.rest[end - 2] != ' ') return NO_FRONT;
+        Cursor module{cursor.rest.substr(end - 1)};
+        if (!takeIds({cursor.rest.substr(0, end - 2)}, 2)) return NO_FRONT;
+        if (!takeLevel(module, line.level) || !module.literal('/')) return NO_FRONT;
+        if (!module.literal(MODULE)) return OTHERS;
+        module.blanks();
+        return module.literal(']') ? HEADER : NO_FRONT;
     }
 };
 
-bool takeLevel(Cursor& cursor, int& level) {
-    if (cursor.rest.empty()) return false;
-    switch (cursor.rest.front()) {
-        case 'F':
-        case 'E': level = 1; break;
-        case 'W': level = 2; break;
-        case 'I': level = 3; break;
-        case 'D': level = 4; break;
-        case 'V': level = 5; break;
-        default: return false;
-    }
-    cursor.rest.remove_prefix(1);
-    return true;
-}
-
-/// Digits after the point, as microseconds.
-bool takeFraction(Cursor& cursor, uint64_t& us) {
-    const size_t before = cursor.rest.size();
-    if (!cursor.number(us)) return false;
-    size_t digits = before - cursor.rest.size();
-    for (; digits < 6; ++digits) us *= 10;
-    for (; digits > 6; --digits) us /= 10;
-    return true;
-}
-
-/// "MM-DD HH:MM:SS.mmm", perhaps with "YYYY-" before it.
-bool takeTime(Cursor& cursor, int64_t& timeUs) {
-    static constexpr uint64_t DAYS_BEFORE[] = {0, 31, 60, 91, 121, 152, 182, 213, 244, 274, 305, 335};
-    uint64_t month = 0, day = 0, hour = 0, minute = 0, second = 0, us = 0;
-    if (!cursor.number(month) || !cursor.literal('-')) return false;
-    if (month > 12 && (!cursor.number(month) || !cursor.literal('-'))) return false;
-    if (!cursor.number(day) || !cursor.literal(' ') || month < 1 || month > 12) return false;
-    cursor.blanks();
-    if (!cursor.number(hour) || !cursor.literal(':') || !cursor.number(minute) || !cursor.literal(':')) return false;
-    if (!cursor.number(second) || !cursor.literal('.') || !takeFraction(cursor, us)) return false;
-    if (day > 31 || hour > 23 || minute > 59 || second > 60) return false;
-    const uint64_t seconds = (((DAYS_BEFORE[month - 1] + day) * 24 + hour) * 60 + minute) * 60 + second;
-    timeUs = static_cast<int64_t>(seconds * 1000000 + us);
-    return true;
-}
-
-/// "L ParamSet: "
-bool takeHost(Cursor& cursor, Line& line) {
-    return takeLevel(cursor, line.level) && cursor.literal(' ') && cursor.literal(MODULE) && cursor.literal(": ");
-}
-
-/// "L/ParamSet( PID): "
-bool takeBrief(Cursor& cursor, Line& line) {
-    if (!takeLevel(cursor, line.level) || !cursor.literal('/') || !cursor.literal(MODULE)) return false;
-    cursor.blanks();
-    if (!cursor.literal('(')) return false;
-    cursor.blanks();
-    return cursor.number(line.process) && cursor.literal("): ");
-}
-
-/// " PID  TID L ParamSet: "
-bool takeThreads(Cursor& cursor, Line& line) {
-    if (!cursor.number(line.process)) return false;
-    cursor.blanks();
-    if (!cursor.number(line.thread)) return false;
-    cursor.blanks();
-    if (!takeLevel(cursor, line.level)) return false;
-    cursor.blanks();
-    if (!cursor.literal(MODULE)) return false;
-    cursor.blanks();
-    return cursor.literal(": ");
-}
-
-bool takeFrame(Cursor& cursor, Line& line) {
-    if (cursor.rest.size() < 4) return false;
-    if (cursor.rest[0] >= '0' && cursor.rest[0] <= '9') {
-        if (!takeTime(cursor, line.timeUs)) return false;
-        cursor.blanks();
-        if (!cursor.rest.empty() && cursor.rest[0] >= '0' && cursor.rest[0] <= '9') return takeThreads(cursor, line);
-    }
-    const bool brief = cursor.rest.size() > 1 && cursor.rest[1] == '/';
-    return brief ? takeBrief(cursor, line) : takeHost(cursor, line);
-}
-
 }  // namespace
 
-LineKind parseLine(std::string_view raw, Line& line) {
+LineKind LineParser::parse(std::string_view raw, Line& line) {
+    if (!raw.empty() && raw.back() == '\r') raw.remove_suffix(1);
+    raw = withoutColour(raw);
+    const bool isFrame = raw.empty() && mBlankIsFrame;
+    mBlankIsFrame = false;
+    if (isFrame) return LineKind::FRAME;
+
     line = {};
-    Cursor cursor{raw};
-    if (!raw.empty() && raw.back() == '\r') cursor.rest.remove_suffix(1);
-    // A line that names the module, but has nothing whole around it, was one of the store's once.
-    if (!takeFrame(cursor, line)) {
-        return raw.find("ParamSet: ") == std::string_view::npos ? LineKind::OTHER : LineKind::BROKEN;
+    line.isNamed = true;
+    FrontReader front{mTimes, {raw}, line};
+    if (mHeader && !raw.empty() && isDigit(raw[0])) {
+        line = *mHeader;
+        mHeader.reset();
+        mBlankIsFrame = true;
+    } else {
+        mHeader.reset();
+        switch (front.take()) {
+            case FrontReader::OTHERS: return LineKind::OTHER;
+            case FrontReader::NO_FRONT: return hasStoresRest(raw) ? LineKind::BROKEN : LineKind::OTHER;
+            case FrontReader::HEADER: mHeader = line; return LineKind::FRAME;
+            case FrontReader::OURS: break;
+        }
     }
     uint32_t sourceLine = 0;
-    if (!cursor.number(sourceLine) || !cursor.literal(", ")) return LineKind::BROKEN;
-    const size_t end = cursor.rest.find(": ");
-    if (end == std::string_view::npos) return LineKind::BROKEN;
-    line.function = cursor.rest.substr(0, end);
-    line.text = cursor.rest.substr(end + 2);
+    const LineKind notWhole = line.isNamed ? LineKind::BROKEN : LineKind::OTHER;
+    if (!front.cursor.number(sourceLine) || !front.cursor.literal(", ")) return notWhole;
+    const size_t end = front.cursor.rest.find(": ");
+    if (end == std::string_view::npos) return notWhole;
+    line.function = front.cursor.rest.substr(0, end);
+    line.text = front.cursor.rest.substr(end + 2);
     return LineKind::STORE;
 }
 

@@ -4,8 +4,9 @@
 
 int main(int argc, char** argv) {
     pslog::Program program(
-        "Reads the messages of the parameter store from a log: the host's format, or the platform logger's\n"
-        "brief, time or threadtime. Other lines are passed over. Most answers need a log of level 5.");
+        "Reads the messages of the parameter store from a log: a host's, or the platform logger's in any of its\n"
+        "formats, also amid other text, as in a bug report, and compressed with gzip or zstd. Most answers need a\n"
+        "log of level 5.");
     addSummaryCommand(program);
     addFrameCommand(program);
     addTimelineCommand(program);

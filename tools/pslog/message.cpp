@@ -2,6 +2,7 @@
 
 #include "message.h"
 
+#include <algorithm>
 #include <charconv>
 #include <iterator>
 
@@ -147,6 +148,11 @@ bool findMessage(std::string_view function, std::string_view text, Kind& kind, A
         }
     }
     return false;
+}
+
+bool isStoresFunction(std::string_view function) {
+    return std::any_of(std::begin(MESSAGES), std::end(MESSAGES),
+                       [function](const Message& message) { return message.function == function; });
 }
 
 }  // namespace pslog

@@ -58,6 +58,9 @@ struct Arguments {
 /// Finds the message that a function logged with this text. Returns false if there is none such, as when it was cut.
 bool findMessage(std::string_view function, std::string_view text, Kind& kind, Arguments& arguments);
 
+/// Whether the store has messages of a function of this name.
+bool isStoresFunction(std::string_view function);
+
 }  // namespace pslog
 
 #endif  // PSLOG_MESSAGE_H

@@ -2,141 +2,158 @@
 
 #include "reader.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
-#include <system_error>
 #include <vector>
 
 #include "line.h"
+#include "log_file.h"
 #include "message.h"
+#include "text.h"
 
 namespace pslog {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using std::chrono::duration_cast;
+using std::chrono::milliseconds;
+using SteadyClock = std::chrono::steady_clock;
 
 constexpr size_t BLOCK = 1 << 20;
+constexpr milliseconds SECOND{1000};
 
 class Progress {
 public:
-    explicit Progress(int file) : mShown(isatty(STDERR_FILENO) != 0) {
-        struct stat status {};
-        if (fstat(file, &status) == 0 && S_ISREG(status.st_mode)) mSize = static_cast<double>(status.st_size);
-    }
+    explicit Progress(bool isWanted) : mIsShown(isWanted && isatty(STDERR_FILENO) != 0) {}
     ~Progress() {
         if (mHasShown) std::fputs("\r\033[K", stderr);
     }
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
-    void show(uint64_t bytes, uint64_t lines) {
-        const Clock::time_point now = Clock::now();
-        if (!mShown || now - mLast < std::chrono::milliseconds(500)) return;
+    void show(double part, uint64_t bytes, uint64_t lines) {
+        const SteadyClock::time_point now = SteadyClock::now();
+        if (!mIsShown || now - mLast < milliseconds(500)) return;
         mLast = now;
         mHasShown = true;
-        const double done = static_cast<double>(bytes);
-        if (mSize > 0) std::fprintf(stderr, "\r%3.0f %%, ", 100 * done / mSize);
-        std::fprintf(stderr, "%s%.0f MB, %.1f million lines ", mSize > 0 ? "" : "\r", done / 1e6,
+        if (part > 0) std::fprintf(stderr, "\r%3.0f %%, ", 100 * part);
+        std::fprintf(stderr, "%s%.0f MB, %.1f million lines ", part > 0 ? "" : "\r", static_cast<double>(bytes) / 1e6,
                      static_cast<double>(lines) / 1e6);
     }
 
 private:
-    bool mShown;
+    bool mIsShown;
     bool mHasShown = false;
-    double mSize = 0;
-    Clock::time_point mLast = Clock::now();
+    SteadyClock::time_point mLast = SteadyClock::now();
 };
 
-class File {
+/// Takes the bytes of a log apart, and counts what is in it.
+class LineTaker {
 public:
-    explicit File(const std::string& name)
-        : mName(name), mFile(name == "-" ? STDIN_FILENO : open(name.c_str(), O_RDONLY | O_CLOEXEC)) {
-        if (mFile < 0) fail();
-    }
-    ~File() {
-        if (mFile != STDIN_FILENO) close(mFile);
-    }
-    File(const File&) = delete;
-    File& operator=(const File&) = delete;
+    LineTaker(Count& count, Interpreter& interpreter) : mCount(count), mInterpreter(interpreter) {}
 
-    int number() const { return mFile; }
+    /// Where the next bytes go, and how many fit.
+    char* end() { return mBlock.data() + mFilled; }
+    size_t room() const { return mBlock.size() - mFilled; }
 
-    /// 0 at the end.
-    size_t read(char* to, size_t size) const {
-        ssize_t got = 0;
-        do {
-            got = ::read(mFile, to, size);
-        } while (got < 0 && errno == EINTR);
-        if (got < 0) fail();
-        return static_cast<size_t>(got);
+    void takeBytes(size_t size) {
+        mFilled += size;
+        const char* next = mBlock.data();
+        const char* const end = next + mFilled;
+        while (const void* found = std::memchr(next, '\n', static_cast<size_t>(end - next))) {
+            const char* lineEnd = static_cast<const char*>(found);
+            if (!mIsTooLong) takeLine({next, static_cast<size_t>(lineEnd - next)});
+            mIsTooLong = false;
+            next = lineEnd + 1;
+        }
+        mFilled = static_cast<size_t>(end - next);
+        std::memmove(mBlock.data(), next, mFilled);
+        if (mFilled < mBlock.size()) return;
+        takeEnd();
+        mIsTooLong = true;
+    }
+
+    /// The last line need not have an end.
+    void takeEnd() {
+        if (mFilled > 0 && !mIsTooLong) takeLine({mBlock.data(), mFilled});
+        mFilled = 0;
     }
 
 private:
-    [[noreturn]] void fail() const { throw std::system_error(errno, std::generic_category(), mName); }
+    void takeLine(std::string_view raw) {
+        ++mCount.lines;
+        Line line;
+        Kind kind{};
+        Arguments arguments;
+        LineKind lineKind = mParser.parse(raw, line);
+        if (lineKind == LineKind::STORE && !findMessage(line.function, line.text, kind, arguments)) {
+            lineKind = line.isNamed || isStoresFunction(line.function) ? LineKind::BROKEN : LineKind::OTHER;
+        }
+        switch (lineKind) {
+            case LineKind::OTHER: ++mCount.others; break;
+            case LineKind::FRAME: ++mCount.used; break;
+            case LineKind::BROKEN:
+                if (mCount.damaged++ == 0) mCount.firstDamaged = mCount.lines;
+                break;
+            case LineKind::STORE:
+                ++mCount.used;
+                ++mCount.ofLevel[static_cast<size_t>(line.level)];
+                makeSafe(arguments);
+                mInterpreter.take(line, kind, arguments, mCount.lines);
+        }
+    }
 
-    std::string mName;
-    int mFile;
+    void makeSafe(Arguments& arguments) {
+        for (size_t i = 0; i < arguments.text.size(); ++i) {
+            if (isSafe(arguments.text[i])) continue;
+            mSafe[i] = safeText(arguments.text[i]);
+            arguments.text[i] = mSafe[i];
+        }
+    }
+
+    Count& mCount;
+    Interpreter& mInterpreter;
+    LineParser mParser;
+    std::vector<char> mBlock = std::vector<char>(BLOCK);
+    size_t mFilled = 0;
+    bool mIsTooLong = false;  ///< the rest of a line that did not fit is passed over
+    std::array<std::string, 2> mSafe;
 };
-
-void takeLine(std::string_view raw, Count& count, Interpreter& interpreter) {
-    ++count.lines;
-    Line line;
-    Kind kind{};
-    Arguments arguments;
-    LineKind lineKind = parseLine(raw, line);
-    if (lineKind == LineKind::STORE && !findMessage(line.function, line.text, kind, arguments)) {
-        lineKind = LineKind::BROKEN;
-    }
-    switch (lineKind) {
-        case LineKind::OTHER: ++count.others; break;
-        case LineKind::BROKEN:
-            if (count.damaged++ == 0) count.firstDamaged = count.lines;
-            break;
-        case LineKind::STORE: ++count.used; interpreter.take(line, kind, arguments, count.lines);
-    }
-}
 
 }  // namespace
 
-Count readLog(const std::string& name, Interpreter& interpreter) {
-    const File file(name);
-    Progress progress(file.number());
-    const Clock::time_point start = Clock::now();
-    std::vector<char> block(BLOCK);
+Count readLog(const std::string& name, Interpreter& interpreter, const std::function<void(const Count&)>& everySecond) {
+    LogFile file(name);
+    Progress progress(!everySecond);
+    const SteadyClock::time_point start = SteadyClock::now();
+    SteadyClock::time_point next = start + SECOND;
     Count count;
-    size_t filled = 0;
+    LineTaker lines(count, interpreter);
     uint64_t bytes = 0;
-    bool tooLong = false;  // the rest of a line that did not fit is passed over
-    while (const size_t got = file.read(block.data() + filled, block.size() - filled)) {
+    while (true) {
+        if (everySecond) {
+            const SteadyClock::time_point now = SteadyClock::now();
+            const bool isReady = file.wait(static_cast<int>(duration_cast<milliseconds>(next - now).count()) + 1);
+            if (SteadyClock::now() >= next) {
+                everySecond(count);
+                next += SECOND;
+            }
+            if (!isReady) continue;
+        }
+        const size_t got = file.read(lines.end(), lines.room());
+        if (got == 0) break;
         bytes += got;
-        filled += got;
-        const char* next = block.data();
-        const char* const end = next + filled;
-        while (const void* found = std::memchr(next, '\n', static_cast<size_t>(end - next))) {
-            const char* lineEnd = static_cast<const char*>(found);
-            if (!tooLong) takeLine({next, static_cast<size_t>(lineEnd - next)}, count, interpreter);
-            tooLong = false;
-            next = lineEnd + 1;
-        }
-        filled = static_cast<size_t>(end - next);
-        std::memmove(block.data(), next, filled);
-        if (filled == block.size()) {
-            if (!tooLong) takeLine({block.data(), filled}, count, interpreter);
-            tooLong = true;
-            filled = 0;
-        }
-        progress.show(bytes, count.lines);
+        lines.takeBytes(got);
+        progress.show(file.progress(), bytes, count.lines);
     }
-    if (filled > 0 && !tooLong) takeLine({block.data(), filled}, count, interpreter);
+    lines.takeEnd();
     interpreter.finish();
-    count.seconds = std::chrono::duration<double>(Clock::now() - start).count();
+    count.problem = file.problem();
+    count.seconds = std::chrono::duration<double>(SteadyClock::now() - start).count();
     return count;
 }
 

@@ -14,7 +14,7 @@ int run(const LogInput& log) {
     Interpreter interpreter(summary);
     const Count count = readLog(log, interpreter);
     summary.print(stdout, interpreter, count);
-    return count.used == 0 ? 1 : 0;
+    return resultOf(count);
 }
 
 }  // namespace
