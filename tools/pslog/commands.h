@@ -8,6 +8,7 @@
 namespace pslog {
 
 void addSummaryCommand(Program& program);
+void addFlickersCommand(Program& program);
 void addFrameCommand(Program& program);
 void addTimelineCommand(Program& program);
 

@@ -47,6 +47,8 @@ bool isUnlocked(Kind kind) {
         case Kind::ERASE_LIMIT:
         case Kind::METADATA_LIMIT:
         case Kind::EXTERNAL_FAILED:
+        case Kind::STORE_MADE:
+        case Kind::STORE_ENDED:
         case Kind::NO_USE: return true;
         default: return false;
     }
@@ -66,6 +68,8 @@ void Interpreter::take(const Line& line, Kind kind, const Arguments& a, uint64_t
     tick(line);
     Call& call = callOf(line);
     if (takeMetadata(call, kind, a) || takeSync(call, kind, a) || takeRejection(kind, a)) return;
+    if (kind == Kind::STORE_MADE) return emit(event(EventType::STORE_MADE, {}, 0));
+    if (kind == Kind::STORE_ENDED) return emit(event(EventType::STORE_ENDED, {}, 0));
     if (kind == Kind::LATE || kind == Kind::LATE_SYNC) return takeLate(call, kind, a);
     if (takeErase(call, kind, a)) return;
     takeFacts(call, kind, a);
@@ -80,6 +84,7 @@ void Interpreter::finish() {
         emitLate(call, {}, Access::NOT_KNOWN);
     }
     mCalls.clear();
+    mListener.finish(mTags);
 }
 
 Event Interpreter::event(EventType type, const Key& key, uint32_t frame) const {
@@ -152,6 +157,7 @@ bool Interpreter::takeErase(Call& call, Kind kind, const Arguments& a) {
     if (kind == Kind::ERASE_BEGUN) {
         beginCall(call);
         call.erase = Erase{{a.number[0], a.number[1], UNKNOWN}, frameOf(a.number[2]), 0};
+        emit(event(EventType::ERASE_CALL, call.erase->key, call.erase->frame));
     } else if (kind == Kind::ERASE_ENDED) {
         call = {};
     } else if (kind == Kind::ERASE_TAG && call.erase) {
@@ -220,6 +226,7 @@ bool Interpreter::takeMetadata(Call& call, Kind kind, const Arguments& a) {
     } else {
         call.metadata = event(EventType::GET, key, frame);
         call.metadata->answer = frame == 0 || late ? Answer::FRAME_0 : Answer::NOT_KNOWN;
+        call.metadata->erased = late;
     }
     return true;
 }
@@ -282,16 +289,17 @@ void Interpreter::takeEnd(Call& call, Kind kind, const Arguments& a, int level) 
     uint32_t frame = frameOf(a.number[2]);
     const bool isEntered = call.entered && call.key == key;
     const bool synchronous = kind == Kind::GOT_SYNC || kind == Kind::DELIVERED;
-    if (!synchronous && isEntered && frame == THE_LAST) frame = call.frame;
+    call.newest = !synchronous && isEntered && frame == THE_LAST;
+    if (call.newest) frame = call.frame;
     switch (kind) {
         case Kind::GOT:
         case Kind::GOT_SYNC: got(call, key, frame, synchronous, level == TRACED_LEVEL); break;
         case Kind::SET:
         case Kind::DELIVERED: stored(call, key, frame, synchronous); break;
         case Kind::GET_FAILED:
-        case Kind::GET_SYNC_FAILED: failed(a, key, frame, Access::READ); break;
+        case Kind::GET_SYNC_FAILED: failed(a, key, frame, Access::READ, kind == Kind::GET_SYNC_FAILED); break;
         case Kind::SET_FAILED:
-        case Kind::DELIVER_FAILED: failed(a, key, frame, Access::WRITE); break;
+        case Kind::DELIVER_FAILED: failed(a, key, frame, Access::WRITE, kind == Kind::DELIVER_FAILED); break;
         default: return;
     }
     if (call.late && call.late->frame == frame) {
@@ -339,8 +347,11 @@ void Interpreter::emitLate(const Call& call, const Key& key, Access access) {
 void Interpreter::got(Call& call, const Key& key, uint32_t frame, bool synchronous, bool traced) {
     Event got = event(EventType::GET, key, frame);
     got.synchronous = synchronous;
+    got.newest = call.newest;
     const bool isRelated = call.related && call.related->key == key && call.related->frame == frame;
     const bool isLate = call.late && !synchronous;
+    got.erased = isLate;
+    if (isLate) got.count = call.late->needed;
     if (frame == 0 || isLate || (!synchronous && isStatic(key.tag))) {
         got.answer = Answer::FRAME_0;
     } else if (isRelated) {
@@ -375,17 +386,20 @@ void Interpreter::stored(Call& call, const Key& key, uint32_t frame, bool synchr
     emit(set);
 }
 
-void Interpreter::failed(const Arguments& a, const Key& key, uint32_t frame, Access access) {
+void Interpreter::failed(const Arguments& a, const Key& key, uint32_t frame, Access access, bool synchronous) {
     Event failure = event(EventType::FAILURE, key, frame);
     failure.access = access;
+    failure.synchronous = synchronous;
     if (static_cast<uint64_t>(key.pipe) >= MAX_PIPE_NUM) {
         failure.text = "pipe out of limit";
     } else if (a.number[6] == 0) {
         failure.text = "tag not registered";
+        failure.failure = Failure::NOT_REGISTERED;
     } else if (a.number[5] == 0) {
         failure.text = "no data";
     } else {
         failure.text = "no buffer: the checkpoint's frame is gone, or memory ran out";
+        failure.failure = Failure::NO_BUFFER;
     }
     emit(failure);
 }

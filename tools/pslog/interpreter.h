@@ -50,28 +50,36 @@ enum class EventType {
     TIMEOUT,  ///< its wait timed out; the line before WAIT
     GET,
     SET,
-    LATE,   ///< a request at or below the erase point
-    TRIM,   ///< a new checkpoint made room for itself
-    ERASE,  ///< an explicit erase, of one tag
+    LATE,        ///< a request at or below the erase point
+    TRIM,        ///< a new checkpoint made room for itself
+    ERASE,       ///< an explicit erase, of one tag
+    ERASE_CALL,  ///< an explicit erase of a pipe has begun
     FRAME_REMOVED,
-    FAILURE
+    FAILURE,
+    STORE_MADE,
+    STORE_ENDED
 };
+enum class Failure { OTHER, NOT_REGISTERED, NO_BUFFER };
 enum class Answer { NOT_KNOWN, ITSELF, EARLIER, FRAME_0 };
 enum class Access { NOT_KNOWN, READ, WRITE };
 
 struct Event {
     EventType type;
     Key key;
-    uint32_t frame = 0;  ///< TRIM, ERASE: the newest whose value went
+    uint32_t frame = 0;  ///< TRIM, ERASE: the newest whose value went; ERASE_CALL: the one erased at
     Answer answer = Answer::NOT_KNOWN;
     Access access = Access::NOT_KNOWN;
     bool synchronous = false;
     bool newCheckpoint = false;
     bool notified = false;
     bool timedOut = false;
-    uint32_t other =
-        0;  ///< GET: the checkpoint that answered; TRIM: the frame set; ERASE: the one erased at; LATE: the erase point
-    int64_t count = 0;      ///< WAIT: ms; LATE: the needed life; TRIM, ERASE: values that went
+    bool newest = false;  ///< GET: of whatever frame was the newest
+    bool erased = false;  ///< GET: plain, at or below the erase point
+    Failure failure = Failure::OTHER;
+    /// GET: the checkpoint that answered, or should have; TRIM: the frame set; ERASE: the one erased at; LATE: the
+    /// erase point
+    uint32_t other = 0;
+    int64_t count = 0;      ///< WAIT: ms; LATE, GET: the needed life; TRIM, ERASE: values that went
     std::string_view text;  ///< FAILURE: the cause, a literal; LATE: the tag's name, for the time of the call
     int64_t timeUs = 0;
     uint32_t thread = 0;  ///< 0 if the format does not say
@@ -82,6 +90,8 @@ class Listener {
 public:
     virtual ~Listener() = default;
     virtual void take(const Event& event, const Tags& tags) = 0;
+    /// The log has ended.
+    virtual void finish(const Tags&) {}
 };
 
 class Interpreter {
@@ -127,6 +137,7 @@ private:
         bool entered = false;  ///< key and frame are of a plain call
         bool asked = false;    ///< key and frame are of a synchronous get that has not yet waited
         bool notified = false;
+        bool newest = false;  ///< of a plain call: of the newest frame
         std::optional<Late> late;
         std::optional<Related> related;
         std::optional<Checkpoint> checkpoint;
@@ -149,7 +160,7 @@ private:
     void takeLate(Call& call, Kind kind, const Arguments& arguments);
     void got(Call& call, const Key& key, uint32_t frame, bool synchronous, bool traced);
     void stored(Call& call, const Key& key, uint32_t frame, bool synchronous);
-    void failed(const Arguments& arguments, const Key& key, uint32_t frame, Access access);
+    void failed(const Arguments& arguments, const Key& key, uint32_t frame, Access access, bool synchronous);
     void eraseCheckpoints(Call& call, uint32_t newest);
     void emitLate(const Call& call, const Key& key, Access access);
     void beginCall(Call& call);

@@ -8,6 +8,7 @@ int main(int argc, char** argv) {
         "formats, also amid other text, as in a bug report, and compressed with gzip or zstd. Most answers need a\n"
         "log of level 5.");
     addSummaryCommand(program);
+    addFlickersCommand(program);
     addFrameCommand(program);
     addTimelineCommand(program);
     return program.run(argc, argv);

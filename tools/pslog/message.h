@@ -47,6 +47,8 @@ enum class Kind : uint8_t {
     ERASE_LIMIT,
     METADATA_LIMIT,
     EXTERNAL_FAILED,
+    STORE_MADE,
+    STORE_ENDED,
     NO_USE  ///< nothing here needs it
 };
 
