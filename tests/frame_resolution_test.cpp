@@ -59,6 +59,21 @@ TEST_F(FrameResolution, FrameAtOrBelowTheErasePointIsAnsweredAndWrittenInFrameZe
     EXPECT_EQ(frames(), (std::vector<uint32_t>{30}));
 }
 
+TEST_F(FrameResolution, CheckpointWhoseFrameIsGoneIsNotAnsweredByAnOlderOne) {
+    constexpr uint32_t kLate = 9;
+    set(10, 1, kLate);  // not registered: a frame and a checkpoint, but no value
+    registerPsQueueParam(kLate, 4, 0, "late", "uint32_t", 100);
+    set(5, 55, kLate);
+    set(11, 1);
+    erasePs(kCam, kPipe, 17);  // takes the empty frame 10 with tag 7's
+    EXPECT_EQ(frames(), (std::vector<uint32_t>{5}));
+    EXPECT_EQ(checkpoints(kLate), (std::vector<uint32_t>{5, 10}));
+    takeLog();
+    EXPECT_EQ(get(12, kLate), kNothing);
+    EXPECT_EQ(countLogged("1 _getParam: fail camID: 0, pipe: 2, frameID: 12, tag: 9,"), 1u);
+    EXPECT_EQ(get(9, kLate), 55u);
+}
+
 TEST_F(FrameResolution, NewestFrameOfAnEmptyPipeIsFrameZero) {
     EXPECT_EQ(set(THE_LAST, 4), PS_OK);
     EXPECT_EQ(get(THE_LAST), 4u);

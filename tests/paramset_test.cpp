@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <cstring>
 #include <functional>
 #include <thread>
 
@@ -64,10 +65,93 @@ TEST_F(Paramset, StoreIsBuiltOnceWithAllPipesAndDestroyedOnce) {
     EXPECT_EQ(countLogged("5 ~ParamFrame: delete cam["), 70u);
 }
 
+TEST_F(Paramset, EndOfTheStoreIsLoggedBeforeItsFrames) {
+    Lines expected;
+    registerPsDynamicParam(kTag, 4, 0, "tag", "uint32_t");
+    for (int pipe = MAX_PIPE_NUM - 1; pipe >= 0; --pipe) {
+        const auto frame = static_cast<uint32_t>(10 + pipe);
+        uint32_t value = 1;
+        setPsParam(3, pipe, frame, kTag, &value);
+        expected.push_back("5 ~ParamFrame: delete cam[3] frame[" + std::to_string(frame) + "], and total tag Num:1");
+        expected.push_back("5 ~ParamFrame: delete cam[3] frame[0], and total tag Num:0");
+    }
+    takeLog();
+    for (int i = 0; i < 1000; ++i) ParamSet::destroyInstance();
+    Lines lines = takeLog();
+    EXPECT_EQ(lines.front(), "3 destroyInstance: destory");
+    const auto isOfOtherCamera = [](const std::string& line) { return line.find("cam[3]") == line.npos; };
+    lines.erase(std::remove_if(lines.begin(), lines.end(), isOfOtherCamera), lines.end());
+    EXPECT_EQ(lines, expected) << "pipe by pipe, frame 0 last";
+    EXPECT_NE(ParamSet::createInstance(), nullptr);
+    EXPECT_EQ(set(10, 5), PS_OK);
+}
+
+TEST_F(Paramset, SwitchesAreDecimalNumbersOfUpToNinetyOneCharacters) {
+    for (const auto& [text, number] : {std::pair<std::string, int>{"010", 10},
+                                       {"0x1", 0},
+                                       {std::string(84, '0') + "17", 17},
+                                       {std::string(90, '0') + "9", 9}}) {
+        ParamSet::destroyInstance();
+        property_set("persist.vendor.cam.log.tag", text.c_str());
+        ParamSet::createInstance();
+        EXPECT_EQ(zarn::ps_log_tag, number) << text;
+    }
+}
+
+TEST_F(Paramset, RegistrationHoldsTheExportedMutex) {
+    static bool sCouldLock;
+    sCouldLock = true;
+    host::setLogSink(
+        [](void*, pipeline_loglevel, const char*, const char* line) {
+            if (std::strstr(line, "register_tag") == nullptr) return;
+            std::thread([] {
+                sCouldLock = zarn::gRigisterMutex.try_lock();
+                if (sCouldLock) zarn::gRigisterMutex.unlock();
+            }).join();
+        },
+        nullptr);
+    registerPsDynamicParam(kTag, 4, 0, "tag", "uint32_t");
+    EXPECT_FALSE(sCouldLock);
+}
+
+// The trace switch is there for a log that prints level 4 and not 5.
+TEST_F(Paramset, TracedTagIsLoggedWhereLevelFourIsPrinted) {
+    property_set("persist.vendor.cam.log.tag", "7");
+    property_set("persist.vendor.cam.log.erase", "1");
+    ParamSet::destroyInstance();
+    ParamSet::createInstance();
+    registerPsQueueParam(kTag, 4, 2, "traced", "uint32_t", 7);
+    registerPsDynamicParam(8, 4, 0, "other", "uint32_t");
+    host::setLogLevel(4);
+    takeLog();
+    for (const uint32_t tag : {8u, kTag}) {
+        set(10, 1, tag);
+        set(11, 1, tag);
+        get(12, tag);
+        deliver(11, 2, tag);
+        getSyn(11, tag, 1);
+    }
+    erasePs(kCam, kPipe, 18);
+    const std::string traced = "camID: 0, pipe: 2, frameID: 11, tag: 7,";
+    const std::string copied = "intrData:*,extrData:*,tagSize:4";
+    EXPECT_EQ(takeLog(), (Lines{
+                             "4 _setParam: success camID: 0, pipe: 2, frameID: 10, tag: 7," + copied,
+                             "4 autoErase: pipe 2 tag 7, head 10, queueSize 1",
+                             "4 _setParam: success " + traced + copied,
+                             "4 permiProc: cam 0 pipe 2 tag 7 destID 12 relatedID:11",
+                             "4 _getParam: success  camID: 0, pipe: 2, frameID: 12, tag: 7," + copied,
+                             "4 _setParamSyn: " + traced,
+                             "4 _getParamSyn: " + traced,
+                             "4 _erase: E cam[0] pipe[2] frame[18] and oldest will be erased",
+                             "4 _erase: tag:8 checkPoint size:2",
+                         }));
+}
+
 TEST_F(Paramset, FrameHoldsBuffersAndMetadataOfItsOwn) {
     registerPsDynamicParam(1, 4, 0, "one", "uint32_t");
     registerPsDynamicParam(2, 0, 0, "two", "none");
     ParamSet::register_tag<char>(3, nullptr, 0, "no creator", "none", 0);
+    registerPsDynamicParam(5, 0xFFFFFFF0, 0, "more than all memory", "bytes");
     takeLog();
 
     auto frame = std::make_unique<ParamFrame>(4, 77, nullptr, &zarn::gTagInfo);
@@ -79,13 +163,19 @@ TEST_F(Paramset, FrameHoldsBuffersAndMetadataOfItsOwn) {
     EXPECT_EQ(frame->getTag(1), second);
     EXPECT_EQ(frame->createTag(3, &value), nullptr);
     EXPECT_EQ(frame->createTag(4, &value), nullptr);
+    EXPECT_EQ(frame->createTag(5, nullptr), nullptr);
+    EXPECT_TRUE(frame->existTag(5)) << "an entry without a buffer";
+    EXPECT_EQ(frame->getTag(5), nullptr);
+    frame->eraseTag(5);
     EXPECT_EQ(frame->getTag(4), nullptr);
     EXPECT_EQ(frame->getActiveTagSize(), 1u);
     EXPECT_NE(frame->createTag(2, nullptr), nullptr);
     EXPECT_TRUE(frame->existTag(2));
+    frame->mStatus[2].mState = 1;
     EXPECT_EQ(frame->eraseTag(2), 0);
     EXPECT_EQ(frame->eraseTag(2), 0);
     EXPECT_FALSE(frame->existTag(2));
+    EXPECT_EQ(frame->mStatus.at(2).mState, 1) << "the record stays";
 
     camera_metadata* source = host::makeMetadata("abc", 3);
     frame->setMetadata(source);
@@ -102,6 +192,7 @@ TEST_F(Paramset, FrameHoldsBuffersAndMetadataOfItsOwn) {
                              "5 createTag: X:ok",
                              "1 createTag: X Failed to create tag, no such creator: 3",
                              "1 createTag: X Failed to create tag, no such creator: 4",
+                             "5 createTag: X:fail",
                              "5 createTag: X:ok",
                              "5 operator(): free_camera_metadata mCamID:4,mFrameID:77",
                              "5 ~ParamFrame: delete cam[4] frame[77], and total tag Num:1",

@@ -179,7 +179,7 @@ private:
         } else if (what < 750) {
             checkDone(erasePs(cam, pipe, what == 731 ? THE_LAST : newest));
         } else if (what < 850) {
-            if (caller.id < MAX_CAM_NUM) useMetadata(caller.id, newest);
+            caller.id < kSharedMetadata ? useMetadata(caller.id, newest) : shareMetadata(newest);
             ParamSet::getMetadata(cam, frame);
         } else if (what < 855) {
             const uint32_t result = getPsParam(cam, pipe, frame, kNever, got.words.data());
@@ -217,6 +217,15 @@ private:
         EXPECT_TRUE(got.isUntouched() || got.isOf(at, at.frame, at.frame)) << "frame " << at.frame << " tag " << at.tag;
     }
 
+    // All other threads store it for one camera, and look at nothing that another may free.
+    void shareMetadata(uint32_t frame) {
+        camera_metadata* mine = host::makeMetadata(&frame, sizeof frame);
+        checkDone(ParamSet::setMetadata(kSharedMetadata, frame, mine));
+        free_camera_metadata(mine);
+        ParamSet::getMetadata(kSharedMetadata, frame);
+        if (frame % 4 == 0) checkDone(erasePs(kSharedMetadata, 0, frame));
+    }
+
     // One thread alone stores metadata of this camera, and erases its pipe 0.
     void useMetadata(uint32_t cam, uint32_t frame) {
         camera_metadata* mine = host::makeMetadata(&frame, sizeof frame);
@@ -230,6 +239,7 @@ private:
     }
 
     static constexpr uint32_t kNever = 0xFFFF;  // never registered
+    static constexpr uint32_t kSharedMetadata = MAX_CAM_NUM - 1;
 
     std::atomic<uint32_t> mTags{0};  // tags 0 to here are registered
     std::shared_mutex mEnding;       // held by one that uses the store's address, shared by those that end the store
@@ -294,6 +304,27 @@ TEST_F(Threads, NoCallFindsTheStoreAfterItsEnd) {
         while (done < 3 * i) std::this_thread::yield();
     }
     for (std::thread& thread : threads) thread.join();
+}
+
+// Two threads build stores while two end them. When they rest, there is one store for all or none.
+TEST_F(Threads, StoreThatExistsIsFoundByCalls) {
+    int existed = 0;
+    for (int round = 0; round < 3000; ++round) {
+        std::atomic<int> arrived{0};
+        const auto cross = [&arrived](bool creates) {
+            ++arrived;
+            while (arrived != 4) std::this_thread::yield();
+            creates ? static_cast<void>(ParamSet::createInstance()) : ParamSet::destroyInstance();
+        };
+        std::thread threads[] = {std::thread(cross, true), std::thread(cross, false), std::thread(cross, true),
+                                 std::thread(cross, false)};
+        for (std::thread& thread : threads) thread.join();
+        const bool exists = ParamSet::getInstance() != nullptr;
+        existed += exists;
+        uint32_t words[512] = {};
+        ASSERT_EQ(setPsParam(0, 1, 10, 0, words), exists ? PS_OK : PS_NO_DATA) << "round " << round;
+    }
+    EXPECT_TRUE(existed > 0 && existed < 3000) << existed << ": the threads never crossed";
 }
 
 // As at the exit of a process whose threads are still busy: static objects go while they wait in calls and make new
