@@ -8,7 +8,7 @@ set(installed_targets paramset)
 set(pkgconfig_requires "")
 install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 
-if(PARAMSET_PLATFORM STREQUAL "host")
+if(platform STREQUAL "host")
     # The library needs it to run, and a program on a host may want to steer it.
     list(APPEND installed_targets paramset_host)
     set(pkgconfig_requires "paramset_host = ${PROJECT_VERSION}")
