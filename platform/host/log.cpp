@@ -167,7 +167,8 @@ void platform_refresh_log_level() {}
 
 void platform_last_words(const char*) {}
 
-void LogMessage::__print_log_(const char* format, ...) const noexcept {
+// Weak, for a program that is linked with this file itself and brings a log of its own.
+__attribute__((weak)) void LogMessage::__print_log_(const char* format, ...) const noexcept {
     if (mLevel < PIPELINE_LOG_ERROR || mLevel > PIPELINE_LOG_VERBOSE || mLevel > host::logLevel()) {
         return;
     }

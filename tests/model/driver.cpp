@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string_view>
 #include <tuple>
 
 namespace {
@@ -16,13 +17,24 @@ constexpr size_t kGuard = 16;
 constexpr const char* kProperties[] = {"persist.vendor.cam.log.ps", "persist.vendor.cam.log.tag",
                                        "persist.vendor.cam.log.erase"};
 
-model::Lines* gTranscript = nullptr;  // where the operations of the external processor write
+// What the store logs, and what the operations of the external processor note, during a call.
+struct Log {
+    Lines lines;
+    const void* data = nullptr;  // the caller's buffer
+    unsigned timeout = 0;
+    bool isOn = false;
+} gLog;
 
-int note(int slot, const void* handle, long long first, long long second, const void* pointer) {
-    char line[160];
-    snprintf(line, sizeof(line), "0 operation: %d handle %p numbers %lld %lld pointer %p", slot, handle, first, second,
-             pointer);
-    gTranscript->push_back(line);
+__attribute__((format(printf, 3, 4))) void addLine(int level, const char* function, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    gLog.lines.emplace_back(level, function, format, arguments);
+    va_end(arguments);
+}
+
+int note(int slot, const void* handle, int64_t first, int64_t second, const void* pointer) {
+    addLine(0, "operation", model::kOperationLine, slot, reinterpret_cast<intmax_t>(handle), first, second,
+            reinterpret_cast<intmax_t>(pointer));
     return model::reply(slot);
 }
 
@@ -55,15 +67,21 @@ std::array<void*, 7> handles(uint32_t value) {
     return all;
 }
 
-/// Writes the address behind each key as the model does.
-void nameAddress(std::string& line, const char* key, const void* data) {
-    const size_t at = line.find(key);
-    if (at == std::string::npos) return;
-    const size_t begin = at + strlen(key);
-    const size_t end = std::min(line.find(',', begin), line.size());
-    const auto address = strtoull(line.c_str() + begin, nullptr, 16);  // "(nil)" is 0 as well
-    const bool isData = address == reinterpret_cast<uintptr_t>(data);
-    line.replace(begin, end - begin, address == 0 ? "null" : isData ? "data" : "*");
+// Names addresses and the time of a wait as the model does.
+void generalise(model::Line& line) {
+    auto* number = line.numbers.begin();
+    for (const char* c = line.format; *c != '\0'; c++) {
+        if (*c != '%') continue;
+        switch (*++c) {
+            case 's': break;
+            case 'p':
+                *number = *number == 0 ? 0 : *number == reinterpret_cast<intptr_t>(gLog.data) ? 2 : 1;
+                number++;
+                break;
+            case 'f': *number = *number >= gLog.timeout ? -1 : *number, number++; break;
+            default: number++;
+        }
+    }
 }
 
 // ---- The store's state in the model's words
@@ -72,23 +90,70 @@ std::string textOf(const camera_metadata* metadata) {
     return {reinterpret_cast<const char*>(host::metadataBytes(metadata)), host::metadataSize(metadata)};
 }
 
-Frame snapshot(zarn::ParamFrame& frame, uint32_t cam, uint32_t id, const Frame& expected, std::string& wrong) {
-    Frame copy;
-    if (frame.mCamID != cam || frame.mFrameID != id || frame.mTagInfo != &zarn::gTagInfo ||
-        frame.mParamSet != ParamSet::getInstance()) {
-        wrong += "frame " + std::to_string(id) + " is not what it is listed as\n";
+/// Whether two maps have the same keys, with values that are like each other.
+template <typename Expected, typename Found, typename IsLike>
+bool areLike(const Expected& expected, const Found& found, IsLike isLike) {
+    return std::equal(expected.begin(), expected.end(), found.begin(), found.end(), [&](const auto& a, const auto& b) {
+        return a.first == b.first && isLike(a.first, a.second, b.second);
+    });
+}
+
+bool isValue(uint32_t, const Value& expected, const std::shared_ptr<void>& found) {
+    if (expected.made != (found != nullptr)) return false;
+    return !expected.known || memcmp(found.get(), expected.bytes.data(), expected.bytes.size()) == 0;
+}
+
+bool isStatus(uint32_t, const model::Status& expected, const zarn::FrameStatus& found) {
+    return expected.frame == found.mFrameID && expected.state == found.mState;
+}
+
+bool isFrame(uint32_t cam, uint32_t id, const Frame& expected, zarn::ParamFrame& found) {
+    if (found.mCamID != cam || found.mFrameID != id || found.mTagInfo != &zarn::gTagInfo ||
+        found.mParamSet != ParamSet::getInstance() || expected.metadata.has_value() != (found.mMetadata != nullptr)) {
+        return false;
     }
+    return areLike(expected.tags, found.mTags, isValue) && areLike(expected.status, found.mStatus, isStatus) &&
+           (!expected.metadata || *expected.metadata == textOf(found.getMetadata()));
+}
+
+bool isPipe(uint32_t cam, const Pipe& expected, const zarn::pipe_elem& found) {
+    return found.mErasePoint == expected.erasePoints && isFrame(cam, 0, expected.zero, *found.mF0) &&
+           areLike(expected.frames, found.mFrames,
+                   [cam](uint32_t id, const Frame& frame, const auto& other) {
+                       return other != nullptr && isFrame(cam, id, frame, *other);
+                   }) &&
+           areLike(expected.checkpoints, found.mCheckPoint, [](uint32_t, const auto& list, const auto& other) {
+               return list.has_value() == (other != nullptr) && (!list || *list == *other);
+           });
+}
+
+Frame toModel(zarn::ParamFrame& frame) {
+    Frame copy;
     for (const auto& [tag, buffer] : frame.mTags) {
-        Value& value = copy.tags[tag];
-        value.made = buffer != nullptr;
-        const auto like = expected.tags.find(tag);
-        if (like == expected.tags.end() || !like->second.known || !value.made) continue;
-        value.known = true;
-        value.bytes.assign(static_cast<char*>(buffer.get()), like->second.bytes.size());
+        const size_t size = buffer != nullptr ? static_cast<size_t>(zarn::gTagInfo[tag].mSize) : 0;
+        copy.tags[tag] = {buffer != nullptr, true, std::string(static_cast<char*>(buffer.get()), size)};
     }
     for (const auto& [tag, status] : frame.mStatus) copy.status[tag] = {status.mFrameID, status.mState};
     if (frame.mMetadata != nullptr) copy.metadata = textOf(frame.getMetadata());
     return copy;
+}
+
+Pipe toModel(const zarn::pipe_elem& pipe) {
+    Pipe copy;
+    copy.zero = toModel(*pipe.mF0);
+    copy.erasePoints = pipe.mErasePoint;
+    for (const auto& [id, frame] : pipe.mFrames) copy.frames[id] = frame != nullptr ? toModel(*frame) : Frame();
+    for (const auto& [tag, list] : pipe.mCheckPoint) {
+        if (copy.checkpoints[tag]; list != nullptr) copy.checkpoints[tag] = *list;
+    }
+    return copy;
+}
+
+void inAnyOrder(Lines& lines) {
+    std::sort(lines.begin(), lines.end(), [](const model::Line& a, const model::Line& b) {
+        const int order = strcmp(a.format, b.format);
+        return order != 0 ? order < 0 : a.numbers < b.numbers;
+    });
 }
 
 std::string hex(const std::string& bytes) {
@@ -109,8 +174,8 @@ std::string describe(const std::string& name, const Frame& frame) {
     return frame.metadata ? text + " metadata " + *frame.metadata : text;
 }
 
-Lines describe(const Pipe& pipe) {
-    Lines lines = {describe("frame 0", pipe.zero)};
+std::vector<std::string> describe(const Pipe& pipe) {
+    std::vector<std::string> lines = {describe("frame 0", pipe.zero)};
     for (const auto& [id, frame] : pipe.frames) lines.push_back(describe("frame " + std::to_string(id), frame));
     for (const auto& [tag, list] : pipe.checkpoints) {
         lines.push_back("checkpoints of " + std::to_string(tag) + (list ? ":" : ": no list"));
@@ -122,8 +187,14 @@ Lines describe(const Pipe& pipe) {
     return lines;
 }
 
+std::vector<std::string> describe(const Lines& lines) {
+    std::vector<std::string> texts;
+    for (const model::Line& line : lines) texts.push_back(line.text());
+    return texts;
+}
+
 /// The first line that differs; what comes after may follow from it.
-std::string difference(const std::string& what, Lines expected, Lines found) {
+std::string difference(const std::string& what, std::vector<std::string> expected, std::vector<std::string> found) {
     expected.push_back("(nothing more)");
     found.push_back("(nothing more)");
     size_t i = 0;
@@ -131,7 +202,31 @@ std::string difference(const std::string& what, Lines expected, Lines found) {
     return what + "\n  expected: " + expected[i] + "\n     found: " + found[i] + "\n";
 }
 
+/// The texts of the log switches for a creation.
+std::array<std::string, 3> switches(const Operation& creation) {
+    return {creation.noPointer         ? "x"
+            : creation.number % 3 == 1 ? "3"
+                                       : "",
+            std::to_string(static_cast<int32_t>(creation.request.tag)), creation.number % 2 == 1 ? "1" : ""};
+}
+
 }  // namespace
+
+// In place of the host's, which writes the line out.
+void LogMessage::__print_log_(const char* format, ...) const noexcept {
+    if (!gLog.isOn || mLevel > host::logLevel()) return;
+    va_list arguments;
+    va_start(arguments, format);
+    constexpr std::string_view kBegin = "%d, %s: ";
+    if (model::Line::isSame(mModule, "ParamSet") && kBegin.compare(0, kBegin.npos, format, kBegin.size()) == 0 &&
+        va_arg(arguments, int) > 0) {
+        const char* const function = va_arg(arguments, const char*);
+        generalise(gLog.lines.emplace_back(mLevel, function, format + kBegin.size(), arguments));
+    } else {
+        addLine(mLevel, mModule, "a line without module, number or function");
+    }
+    va_end(arguments);
+}
 
 std::string toText(const Operation& operation) {
     static const char* const names[] = {
@@ -154,32 +249,12 @@ Driver::Driver() {
         __atomic_store_n(logSwitch, 0, __ATOMIC_RELAXED);
     }
     host::setLogLevel(5);
-    host::setLogSink(keepLine, this);
 }
 
 Driver::~Driver() {
-    host::setLogSink(nullptr, nullptr);
     host::setLogLevel(0);
     ParamSet::destroyInstance();
     host::setLogLevel(3);
-}
-
-void Driver::keepLine(void* self, pipeline_loglevel level, const char* module, const char* message) {
-    Driver& driver = *static_cast<Driver*>(self);
-    char* text = nullptr;
-    const unsigned long sourceLine = strtoul(message, &text, 10);
-    std::string line = std::to_string(level) + " ";
-    if (strcmp(module, "ParamSet") != 0 || sourceLine == 0 || strncmp(text, ", ", 2) != 0) line += "malformed: ";
-    line += text + std::min<size_t>(2, strlen(text));
-    nameAddress(line, "intrData:", nullptr);
-    nameAddress(line, "extrData:", driver.mData);
-    nameAddress(line, "mElem:", nullptr);
-    const size_t wait = line.find("wait: ");
-    if (wait != std::string::npos) {
-        const unsigned long elapsed = strtoul(line.c_str() + wait + 6, &text, 10);
-        if (elapsed >= driver.mTimeout && strcmp(text, ".000000 ms.") == 0) line.replace(wait + 6, line.npos, "* ms.");
-    }
-    driver.mFound.push_back(line);
 }
 
 Driver::Results Driver::callValue(const Operation& operation, char* data, Value& value) {
@@ -187,7 +262,7 @@ Driver::Results Driver::callValue(const Operation& operation, char* data, Value&
     const auto& [cam, pipe, frame, tag] = r;
     Value* const modelData = data != nullptr ? &value : nullptr;
     const uint32_t timeout = static_cast<uint32_t>(operation.number);
-    mTimeout = operation.kind == Kind::kGetSyncTimeout && timeout != 0 ? timeout : 50;
+    gLog.timeout = operation.kind == Kind::kGetSyncTimeout && timeout != 0 ? timeout : 50;
     switch (operation.kind) {
         case Kind::kGet: return {mModel.get(r, modelData), getPsParam(cam, pipe, frame, tag, data)};
         case Kind::kSet: return {mModel.set(r, modelData), setPsParam(cam, pipe, frame, tag, data)};
@@ -217,8 +292,8 @@ Driver::Results Driver::call(const Operation& operation, char* data) {
         case Kind::kDestroy:
             mModel.destroy();
             ParamSet::destroyInstance();
-            std::sort(mModel.transcript.begin(), mModel.transcript.end());
-            std::sort(mFound.begin(), mFound.end());
+            inAnyOrder(mModel.transcript);
+            inAnyOrder(gLog.lines);
             return {};
         default: break;
     }
@@ -270,51 +345,78 @@ Driver::Results Driver::setMetadata(const Operation& operation) {
 Driver::Results Driver::getMetadata(const Operation& operation) {
     const auto& [cam, pipe, frame, tag] = operation.request;
     const std::string* expected = mModel.getMetadata(cam, frame);
-    if (expected != nullptr) mModel.transcript.push_back(*expected);
     const camera_metadata* found = ParamSet::getMetadata(cam, frame);
-    if (found != nullptr) mFound.push_back(textOf(found));
-    return {expected != nullptr, found != nullptr};
+    const bool isSame = expected == nullptr || found == nullptr || textOf(found) == *expected;
+    return {expected != nullptr, isSame ? found != nullptr : -1};
 }
 
 void Driver::create(const Operation& operation) {
-    const std::string values[] = {operation.noPointer         ? "x"
-                                  : operation.number % 3 == 1 ? "3"
-                                                              : "",
-                                  std::to_string(static_cast<int32_t>(operation.request.tag)),
-                                  operation.number % 2 == 1 ? "1" : ""};
-    for (size_t i = 0; i < 3; i++) property_set(kProperties[i], values[i].c_str());
-    mModel.create(values[0].c_str(), values[1].c_str(), values[2].c_str());
-    if (ParamSet::createInstance() != ParamSet::getInstance()) mFound.push_back("another store");
+    const auto texts = switches(operation);
+    for (size_t i = 0; i < texts.size(); i++) property_set(kProperties[i], texts[i].c_str());
+    mModel.create(texts[0].c_str(), texts[1].c_str(), texts[2].c_str());
+    if (ParamSet::createInstance() != ParamSet::getInstance()) addLine(0, "createInstance", "another store");
     host::setLogLevel(0);
     for (uint32_t cam = 0; cam < 5; cam++) mCameras[cam] = ParamSet::getInstance()->getPsHandle(cam);
     host::setLogLevel(5);
 }
 
-std::string Driver::apply(const Operation& operation) {
-    std::string memory;
-    for (uint32_t i = 0; i < kGuard + kRoom + kGuard; i++) {
-        memory += static_cast<char>(operation.value + operation.value / 251 * i);
+std::string Driver::renew(const Operation& creation) {
+    host::setLogLevel(0);
+    zarn_ops none = {};
+    ParamSet::getInstance()->setPsOps(&none);
+    for (const auto& [cam, camera] : mModel.cameras) {
+        // As its user, who says so, may.
+        zarn::cam_elem& found = *ParamSet::getInstance()->getPsHandle(cam);
+        std::fill(std::begin(found.mHandle), std::end(found.mHandle), nullptr);
+        for (const auto& [index, used] : camera.pipes) {
+            erasePs(cam, index, THE_LAST);
+            zarn::pipe_elem& pipe = found.mPipe[index];
+            pipe.mF0->mTags.clear();
+            pipe.mF0->mStatus.clear();
+            pipe.mF0->mMetadata.reset();
+            pipe.mFrames.clear();
+            pipe.mCheckPoint.clear();
+            pipe.mErasePoint.clear();
+        }
+        ParamSet::getInstance()->getPsHandle(cam);
     }
-    std::string expected = memory;
-    char* const data = operation.noPointer ? nullptr : &memory[kGuard];
+    mModel = *mNew;
+    const auto texts = switches(creation);
+    __atomic_store_n(&zarn::ps_log, mModel.psLog = atoi(texts[0].c_str()), __ATOMIC_RELAXED);
+    __atomic_store_n(&zarn::ps_log_tag, mModel.psLogTag = atoi(texts[1].c_str()), __ATOMIC_RELAXED);
+    __atomic_store_n(&zarn::ps_log_erase, mModel.psLogErase = atoi(texts[2].c_str()), __ATOMIC_RELAXED);
+    host::setLogLevel(5);
+    return compareAll();
+}
+
+std::string Driver::apply(const Operation& operation) {
+    for (size_t i = 0; i < mMemory.size(); i++) {
+        mMemory[i] = static_cast<char>(operation.value + operation.value / 251 * static_cast<uint32_t>(i));
+    }
+    mExpected = mMemory;
+    char* const data = operation.noPointer ? nullptr : &mMemory[kGuard];
     const bool isGet = operation.kind <= Kind::kGetSyncTimeout && operation.kind != Kind::kSet;
-    Value value = {true, true, isGet ? "" : expected.substr(kGuard, kRoom)};
-    mFound.clear();
+    Value value = {true, true, isGet ? "" : std::string(&mMemory[kGuard], kRoom)};
     mModel.transcript.clear();
-    mData = data;
-    gTranscript = &mFound;
+    gLog.lines.clear();
+    gLog.data = data;
+    gLog.isOn = true;
     const Results results =
         operation.kind <= Kind::kSetSync ? callValue(operation, data, value) : call(operation, data);
-    if (mFound != mModel.transcript) return difference("messages", mModel.transcript, mFound);
+    gLog.isOn = false;
+    if (gLog.lines != mModel.transcript) {
+        return difference("messages", describe(mModel.transcript), describe(gLog.lines));
+    }
     if (results.found != results.expected) {
         return difference("result", {std::to_string(results.expected)}, {std::to_string(results.found)});
     }
-    if (isGet && value.known) expected.replace(kGuard, value.bytes.size(), value.bytes);
-    if (!value.known) {  // fresh memory came out: not to be looked at
-        memory.erase(kGuard, value.bytes.size());
-        expected.erase(kGuard, value.bytes.size());
+    if (isGet && value.known) std::copy(value.bytes.begin(), value.bytes.end(), &mExpected[kGuard]);
+    // Fresh memory that came out is not to be looked at.
+    if (!value.known) std::copy_n(&mMemory[kGuard], value.bytes.size(), &mExpected[kGuard]);
+    if (mMemory != mExpected) {
+        return difference("the caller's buffer", {hex({mExpected.data(), mExpected.size()})},
+                          {hex({mMemory.data(), mMemory.size()})});
     }
-    if (memory != expected) return difference("the caller's buffer", {hex(expected)}, {hex(memory)});
     return compareAfter(operation);
 }
 
@@ -329,8 +431,8 @@ std::string Driver::compareAfter(const Operation& operation) {
         return compareAll();
     if (!mModel.exists || cam >= 5 || pipe < 0 || pipe >= 14) return {};
     const bool isMetadata = operation.kind == Kind::kSetMetadata || operation.kind == Kind::kGetMetadata;
-    const size_t index = isMetadata ? 0 : static_cast<size_t>(pipe);
-    if (++mUncompared[cam][index] * 12 < mModel.cameras[cam].pipes[index].frames.size()) return {};
+    const int index = isMetadata ? 0 : pipe;
+    if (++mUncompared[cam][static_cast<size_t>(index)] * 12 < mModel.pipe(cam, index).frames.size()) return {};
     return comparePipe(cam, index);
 }
 
@@ -342,45 +444,32 @@ std::string Driver::compareAll() {
     if ((ParamSet::getInstance() != nullptr) != mModel.exists) return "whether there is a store\n";
     size_t metadata = 0;
     for (uint32_t cam = 0; mModel.exists && cam < 5; cam++) {
-        const model::Camera& expected = mModel.cameras[cam];
-        if (!std::equal(expected.handles.begin(), expected.handles.end(), mCameras[cam]->mHandle)) return "handles\n";
-        for (size_t pipe = 0; pipe < 14; pipe++) {
-            if (std::string text = comparePipe(cam, pipe); !text.empty()) return text;
-            metadata += expected.pipes[pipe].zero.metadata.has_value();
-            for (const auto& [id, frame] : expected.pipes[pipe].frames) metadata += frame.metadata.has_value();
+        const auto camera = mModel.cameras.find(cam);
+        const auto handles = camera != mModel.cameras.end() ? camera->second.handles : std::array<void*, 7>();
+        if (!std::equal(handles.begin(), handles.end(), mCameras[cam]->mHandle)) return "handles\n";
+        for (int index = 0; index < 14; index++) {
+            if (std::string text = comparePipe(cam, index); !text.empty()) return text;
+            const Pipe& pipe = mModel.pipe(cam, index);
+            metadata += pipe.zero.metadata.has_value();
+            for (const auto& [id, frame] : pipe.frames) metadata += frame.metadata.has_value();
         }
     }
     return metadata == host::liveMetadata() ? "" : "the number of metadata records that live\n";
 }
 
-std::string Driver::comparePipe(uint32_t cam, size_t pipe) {
-    mUncompared[cam][pipe] = 0;
-    const zarn::pipe_elem& store = mCameras[cam]->mPipe[pipe];
-    const Pipe& expected = mModel.cameras[cam].pipes[pipe];
-    std::string wrong;
-    Pipe found;
-    found.zero = snapshot(*store.mF0, cam, 0, expected.zero, wrong);
-    for (const auto& [id, frame] : store.mFrames) {
-        if (frame == nullptr) return "frame " + std::to_string(id) + " is an empty entry\n";
-        const auto like = expected.frames.find(id);
-        found.frames[id] = snapshot(*frame, cam, id, like != expected.frames.end() ? like->second : Frame(), wrong);
-    }
-    for (const auto& [tag, list] : store.mCheckPoint) {
-        if (found.checkpoints[tag]; list != nullptr) found.checkpoints[tag] = *list;
-    }
-    found.erasePoints = store.mErasePoint;
-    if (wrong.empty() && found == expected) return {};
-    return wrong + difference("camera " + std::to_string(cam) + " pipe " + std::to_string(pipe), describe(expected),
-                              describe(found));
+std::string Driver::comparePipe(uint32_t cam, int index) {
+    mUncompared[cam][static_cast<size_t>(index)] = 0;
+    const Pipe& expected = mModel.pipe(cam, index);
+    const zarn::pipe_elem& found = mCameras[cam]->mPipe[index];
+    if (isPipe(cam, expected, found)) return {};
+    return difference("camera " + std::to_string(cam) + " pipe " + std::to_string(index), describe(expected),
+                      describe(toModel(found)));
 }
 
 bool Driver::isRegistry(const std::map<uint32_t, zarn::tag_info_t>& found) const {
-    return std::equal(mModel.registry.begin(), mModel.registry.end(), found.begin(), found.end(),
-                      [](const auto& a, const auto& b) {
-                          const model::Tag& tag = a.second;
-                          const zarn::tag_info_t& info = b.second;
-                          return a.first == b.first && tag.hasCreator == (info.mCreator != nullptr) &&
-                                 std::tie(tag.name, tag.dataType, tag.type, tag.size, tag.retain) ==
-                                     std::tie(info.mName, info.mDataType, info.mTagType, info.mSize, info.mRetainNum);
-                      });
+    return areLike(mModel.registry, found, [](uint32_t, const model::Tag& tag, const zarn::tag_info_t& info) {
+        return tag.hasCreator == (info.mCreator != nullptr) &&
+               std::tie(tag.name, tag.dataType, tag.type, tag.size, tag.retain) ==
+                   std::tie(info.mName, info.mDataType, info.mTagType, info.mSize, info.mRetainNum);
+    });
 }

@@ -42,13 +42,19 @@ public:
     std::string compareAll();
     const model::Model& model() const { return mModel; }
 
+    /// Takes the store as it is for a new one, with the tags that are registered.
+    void keepAsNew() { mNew = mModel; }
+    /// Whether the store can be made again what it was then; not if it has gone, or tags were registered since.
+    bool canRenew() const { return mNew && mModel.exists && mModel.registry.size() == mNew->registry.size(); }
+    /// Does so, with the log switches of a creation. Returns what differs from a new store, or an empty text.
+    std::string renew(const Operation& creation);
+
 private:
     struct Results {
         int64_t expected = 0;
         int64_t found = 0;
     };
 
-    static void keepLine(void* self, pipeline_loglevel level, const char* module, const char* message);
     Results callValue(const Operation& operation, char* data, model::Value& value);
     Results call(const Operation& operation, char* data);
     void registerTag(const Operation& operation);
@@ -56,13 +62,12 @@ private:
     Results getMetadata(const Operation& operation);
     void create(const Operation& operation);
     std::string compareAfter(const Operation& operation);
-    std::string comparePipe(uint32_t cam, size_t pipe);
+    std::string comparePipe(uint32_t cam, int pipe);
     bool isRegistry(const std::map<uint32_t, zarn::tag_info_t>& found) const;
 
     model::Model mModel;
-    model::Lines mFound;          // the store's transcript
-    const void* mData = nullptr;  // the caller's buffer
-    unsigned mTimeout = 0;
+    std::optional<model::Model> mNew;
+    std::array<char, kRoom + 32> mMemory, mExpected;  // the caller's buffer with what lies around it
     std::array<zarn::cam_elem*, 5> mCameras = {};
     std::array<std::array<size_t, 14>, 5> mUncompared = {};  // calls since the pipe was compared
     size_t mStep = 0;

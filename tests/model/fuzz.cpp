@@ -3,10 +3,15 @@
 
 #include <cstdlib>
 #include <iostream>
+#include <optional>
 
 #include "tests/model/driver.h"
 
 namespace {
+
+// How many of 64 calls are of each kind. What makes the next input begin with a new store is rare.
+constexpr std::array<uint8_t, static_cast<size_t>(Kind::kCount)> kShares = {8, 12, 3, 8, 8, 8, 4, 4,
+                                                                            1, 2,  1, 1, 1, 1, 1, 1};
 
 // Values around which something changes.
 constexpr uint32_t kFrames[] = {0,  1,   2,   6,          7,          8,          9,          14,
@@ -16,9 +21,15 @@ constexpr int32_t kRetains[] = {-1, -2, -3, 0, 7, 10, 20, 300};
 constexpr uint32_t kSizes[] = {0, 1, 4, Driver::kRoom};
 constexpr int32_t kTypes[] = {0, 1, 2, 2};
 
+Kind toKind(int number) {
+    size_t kind = 0;
+    while (number >= kShares[kind]) number -= kShares[kind++];
+    return static_cast<Kind>(kind);
+}
+
 Operation toOperation(const uint8_t* bytes, uint32_t& frame) {
     Operation operation;
-    operation.kind = static_cast<Kind>(bytes[0] % static_cast<uint8_t>(Kind::kCount));
+    operation.kind = toKind(bytes[0] % 64);
     operation.request.cam = bytes[1] % 6u;
     operation.request.pipe = bytes[1] / 6 % 4 == 3 ? bytes[1] / 24 + 7 : bytes[1] / 6 % 4;
     // From the table, or so many after the last one.
@@ -43,33 +54,49 @@ void check(const Operation& operation, const std::string& difference) {
     abort();
 }
 
+// A store as new: with an empty registry, or with tag 0, the traced one, for a queue and tag 7 for a history. That of
+// the second kind serves many inputs.
+void begin(std::optional<Driver>& driver, uint8_t switches) {
+    Operation operation = {Kind::kCreate, {}, 0, switches, 0, false};
+    const bool isEmpty = switches < 16;
+    if (!isEmpty && driver && driver->canRenew()) {
+        check(operation, driver->renew(operation));
+        return;
+    }
+    driver.reset();
+    driver.emplace();
+    check(operation, driver->apply(operation));
+    if (isEmpty) return;
+    for (const auto& [tag, type, retain] : {std::array<int, 3>{0, 2, 10}, {7, 0, 6}}) {
+        operation = {Kind::kRegister, {0, 0, 0, static_cast<uint32_t>(tag)}, 4, type, retain, false};
+        check(operation, driver->apply(operation));
+    }
+    driver->keepAsNew();
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size == 0) return 0;
-    Driver driver;
-    Operation operation = {Kind::kCreate, {}, 0, *data, 0, false};
-    check(operation, driver.apply(operation));
-    if (*data++ >= 64) {  // tag 0, the traced one, for a queue; tag 7 for a history
-        operation = {Kind::kRegister, {}, 4, 2, 10, false};
-        check(operation, driver.apply(operation));
-        operation = {Kind::kRegister, {0, 0, 0, 7}, 4, 0, 6, false};
-        check(operation, driver.apply(operation));
-    }
+    static std::optional<Driver> driver;
+    int bursts = *data % 16 < 12 ? 0 : 5;
+    begin(driver, *data++);
+    Operation operation;
     uint32_t frame = 1;
     int waits = 0;
     for (size--; size >= 7; data += 7, size -= 7) {
         operation = toOperation(data, frame);
         // The same for frames one after another reaches the long lists.
-        for (int times = data[6] / 32 == 6 ? 65 : 1; times > 0; times--, operation.request.frame = ++frame) {
+        for (int times = data[6] / 4 == 48 && bursts-- > 0 ? 65 : 1; times > 0;
+             times--, operation.request.frame = ++frame) {
             const bool isGet = operation.kind == Kind::kGetSync || operation.kind == Kind::kGetSyncTimeout;
-            if (isGet && driver.model().waits(operation.request)) {
+            if (isGet && driver->model().waits(operation.request)) {
                 operation.kind = ++waits <= 3 ? Kind::kGetSyncTimeout : Kind::kSetSync;
                 operation.number = 1;
             }
-            check(operation, driver.apply(operation));
+            check(operation, driver->apply(operation));
         }
     }
-    check(operation, driver.compareAll());
+    check(operation, driver->compareAll());
     return 0;
 }

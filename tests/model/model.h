@@ -1,7 +1,7 @@
 // The store once more, in the simplest terms: plain values in plain maps, for one thread. Written to be checked by eye,
 // so nothing here is shared, cached or fast, and nothing of the library is used. What the library logs is a transcript
-// of lines "<level> <function>: <text>"; addresses of the store's own are "*", the caller's buffer is "data", none is
-// "null", and the milliseconds of a wait are "*".
+// of lines, kept as their parts. In them an address is one of three: none, the store's own, the caller's buffer; and
+// the milliseconds of a wait are -1.
 
 #ifndef PARAMSET_TESTS_MODEL_MODEL_H
 #define PARAMSET_TESTS_MODEL_MODEL_H
@@ -23,31 +23,92 @@ constexpr uint32_t kNoBuffer = 0xFFFFFFFF;
 constexpr uint32_t kLast = 0xFFFFFFFF;
 constexpr uint32_t kMetadataTag = 0x20001;
 
-using Lines = std::vector<std::string>;
+const void* const kNull = nullptr;
+const void* const kOwn = reinterpret_cast<const void*>(1);
+const void* const kCallers = reinterpret_cast<const void*>(2);
+
+/// What is logged, so that lines are compared without being written out.
+struct Line {
+    int level = 0;
+    const char* function = "";
+    const char* format = "";
+    std::array<int64_t, 8> numbers = {};  ///< the format's arguments in order, but for texts
+    std::array<const char*, 2> texts = {"", ""};
+
+    Line(int theLevel, const char* theFunction, const char* theFormat, va_list arguments)
+        : level(theLevel), function(theFunction), format(theFormat) {
+        auto* number = numbers.begin();
+        auto* text = texts.begin();
+        for (const char* c = format; *c != '\0'; c++) {
+            if (*c != '%') continue;
+            switch (*++c) {
+                case 's': *text++ = va_arg(arguments, const char*); break;
+                case 'p': *number++ = static_cast<int64_t>(va_arg(arguments, uintptr_t)); break;
+                case 'f': *number++ = whole(va_arg(arguments, double)); break;
+                case 'j': *number++ = va_arg(arguments, intmax_t); break;
+                default: *number++ = va_arg(arguments, int);
+            }
+        }
+    }
+
+    static int64_t whole(double number) {
+        const auto integer = static_cast<int64_t>(number);
+        return static_cast<double>(integer) == number ? integer : INT64_MIN;
+    }
+
+    std::string text() const {
+        const auto* number = numbers.begin();
+        const auto* word = texts.begin();
+        std::string all = std::to_string(level) + " " + function + ": ";
+        for (const char* c = format; *c != '\0'; c++) {
+            if (*c != '%') {
+                all += *c;
+                continue;
+            }
+            switch (*++c) {
+                case 's': all += *word++; break;
+                case 'p': all += std::array<const char*, 3>{"null", "*", "data"}[static_cast<size_t>(*number++)]; break;
+                case 'u': all += std::to_string(static_cast<uint32_t>(*number++)); break;
+                case 'j': c++; [[fallthrough]];
+                default: all += std::to_string(*number++);
+            }
+        }
+        return all;
+    }
+
+    /// Faster here than strcmp, which sanitizers look into.
+    static bool isSame(const char* one, const char* other) {
+        while (*one == *other && *one != '\0') one++, other++;
+        return *one == *other;
+    }
+
+    bool operator==(const Line& other) const {
+        const bool isSameLine = level == other.level && numbers == other.numbers && isSame(format, other.format) &&
+                                isSame(function, other.function) && isSame(texts[0], other.texts[0]) &&
+                                isSame(texts[1], other.texts[1]);
+        return isSameLine || text() == other.text();
+    }
+};
+
+using Lines = std::vector<Line>;
 
 /// A run of bytes: what a set brings, a get takes away, and a frame keeps.
 struct Value {
     bool made = true;    ///< false: its memory could not be had
     bool known = false;  ///< false: fresh memory that nobody wrote yet, its bytes mean nothing
     std::string bytes;
-    bool operator==(const Value& other) const {
-        return made == other.made && known == other.known && (!known || bytes == other.bytes);
-    }
 };
 
 struct Status {
     uint32_t frame = 0;
     int state = 0;  ///< 0 nothing yet, 1 delivered, 2 waited for
-    bool operator==(const Status& other) const { return frame == other.frame && state == other.state; }
 };
 
 struct Frame {
     std::map<uint32_t, Value> tags;
     std::map<uint32_t, Status> status;
     std::optional<std::string> metadata;
-    bool operator==(const Frame& other) const {
-        return tags == other.tags && status == other.status && metadata == other.metadata;
-    }
+    uint64_t number = 0;  ///< no other frame of this model has it
 };
 
 struct Pipe {
@@ -55,14 +116,10 @@ struct Pipe {
     std::map<uint32_t, Frame> frames;
     std::map<uint32_t, std::optional<std::vector<uint32_t>>> checkpoints;  ///< an entry may be without a list
     std::map<uint32_t, uint32_t> erasePoints;
-    bool operator==(const Pipe& other) const {
-        return zero == other.zero && frames == other.frames && checkpoints == other.checkpoints &&
-               erasePoints == other.erasePoints;
-    }
 };
 
 struct Camera {
-    std::array<Pipe, 14> pipes;
+    std::map<int, Pipe> pipes;  ///< those that were ever used
     std::array<void*, 7> handles = {};
 };
 
@@ -89,15 +146,26 @@ inline int reply(int slot) {
     return slot % 2 == 0 ? 100 + slot : -slot;
 }
 
+/// What an operation of the test's own table notes.
+constexpr const char kOperationLine[] = "%d handle %jd numbers %jd %jd pointer %jd";
+
 class Model {
 public:
     // Everything that can be seen from outside.
     std::map<uint32_t, Tag> registry;
     bool exists = false;
-    std::array<Camera, 5> cameras;
+    std::map<uint32_t, Camera> cameras;    ///< those that were ever used
     std::array<bool, 11> operations = {};  ///< which slots are set
     int psLog = 0, psLogTag = 0, psLogErase = 0;
     Lines transcript;
+    bool keepsTranscript = true;
+
+    const Pipe& pipe(uint32_t cam, int index) const {
+        static const Pipe unused;
+        const auto camera = cameras.find(cam);
+        if (camera == cameras.end() || camera->second.pipes.count(index) == 0) return unused;
+        return camera->second.pipes.at(index);
+    }
 
     // The entry points. A null pointer stands for a caller's null. A get leaves *data alone unless bytes come out.
 
@@ -132,11 +200,10 @@ public:
     // Which frame goes before which is not told here: the order within a map is the standard library's.
     void destroy() {
         log(3, "destroyInstance", "destory");
-        for (uint32_t cam = 0; exists && cam < 5; cam++) {
-            for (const Pipe& pipe : cameras[cam].pipes) {
-                for (const auto& [id, frame] : pipe.frames) logGone(cam, id, frame);
-                logGone(cam, 0, pipe.zero);
-            }
+        for (uint32_t i = 0; exists && i < 5 * 14; i++) {
+            const Pipe& gone = pipe(i / 14, static_cast<int>(i % 14));
+            for (const auto& [id, frame] : gone.frames) logGone(i / 14, id, frame);
+            logGone(i / 14, 0, gone.zero);
         }
         exists = false;
     }
@@ -147,54 +214,85 @@ public:
         if (const uint32_t refused = refusal(r, data, "getParam", "get")) return refused;
         trace(r.tag);
         const Value* stored = resolve(r, false);
-        const bool copied = copy("_getParam", "success ", traceLevel(), r, stored, data, nameOf(stored), "data");
+        const bool copied = copyOut("_getParam", traceLevel(), r, stored, data);
         psLog = 0;
         return copied ? 0 : kNoBuffer;
     }
 
     uint32_t set(const Request& r, const Value* data) {
         if (const uint32_t refused = refusal(r, data, "setParam", "set")) return refused;
-        return plainSet(r, data, "data");
+        return plainSet(r, data, kCallers);
     }
 
     bool waits(const Request& r) const {
         if (!exists || r.cam >= 5 || r.pipe < 0 || r.pipe >= 14) return false;
-        const Pipe& pipe = cameras[r.cam].pipes[static_cast<size_t>(r.pipe)];
-        if (r.frame != 0 && (pipe.frames.count(r.frame) == 0 || pipe.frames.at(r.frame).tags.count(r.tag) == 0))
+        const Pipe& at = pipe(r.cam, r.pipe);
+        if (r.frame != 0 && (at.frames.count(r.frame) == 0 || at.frames.at(r.frame).tags.count(r.tag) == 0))
             return true;
-        const auto& status = (r.frame == 0 ? pipe.zero : pipe.frames.at(r.frame)).status;
+        const auto& status = (r.frame == 0 ? at.zero : at.frames.at(r.frame)).status;
         return status.count(r.tag) == 0 || status.at(r.tag).state != 1;
     }
 
+    /// A synchronous get between its two steps. Other calls may come between them if it waits.
+    struct Pending {
+        Request request;
+        uint32_t checked = 0;
+        uint64_t frame = 0;  ///< number of the one that it waits in
+        bool waits = false;
+    };
+
+    /// Nobody is there to end a wait before its time.
     uint32_t getSync(const Request& r, const char* entry, Value* data) {
+        Pending pending;
+        if (const uint32_t refused = beginSync(r, entry, data, pending)) return refused;
+        if (pending.waits) {
+            log(2, "operator()", "cam %d pipe %d sof %d tag %d, wait timeout", r.cam, r.pipe, r.frame, r.tag);
+            trace(r.tag);
+            log(4, "operator()", "cam %d pipe %d sof %d tag %d, wait: %f ms.", r.cam, r.pipe, r.frame, r.tag, -1.0);
+        }
+        return endSync(pending, pending.waits, data);
+    }
+
+    /// Returns the result if there is no second step, else 0.
+    uint32_t beginSync(const Request& r, const char* entry, const Value* data, Pending& pending) {
         if (const uint32_t refused = refusal(r, data, entry, "get")) return refused;
         trace(r.tag);
         log(traceLevel(), "_getParamSyn", "camID: %d, pipe: %d, frameID: %d, tag: %d,", r.cam, r.pipe, r.frame, r.tag);
         if (refusePipe(r, "_getParamSyn")) return 1;
+        pending = {r, preproc(r), 0, true};
         Pipe& pipe = pipeOf(r);
-        uint32_t result = preproc(r);
-        const Value* stored = nullptr;
         if (r.frame == 0) {
             Status& status = pipe.zero.status[r.tag];
-            if (status.state != 1) {
-                status.state = 2;
-                wait(r, result);
-            }
-            stored = frameZero(r);
-        } else {
-            Frame& frame = pipe.frames.count(r.frame) != 0 ? pipe.frames[r.frame] : makeFrame(r);
-            Status& status = frame.status[r.tag];
-            if (frame.tags.count(r.tag) != 0) {
-                if (status.state != 1) wait(r, result);
-                stored = &frame.tags[r.tag];
-            } else {
-                status = {r.frame, 2};
-                wait(r, result);
-                stored = readCheckpoint(r);
-                result = 3;
-            }
+            pending.waits = status.state != 1;
+            if (pending.waits) status.state = 2;
+            return 0;
         }
-        copy("_getParamSyn", "success ", 5, r, stored, data, nameOf(stored), "data");
+        Frame& frame = pipe.frames.count(r.frame) != 0 ? pipe.frames[r.frame] : makeFrame(r);
+        Status& status = frame.status[r.tag];
+        pending.frame = frame.number;
+        if (frame.tags.count(r.tag) == 0) {
+            status = {r.frame, 2};
+        } else {
+            pending.waits = status.state != 1;
+        }
+        return 0;
+    }
+
+    uint32_t endSync(const Pending& pending, bool timedOut, Value* data) {
+        const Request& r = pending.request;
+        const auto& frames = pipeOf(r).frames;
+        const auto frame = frames.find(r.frame);
+        uint32_t result = timedOut ? 6 : pending.checked;
+        const Value* stored = nullptr;
+        if (r.frame == 0) {
+            stored = frameZero(r);
+        } else if (frame == frames.end() || frame->second.tags.count(r.tag) == 0) {
+            stored = readCheckpoint(r);
+            result = 3;
+        } else if (frame->second.number == pending.frame) {
+            stored = &frame->second.tags.at(r.tag);
+        }  // else the frame that was waited in has gone, empty, and was made again
+        copyOut("_getParamSyn", 5, r, stored, data);
         psLog = 0;
         return result;
     }
@@ -209,7 +307,7 @@ public:
         Status& status = (r.frame == 0 ? pipeOf(r).zero : pipeOf(r).frames.at(r.frame)).status[r.tag];
         if (status.state == 2) log(5, "_setParamSyn", "set notify all");
         status.state = 1;
-        const bool copied = copy("_setParamSyn", "success", 5, r, data, stored, nameOf(stored), "data");
+        const bool copied = copyIn("_setParamSyn", 5, r, data, stored, kCallers);
         psLog = 0;
         return copied ? 0 : result;
     }
@@ -299,7 +397,8 @@ public:
 
     bool getHandle(uint32_t cam) {
         const bool known = cam < 5;
-        log(known ? 5 : 1, "getPsHandle", known ? "parameset getPsHandle mElem:*" : "paramset can not get ps handle");
+        if (known) log(5, "getPsHandle", "parameset getPsHandle mElem:%p", kOwn);
+        if (!known) log(1, "getPsHandle", "paramset can not get ps handle");
         return known;
     }
 
@@ -334,31 +433,32 @@ public:
         uint32_t number = 0;
         if (slot == 6 || slot == 10) memcpy(&number, in, sizeof(number));
         if (slot == 7) number = static_cast<uint8_t>(*in);
-        const long long first = slot <= 3 ? int64_t{arg} : slot <= 6 ? int64_t{cam} : int64_t{number};
+        const int64_t first = slot <= 3 ? int64_t{arg} : slot <= 6 ? int64_t{cam} : int64_t{number};
         const void* pointer = slot == 6 || slot == 7 ? out : slot == 10 ? nullptr : in;
         return call(slot, cameras[cam].handles[kHandles[slot]], first, slot == 6 ? number : 0, pointer);
     }
 
 private:
     __attribute__((format(printf, 4, 5))) void log(int level, const char* function, const char* format, ...) {
-        char text[512];
+        if (!keepsTranscript) return;
         va_list arguments;
         va_start(arguments, format);
-        vsnprintf(text, sizeof(text), format, arguments);
+        transcript.emplace_back(level, function, format, arguments);
         va_end(arguments);
-        transcript.push_back(std::to_string(level) + " " + function + ": " + text);
     }
 
     int traceLevel() const { return psLog != 0 ? 4 : 5; }
     void trace(uint32_t tag) { psLog = tag == static_cast<uint32_t>(psLogTag); }
-    Pipe& pipeOf(const Request& r) { return cameras[r.cam].pipes[static_cast<size_t>(r.pipe)]; }
+    Pipe& pipeOf(const Request& r) { return cameras[r.cam].pipes[r.pipe]; }
     Tag tagOf(uint32_t tag) const { return registry.count(tag) != 0 ? registry.at(tag) : Tag(); }
 
     // The result of an entry point that does nothing, or 0.
     uint32_t refusal(const Request& r, const void* data, const char* entry, const char* what) {
         if (data == nullptr || !exists) return 2;
         if (r.cam < 5) return 0;
-        log(1, entry, "cam %d out of limit, tag %d %s failed", r.cam, r.tag, what);
+        const bool isGet = what[0] == 'g';
+        log(1, entry, isGet ? "cam %d out of limit, tag %d get failed" : "cam %d out of limit, tag %d set failed",
+            r.cam, r.tag);
         return 1;
     }
 
@@ -372,7 +472,9 @@ private:
 
     Frame& makeFrame(const Request& r) {
         log(5, "ParamFrame", "E cam[%d] frame[%d]", r.cam, r.frame);
-        return pipeOf(r).frames[r.frame] = {};
+        Frame& frame = pipeOf(r).frames[r.frame];
+        frame.number = ++mLastFrame;
+        return frame;
     }
 
     void logGone(uint32_t cam, uint32_t id, const Frame& frame) {
@@ -482,8 +584,8 @@ private:
             list.emplace();
         }
         insertAscending(*list, r.frame);
-        log(5, "permiProc", "add checkPoint[%d] size:%d,permiProc:_modifiable", r.frame,
-            static_cast<int>(list->size()));
+        log(5, "permiProc", "add checkPoint[%d] size:%d,permiProc:%s", r.frame, static_cast<int>(list->size()),
+            "_modifiable");
         return createTag(pipe.frames.at(r.frame), r.tag);
     }
 
@@ -521,32 +623,42 @@ private:
 
     // ---- Parts of the entry points
 
-    uint32_t plainSet(const Request& r, const Value* data, const char* dataName) {
+    uint32_t plainSet(const Request& r, const Value* data, const void* address) {
         trace(r.tag);
         Value* stored = resolve(r, true);
-        const bool copied = copy("_setParam", "success", traceLevel(), r, data, stored, nameOf(stored), dataName);
+        const bool copied = copyIn("_setParam", traceLevel(), r, data, stored, address);
         psLog = 0;
         return copied ? 0 : kNoBuffer;
     }
 
-    // Copies as many bytes as the tag has, if there are any on either side, and says whether it did.
-    bool copy(const char* function, const char* success, int level, const Request& r, const Value* from, Value* to,
-              const char* intrData, const char* extrData) {
-        const int size = tagOf(r.tag).size;
-        const bool copied = size != 0 && from != nullptr && from->made && to != nullptr && to->made;
-        log(copied ? level : 1, function,
-            "%s camID: %d, pipe: %d, frameID: %d, tag: %d,intrData:%s,extrData:%s,tagSize:%d",
-            copied ? success : "fail", r.cam, r.pipe, r.frame, r.tag, intrData, extrData, size);
-        if (copied) *to = {true, from->known, from->bytes.substr(0, static_cast<size_t>(size))};
-        return copied;
+    bool copyOut(const char* function, int level, const Request& r, const Value* from, Value* to) {
+        const int size = copy(r, from, to) ? tagOf(r.tag).size : 0;
+        if (size == 0) return logFailed(function, r, from, kCallers);
+        log(level, function, "success  camID: %d, pipe: %d, frameID: %d, tag: %d,intrData:%p,extrData:%p,tagSize:%d",
+            r.cam, r.pipe, r.frame, r.tag, kOwn, kCallers, size);
+        return true;
     }
 
-    // Nobody is there to end it before its time.
-    void wait(const Request& r, uint32_t& result) {
-        result = 6;
-        log(2, "operator()", "cam %d pipe %d sof %d tag %d, wait timeout", r.cam, r.pipe, r.frame, r.tag);
-        trace(r.tag);
-        log(4, "operator()", "cam %d pipe %d sof %d tag %d, wait: * ms.", r.cam, r.pipe, r.frame, r.tag);
+    bool copyIn(const char* function, int level, const Request& r, const Value* from, Value* to, const void* address) {
+        const int size = copy(r, from, to) ? tagOf(r.tag).size : 0;
+        if (size == 0) return logFailed(function, r, to, address);
+        log(level, function, "success camID: %d, pipe: %d, frameID: %d, tag: %d,intrData:%p,extrData:%p,tagSize:%d",
+            r.cam, r.pipe, r.frame, r.tag, kOwn, address, size);
+        return true;
+    }
+
+    bool logFailed(const char* function, const Request& r, const Value* stored, const void* address) {
+        log(1, function, "fail camID: %d, pipe: %d, frameID: %d, tag: %d,intrData:%p,extrData:%p,tagSize:%d", r.cam,
+            r.pipe, r.frame, r.tag, addressOf(stored), address, tagOf(r.tag).size);
+        return false;
+    }
+
+    // Copies as many bytes as the tag has, if there are any on either side, and says whether it did.
+    bool copy(const Request& r, const Value* from, Value* to) {
+        const int size = tagOf(r.tag).size;
+        if (size == 0 || from == nullptr || !from->made || to == nullptr || !to->made) return false;
+        *to = {true, from->known, from->bytes.substr(0, static_cast<size_t>(size))};
+        return true;
     }
 
     // Everything of the tag at or below the limit goes; the newest value that does is kept in frame 0.
@@ -561,7 +673,7 @@ private:
                 const uint32_t newest = (*list)[old - 1];
                 if (old < list->size()) log(5, "_erase", "find checkPoint ID:%d", newest);
                 const Value* value = resolve({r.cam, r.pipe, newest, r.tag}, false);
-                result = plainSet(r, value, nameOf(value));
+                result = plainSet(r, value, addressOf(value));
                 if (result != 0) log(1, "_erase", "fail to save data to F0");
             }
             list->erase(list->begin(), list->begin() + static_cast<std::ptrdiff_t>(old));
@@ -577,19 +689,21 @@ private:
         }
     }
 
-    uint32_t call(size_t slot, const void* handle, long long first, long long second, const void* pointer) {
-        log(0, "operation", "%d handle %p numbers %lld %lld pointer %p", static_cast<int>(slot), handle, first, second,
-            pointer);
+    uint32_t call(size_t slot, const void* handle, int64_t first, int64_t second, const void* pointer) {
+        log(0, "operation", kOperationLine, static_cast<int>(slot), reinterpret_cast<intmax_t>(handle), first, second,
+            reinterpret_cast<intmax_t>(pointer));
         return static_cast<uint32_t>(reply(static_cast<int>(slot)));
     }
 
-    static const char* nameOf(const Value* value) { return value != nullptr && value->made ? "*" : "null"; }
+    static const void* addressOf(const Value* value) { return value != nullptr && value->made ? kOwn : kNull; }
 
     static void insertAscending(std::vector<uint32_t>& list, uint32_t frame) {
         size_t at = list.size();
         while (at > 0 && list[at - 1] > frame) at--;
         list.insert(list.begin() + static_cast<std::ptrdiff_t>(at), frame);
     }
+
+    uint64_t mLastFrame = 0;
 };
 
 }  // namespace model

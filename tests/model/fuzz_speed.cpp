@@ -1,0 +1,27 @@
+// What makes the fuzzer fast: its time stands still, so that a wait ends at once, at its time-out; and its sanitizer
+// keeps less of what it would tell of.
+
+#include <pthread.h>
+
+#include <cerrno>
+#include <chrono>
+
+namespace {
+
+std::chrono::steady_clock::time_point gNow;
+
+}  // namespace
+
+std::chrono::steady_clock::time_point std::chrono::steady_clock::now() noexcept {
+    return gNow;
+}
+
+extern "C" int pthread_cond_clockwait(pthread_cond_t*, pthread_mutex_t*, clockid_t, const timespec* time) {
+    gNow = std::chrono::steady_clock::time_point(std::chrono::seconds(time->tv_sec) +
+                                                 std::chrono::nanoseconds(time->tv_nsec));
+    return ETIMEDOUT;
+}
+
+extern "C" const char* __asan_default_options() {
+    return "allocator_may_return_null=1:malloc_context_size=3:quarantine_size_mb=16";
+}
