@@ -88,7 +88,7 @@ Index Recent::add(const Event& event) {
 void Recent::forget() {
     for (auto& [key, facts] : mKeys) {
         facts.values.clear();
-        facts.newestSet = facts.saved = 0;
+        facts.newestSet = facts.goneUpTo = facts.saved = 0;
     }
     mErases.clear();
     for (auto& [number, thread] : mThreads) thread.last = NEVER;
@@ -138,6 +138,7 @@ void Recent::addSet(Index index) {
         if (facts.newestSet != 0) ++(event.frame == facts.newestSet + 1 ? facts.nextFrames : facts.gaps);
         facts.newestSet = event.frame;
     }
+    facts.goneUpTo = std::min(facts.goneUpTo, event.frame - 1);
     Value& value = facts.values[event.frame];
     const Event* erase = at(value.gone);
     if (erase != nullptr && erase->other == THE_LAST) value = {};  // another stream
@@ -152,9 +153,11 @@ void Recent::addSet(Index index) {
 void Recent::addErase(Index index) {
     const Event& event = note(index).event;
     KeyFacts& facts = factsOf(event.key);
-    for (auto value = facts.values.begin(); value != facts.values.end() && value->first <= event.frame; ++value) {
+    auto value = facts.values.upper_bound(facts.goneUpTo);
+    for (; value != facts.values.end() && value->first <= event.frame; ++value) {
         if (value->second.gone == NEVER) value->second.gone = index;
     }
+    facts.goneUpTo = std::max(facts.goneUpTo, event.frame);
     if (event.type == EventType::ERASE) facts.saved = event.frame;
     if (event.other == THE_LAST) facts.newestSet = 0;
 }

@@ -39,6 +39,7 @@ struct Value {
 struct KeyFacts {
     std::map<uint32_t, Value> values;  ///< by frame
     uint32_t newestSet = 0;
+    uint32_t goneUpTo = 0;    ///< the values up to this frame are gone
     uint64_t nextFrames = 0;  ///< sets of the frame after the newest one
     uint64_t gaps = 0;        ///< sets of a later frame than that
     uint32_t thread = 0;      ///< that has set it last
