@@ -89,10 +89,10 @@ protected:
     }
 
     std::string summaryOf(const std::string& text) const {
-        pslog::Summary summary;
-        pslog::Interpreter interpreter(summary);
+        pslog::TagCounts counts;
+        pslog::Interpreter interpreter(counts);
         const pslog::Count count = read(text, interpreter);
-        return printed([&](std::FILE* out) { summary.print(out, interpreter, count); });
+        return printed([&](std::FILE* out) { pslog::printSummary(out, counts, interpreter, count); });
     }
 
     std::string storyOf(uint32_t frame, Format format) const {

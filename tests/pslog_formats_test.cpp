@@ -126,8 +126,8 @@ TEST_F(PslogFormatsTest, ReadsCompressedLogsAndTellsWhereTheyBreakOff) {
         const std::string file = compress(text);
         EXPECT_EQ(summaryOf(file + file), expected) << "files that were put together are one";
         const auto problemOf = [this](const std::string& of) {
-            pslog::Summary summary;
-            pslog::Interpreter interpreter(summary);
+            pslog::TagCounts counts;
+            pslog::Interpreter interpreter(counts);
             return read(of, interpreter).problem;
         };
         EXPECT_EQ(problemOf(file), "");

@@ -31,6 +31,44 @@ TEST_F(PslogTest, CountsTheSameInEveryFormat) {
     }
 }
 
+TEST_F(PslogTest, PrintsAQuestionMarkForWhatALogOfALowLevelCannotTell) {
+    runStory();
+    const struct {
+        int level;
+        const char* words;
+    } cases[] = {
+        {1, "camera 5 pipe - tag 17 -: camera out of limit\n"},
+        {2, " ?       ?   ?    ?    ?      2      0      ?\n"},
+        {3, " aeResult           4      ?      ?       ?       ?       ?      ?    ?       ?   ?    ?    ?      2 "},
+        {4, "  0    2     17 aeResult           4      ?      ?       ?       ?       ?      ?    ?       3   "},
+        {5, "  0    2     17 aeResult           4     15     10 "},
+    };
+    for (const auto& [level, words] : cases) {
+        std::string text;
+        for (const LogLine& line : mLines) {
+            if (line.level <= level) text += written(line, Format::HOST, 0) + "\n";
+        }
+        const std::string summary = summaryOf(text);
+        SCOPED_TRACE(summary);
+        EXPECT_EQ(has(summary, "greatest level is " + std::to_string(level) + ": "), level < 5);
+        EXPECT_EQ(has(summary, "PARAMSET_LOG=5"), level < 5);
+        EXPECT_TRUE(has(summary, words));
+        EXPECT_EQ(has(summary, "?"), level < 5);
+        const auto json = nlohmann::json::parse(printed([&](std::FILE* out) {
+            pslog::TagCounts counts;
+            pslog::Interpreter interpreter(counts);
+            const pslog::Count count = read(text, interpreter);
+            pslog::printSummaryJson(out, counts, interpreter, count);
+        }));
+        EXPECT_EQ(json["log"]["level"], level);
+        for (const auto& tag : json["tags"]) {
+            EXPECT_EQ(tag["gets"].is_null(), level < 5);
+            EXPECT_EQ(tag["waits"].is_null(), level < 4);
+            EXPECT_EQ(tag["time_outs"].is_null(), level < 2);
+        }
+    }
+}
+
 TEST_F(PslogTest, NamesTheRetainNumberThatWouldHaveServed) {
     const auto erasedReads = [](uint32_t tag) {
         for (uint32_t frame = 1; frame <= 30; ++frame) set(frame, frame, tag);
@@ -126,8 +164,8 @@ TEST_F(PslogTest, CountsWhatItCannotUseAndGoesOn) {
                     "2 of the store, 0 of others"));
     EXPECT_TRUE(has(summaryOf(std::string(3 << 20, 'x') + "\r\n" + line + "\r\n" + line),
                     "3 lines: 2 of the store, 1 of others, 0 damaged\n"));
-    pslog::Summary summary;
-    pslog::Interpreter interpreter(summary);
+    pslog::TagCounts counts;
+    pslog::Interpreter interpreter(counts);
     EXPECT_THROW(pslog::readLog("/nowhere/to/be/found", interpreter), std::system_error);
 }
 

@@ -21,6 +21,13 @@ public:
         ++mTimes[value >> shift << shift];
     }
 
+    Histogram& operator+=(const Histogram& other) {
+        for (const auto& [value, times] : other.mTimes) mTimes[value] += times;
+        mCount += other.mCount;
+        mGreatest = std::max(mGreatest, other.mGreatest);
+        return *this;
+    }
+
     uint64_t count() const { return mCount; }
     int64_t greatest() const { return mGreatest; }
 

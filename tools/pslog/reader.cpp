@@ -103,8 +103,17 @@ private:
                 ++mCount.used;
                 ++mCount.ofLevel[static_cast<size_t>(line.level)];
                 makeSafe(arguments);
+                takeTime(line);
                 mInterpreter.take(line, kind, arguments, mCount.lines);
         }
+    }
+
+    void takeTime(const Line& line) {
+        if (line.clock == Clock::NONE) return;
+        if (mCount.clock == Clock::NONE) mCount.firstUs = mCount.lastUs = line.timeUs;
+        if (mCount.clock == Clock::NONE) mCount.clock = line.clock;
+        mCount.firstUs = std::min(mCount.firstUs, line.timeUs);
+        mCount.lastUs = std::max(mCount.lastUs, line.timeUs);
     }
 
     void makeSafe(Arguments& arguments) {

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "interpreter.h"
+#include "log_time.h"
 
 namespace pslog {
 
@@ -19,6 +20,8 @@ struct Count {
     uint64_t damaged = 0;               ///< of the store, but no message of it: cut or garbled
     uint64_t firstDamaged = 0;          ///< its line number
     std::array<uint64_t, 6> ofLevel{};  ///< messages of the store, by their level
+    Clock clock = Clock::NONE;          ///< of the messages of the store
+    int64_t firstUs = 0, lastUs = 0;    ///< the least and the greatest of their times
     std::string problem;                ///< why the log ended too early; empty if it did not
     double seconds = 0;
 

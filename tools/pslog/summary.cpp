@@ -4,9 +4,9 @@
 
 #include <algorithm>
 #include <cinttypes>
-#include <vector>
 
 #include "names.h"
+#include "text.h"
 
 namespace pslog {
 
@@ -19,8 +19,10 @@ std::string dashOr(int64_t number) {
     return number == UNKNOWN ? "-" : std::to_string(number);
 }
 
-std::string orNothing(const Histogram& histogram, int64_t number) {
-    return histogram.count() == 0 ? "-" : std::to_string(number);
+/// A number of a histogram, of which the log may not have all.
+std::string numberOf(const Histogram& histogram, int64_t number, int level, int leastLevel) {
+    if (histogram.count() > 0) return std::to_string(number);
+    return level >= leastLevel ? "-" : "?";
 }
 
 /// What registering with a greater number helps: not a tag without history, and a queue only by its number of values.
@@ -30,82 +32,50 @@ const char* adviceFor(const TagInfo* info) {
     return info->type == STATIC_TYPE ? "tag of type 1, yet " : "register with ";
 }
 
-}  // namespace
-
-void Summary::take(const Event& event, const Tags&) {
-    if (event.type == EventType::LATE) {
-        auto found = mLate.find(event.text);
-        if (found == mLate.end()) found = mLate.emplace(event.text, LateRow{}).first;
-        LateRow& late = found->second;
-        ++(event.access == Access::READ ? late.reads : event.access == Access::WRITE ? late.writes : late.notKnown);
-        if (event.access != Access::WRITE) late.needed = std::max(late.needed, event.count);
-        return;
-    }
-    if (event.type == EventType::FAILURE) ++mFailures[{event.key, event.text}];
-    if (event.key.cam == UNKNOWN || event.key.pipe == UNKNOWN || event.key.tag == UNKNOWN) return;
-    Row& row = mRows[event.key];
-    switch (event.type) {
-        case EventType::SET: ++row.sets; break;
-        case EventType::WAIT: row.waits.add(event.count); break;
-        case EventType::TIMEOUT: ++row.timeouts; break;
-        case EventType::FAILURE: ++row.failures; break;
-        case EventType::TRIM:
-        case EventType::ERASE: row.erased += static_cast<uint64_t>(event.count); break;
-        case EventType::GET:
-            ++row.gets;
-            if (event.answer == Answer::ITSELF) ++row.itself;
-            if (event.answer == Answer::FRAME_0) ++row.frame0;
-            if (event.answer == Answer::NOT_KNOWN) ++row.notKnown;
-            if (event.answer == Answer::EARLIER) row.back.add(int64_t{event.frame} - event.other);
-            break;
-        default: break;
-    }
+void printRow(std::FILE* out, const Key& key, const TagRow& row, int level, const Tags& tags) {
+    const auto info = tags.find(key.tag);
+    const std::string bytes = dashOr(info == tags.end() ? UNKNOWN : info->second.size);
+    std::fprintf(out, "%3" PRId64 " %4" PRId64 " %6" PRId64 " %s %5s", key.cam, key.pipe, key.tag,
+                 padded(nameOf(key.tag, tags), 14).c_str(), bytes.c_str());
+    const auto column = [&](int width, uint64_t number) {
+        std::fprintf(out, " %*s", width, countText(number, level, level::EVERYTHING).c_str());
+    };
+    const auto ofHistogram = [&](int width, const Histogram& histogram, int64_t number, int leastLevel) {
+        std::fprintf(out, " %*s", width, numberOf(histogram, number, level, leastLevel).c_str());
+    };
+    column(6, row.sets);
+    column(6, row.gets);
+    column(7, row.itself);
+    column(7, row.back.count());
+    column(7, row.frame0);
+    ofHistogram(6, row.back, row.back.quantile(0.5), level::EVERYTHING);
+    ofHistogram(4, row.back, row.back.greatest(), level::EVERYTHING);
+    std::fprintf(out, " %7s", countText(row.waits.count(), level, level::WAITS).c_str());
+    ofHistogram(3, row.waits, row.waits.quantile(0.5), level::WAITS);
+    ofHistogram(4, row.waits, row.waits.quantile(0.99), level::WAITS);
+    ofHistogram(4, row.waits, row.waits.greatest(), level::WAITS);
+    std::fprintf(out, " %6s %6" PRIu64, countText(row.timeouts, level, level::TIMEOUTS).c_str(), row.failures);
+    column(6, row.erased);
+    std::fputc('\n', out);
 }
 
-void Summary::print(std::FILE* out, const Interpreter& interpreter, const Count& count) const {
-    std::fprintf(out, "%" PRIu64 " lines: %" PRIu64 " of the store, %" PRIu64 " of others, %" PRIu64 " damaged",
-                 count.lines, count.used, count.others, count.damaged);
-    if (count.damaged > 0) std::fprintf(out, " (the first is line %" PRIu64 ")", count.firstDamaged);
-    std::fprintf(out, "\n");
-    if (!interpreter.hasThreads()) {
-        std::fprintf(out, "no thread ids: lines are put to calls by what they name and by the store's lock\n");
-    }
-    printRows(out, interpreter.tags());
-    printLate(out, interpreter.tags());
-    printFailures(out, interpreter.tags());
-}
-
-void Summary::printRows(std::FILE* out, const Tags& tags) const {
-    std::vector<std::pair<Key, const Row*>> rows;
-    for (const auto& [key, row] : mRows) rows.emplace_back(key, &row);
-    std::sort(rows.begin(), rows.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+void printRows(std::FILE* out, const TagCounts& counts, int level, const Tags& tags) {
     std::fprintf(out,
                  "\n                                                  gets answered by    checkpoint   waits, ms\n"
                  "cam pipe    tag name           bytes   sets   gets  itself earlier frame 0   back  max"
                  "  number med 99 %%  max t-outs failed erased\n");
     uint64_t notKnown = 0;
-    for (const auto& [key, row] : rows) {
-        const auto info = tags.find(key.tag);
-        const std::string bytes = dashOr(info == tags.end() ? UNKNOWN : info->second.size);
-        std::fprintf(out, "%3" PRId64 " %4" PRId64 " %6" PRId64 " %-14s %5s %6" PRIu64 " %6" PRIu64, key.cam, key.pipe,
-                     key.tag, nameOf(key.tag, tags).c_str(), bytes.c_str(), row->sets, row->gets);
-        std::fprintf(out, " %7" PRIu64 " %7" PRIu64 " %7" PRIu64 " %6s %4s", row->itself, row->back.count(),
-                     row->frame0, orNothing(row->back, row->back.quantile(0.5)).c_str(),
-                     orNothing(row->back, row->back.greatest()).c_str());
-        std::fprintf(out, " %7" PRIu64 " %3s %4s %4s", row->waits.count(),
-                     orNothing(row->waits, row->waits.quantile(0.5)).c_str(),
-                     orNothing(row->waits, row->waits.quantile(0.99)).c_str(),
-                     orNothing(row->waits, row->waits.greatest()).c_str());
-        std::fprintf(out, " %6" PRIu64 " %6" PRIu64 " %6" PRIu64 "\n", row->timeouts, row->failures, row->erased);
+    for (const auto& [key, row] : inOrder(counts.rows())) {
+        printRow(out, key, *row, level, tags);
         notKnown += row->notKnown;
     }
     if (notKnown > 0) std::fprintf(out, "who answered %" PRIu64 " gets, the log does not say\n", notKnown);
 }
 
-void Summary::printLate(std::FILE* out, const Tags& tags) const {
-    if (mLate.empty()) return;
+void printLate(std::FILE* out, const TagCounts& counts, const Tags& tags) {
+    if (counts.late().empty()) return;
     std::fprintf(out, "\nasked for after its erasure\n");
-    for (const auto& [name, late] : mLate) {
+    for (const auto& [name, late] : counts.late()) {
         const auto isNamed = [&name = name](const auto& tag) { return tag.second.name == name; };
         const auto tag = std::find_if(tags.begin(), tags.end(), isNamed);
         const TagInfo* info = tag == tags.end() ? nullptr : &tag->second;
@@ -123,16 +93,38 @@ void Summary::printLate(std::FILE* out, const Tags& tags) const {
     }
 }
 
-void Summary::printFailures(std::FILE* out, const Tags& tags) const {
-    if (mFailures.empty()) return;
+void printFailures(std::FILE* out, const TagCounts& counts, const Tags& tags) {
+    if (counts.failures().empty()) return;
     std::fprintf(out, "\nfailures\n");
-    for (const auto& [of, times] : mFailures) {
+    for (const auto& [of, times] : counts.failures()) {
         const auto& [key, cause] = of;
         const std::string name = key.tag == UNKNOWN ? "" : " " + nameOf(key.tag, tags);
         std::fprintf(out, "%7" PRIu64 "  camera %s pipe %s tag %s%s: %.*s\n", times, dashOr(key.cam).c_str(),
                      dashOr(key.pipe).c_str(), dashOr(key.tag).c_str(), name.c_str(), static_cast<int>(cause.size()),
                      cause.data());
     }
+}
+
+}  // namespace
+
+void printSummary(std::FILE* out, const TagCounts& counts, const Interpreter& interpreter, const Count& count) {
+    std::fprintf(out, "%" PRIu64 " lines: %" PRIu64 " of the store, %" PRIu64 " of others, %" PRIu64 " damaged",
+                 count.lines, count.used, count.others, count.damaged);
+    if (count.damaged > 0) std::fprintf(out, " (the first is line %" PRIu64 ")", count.firstDamaged);
+    std::fprintf(out, "\n");
+    if (count.clock != Clock::NONE) {
+        std::fprintf(out, "%s to %s: %.3f s\n", clockText(count.firstUs, count.clock).c_str(),
+                     clockText(count.lastUs, count.clock).c_str(),
+                     static_cast<double>(count.lastUs - count.firstUs) / 1e6);
+    }
+    if (!interpreter.hasThreads()) {
+        std::fprintf(out, "no thread ids: lines are put to calls by what they name and by the store's lock\n");
+    }
+    const std::string level = levelText(count.level());
+    if (!level.empty()) std::fprintf(out, "%s\n", level.c_str());
+    printRows(out, counts, count.level(), interpreter.tags());
+    printLate(out, counts, interpreter.tags());
+    printFailures(out, counts, interpreter.tags());
 }
 
 }  // namespace pslog

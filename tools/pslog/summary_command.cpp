@@ -9,22 +9,28 @@ namespace pslog {
 
 namespace {
 
-int run(const LogInput& log) {
-    Summary summary;
-    Interpreter interpreter(summary);
-    const Count count = readLog(log, interpreter);
-    summary.print(stdout, interpreter, count);
+struct Options {
+    LogInput log;
+    bool json = false;
+};
+
+int run(const Options& options) {
+    TagCounts counts;
+    Interpreter interpreter(counts);
+    const Count count = readLog(options.log, interpreter);
+    (options.json ? printSummaryJson : printSummary)(stdout, counts, interpreter, count);
     return resultOf(count);
 }
 
 }  // namespace
 
 void addSummaryCommand(Program& program) {
-    const auto log = std::make_shared<LogInput>();
+    const auto options = std::make_shared<Options>();
     Subcommand command =
         program.add("summary", "count what happened to each tag, and what retain numbers would have served",
-                    [log] { return run(*log); });
-    addLogInput(command, *log);
+                    [options] { return run(*options); });
+    command.flag("--json", options->json, "print JSON");
+    addLogInput(command, options->log);
 }
 
 }  // namespace pslog
