@@ -49,6 +49,22 @@
 #define PARAMSET_API
 #endif
 
+/**
+ * Where the library itself is compiled with PARAMSET_CHECK_LOCKS, by clang with the annotated mutexes of libc++, the
+ * compiler checks which mutex is held. Elsewhere these say it to the reader alone, and stand for nothing.
+ */
+#if defined(PARAMSET_CHECK_LOCKS)
+#define PARAMSET_LOCK_ATTRIBUTE(...) __attribute__((__VA_ARGS__))
+#else
+#define PARAMSET_LOCK_ATTRIBUTE(...)
+#endif
+/** The caller holds the mutex. */
+#define PARAMSET_REQUIRES(mutex) PARAMSET_LOCK_ATTRIBUTE(requires_capability(mutex))
+/** The caller does not hold the mutex. */
+#define PARAMSET_EXCLUDES(mutex) PARAMSET_LOCK_ATTRIBUTE(locks_excluded(mutex))
+/** The mutex guards what the pointer points to, not the pointer. */
+#define PARAMSET_PT_GUARDED_BY(mutex) PARAMSET_LOCK_ATTRIBUTE(pt_guarded_by(mutex))
+
 /** The platform's camera metadata record; opaque here. */
 struct camera_metadata;
 
@@ -337,6 +353,7 @@ using ::THE_LAST;
 
 class ParamSet;
 class PipeStore;
+class StoreLock;
 class TagReader;
 struct IndexedFrame;
 struct RegisteredTag;
@@ -353,9 +370,12 @@ public:
      * Makes a buffer, filled from @p src unless that is null. Returns a shared pointer to null if the allocation
      * failed.
      *
-     * The store calls it with its mutex held, so it must not get, set, erase or throw. It may use the frame that the
-     * buffer is for (which does not have the tag yet), and it may destroy the store, which then lives until the call
-     * returns.
+     * The store calls it with its mutex held, so it must not get, set, erase or throw. It may use the operations of the
+     * frame that the buffer is for (which does not have the tag yet), and it may destroy the store, which then lives
+     * until the call returns.
+     *
+     * The store calls a program's own creator for every buffer. For a tag of a C registration function it may use a
+     * buffer again that it has erased.
      */
     virtual std::shared_ptr<void> create(void* src) const = 0;
     virtual ~creator_base_t() = default;
@@ -459,7 +479,12 @@ public:
      */
     PARAMSET_API std::shared_ptr<void> createTag(uint32_t tag, void* src);
 
-    /** The tag's buffer, shared; empty if the frame has none. */
+    /**
+     * The tag's buffer, shared; empty if the frame has none.
+     *
+     * An erase leaves the buffer to those who share it. One that nobody shares when it is erased may be kept for a
+     * later frame: a std::weak_ptr to it may then not expire, and lock to the buffer of that frame.
+     */
     PARAMSET_API std::shared_ptr<void> getTag(uint32_t tag);
 
     /** Whether the frame has an entry for the tag. */
@@ -607,6 +632,11 @@ public:
     /**
      * The camera's record; owned by the store. Its pipes are guarded by the store's mutex, so that it is for tests,
      * tools and set-up. Null, and a line at level 1, if there is no such camera; a line at level 5 else.
+     *
+     * The members are for reading; frames change by their own operations. The store remembers where in the maps things
+     * are: after a change by other means call this again before the store is used. Without that the store notices a map
+     * that has another size, another frame 0, and another frame in the entry of one; it does not notice as many entries
+     * put in as taken out, and may then use what is gone.
      */
     PARAMSET_API cam_elem* getPsHandle(uint32_t cam);
 
@@ -629,6 +659,8 @@ public:
     ParamSet& operator=(const ParamSet&) = delete;
 
 private:
+    friend struct IndexCheck;  // a test's
+
     class Hold;       // holds the store for the length of a call
     class Pipes;      // what each pipe holds, and where
     struct Request;   // an access to a value
@@ -641,67 +673,72 @@ private:
 
     ParamSet();
 
-    // mMutex held. Looks the pipe up; camera and pipe are within their limits.
-    PipeStore& pipeStore(uint32_t camID, int pipe);
+    // Begins an access to a pipe: notices what others have changed there. Camera and pipe are within their limits.
+    PipeStore& pipeStore(uint32_t camID, int pipe) PARAMSET_REQUIRES(mMutex);
     // The registry as this store reads it.
-    TagReader& registry();
-    // mMutex held. Looks up what an access needs.
-    Request requestFor(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, int modifiable);
+    TagReader& registry() PARAMSET_REQUIRES(mMutex);
+    // Begins an access to a value.
+    Request requestFor(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, int modifiable)
+        PARAMSET_REQUIRES(mMutex);
 
-    // Resolution. mMutex held. A buffer is returned where its frame holds it, and counted by nobody; an empty one is
-    // none.
+    // Resolution. A buffer is returned where its frame holds it, and counted by nobody; an empty one is none.
 
     // What answers a plain get, or where a plain set writes. Refuses a pipe out of limit.
-    Answer getParamInternal(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, int modifiable);
+    Answer getParamInternal(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, int modifiable)
+        PARAMSET_REQUIRES(mMutex);
     // The check before a synchronous access: PS_NOT_OF_FRAME if the frame is erased for the tag.
-    uint32_t preproc(const Request& request);
+    uint32_t preproc(const Request& request) PARAMSET_REQUIRES(mMutex);
     // The buffer of a frame that the pipe has, or what permiProc finds or makes.
-    const std::shared_ptr<void>& getDirectly(const Request& request, IndexedFrame& frame);
+    const std::shared_ptr<void>& getDirectly(const Request& request, IndexedFrame& frame) PARAMSET_REQUIRES(mMutex);
     // Frame 0's buffer, made if there is none.
-    const std::shared_ptr<void>& getF0(const Request& request);
+    const std::shared_ptr<void>& getF0(const Request& request) PARAMSET_REQUIRES(mMutex);
     // A read: the buffer of the newest checkpoint, or frame 0's. A write: adds a checkpoint and makes the frame's
-    // buffer.
-    const std::shared_ptr<void>& permiProc(const Request& request);
+    // buffer; the pipe must have the frame.
+    const std::shared_ptr<void>& permiProc(const Request& request) PARAMSET_REQUIRES(mMutex);
     // As permiProc, for a frame that the pipe does not have; a write makes the frame.
-    const std::shared_ptr<void>& createNew(const Request& request);
+    const std::shared_ptr<void>& createNew(const Request& request) PARAMSET_REQUIRES(mMutex);
     // The bytes of a tag's values; 0 if it is not registered.
     static uint32_t getSize(const RegisteredTag* registered);
     // The newest of the ids at or before an id; 0 if there is none. Null is an empty list.
     static uint32_t findRelated(const std::vector<uint32_t>* ids, uint32_t desID);
 
-    // The plain access. mMutex held.
-    uint32_t _getParam(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, void* data);
-    uint32_t _setParam(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, void* data);
+    // The plain get and set, which copy.
+    uint32_t _getParam(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, void* data) PARAMSET_REQUIRES(mMutex);
+    uint32_t _setParam(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, void* data) PARAMSET_REQUIRES(mMutex);
 
-    // The synchronous access. mMutex not held: both lock it.
-    uint32_t _getParamSyn(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, void* data, uint32_t timeout);
-    uint32_t _setParamSyn(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, void* data);
-    // mMutex held through the lock, which is released for the time of a wait. Waits in frame 0, or in another frame.
-    Awaited awaitF0(const Request& request, std::unique_lock<std::mutex>& lock, uint32_t timeout);
-    Awaited awaitFrame(const Request& request, std::unique_lock<std::mutex>& lock, uint32_t timeout);
-    // mMutex held. The frame that is named, made if there is none, and its buffer.
-    Writable findWritable(const Request& request);
+    // The synchronous get and set. Both take the mutex.
+    uint32_t _getParamSyn(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, void* data, uint32_t timeout)
+        PARAMSET_EXCLUDES(mMutex);
+    uint32_t _setParamSyn(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, void* data)
+        PARAMSET_EXCLUDES(mMutex);
+    // What answers the synchronous get of frame 0, or of another frame. The lock is the mutex's, and is released for
+    // the time of a wait: nothing that was looked up before is good afterwards.
+    Awaited awaitF0(const Request& request, StoreLock& lock, uint32_t timeout) PARAMSET_REQUIRES(mMutex);
+    Awaited awaitFrame(const Request& request, StoreLock& lock, uint32_t timeout) PARAMSET_REQUIRES(mMutex);
+    // The frame that is named, made if there is none, and its buffer.
+    Writable findWritable(const Request& request) PARAMSET_REQUIRES(mMutex);
 
-    // The erase. mMutex held.
-    Erasure _erase(uint32_t camID, int pipe, uint32_t frameID);
+    // What erasePs does.
+    Erasure _erase(uint32_t camID, int pipe, uint32_t frameID) PARAMSET_REQUIRES(mMutex);
     // Copies what a read of the frame would see into frame 0; the result of the set.
-    uint32_t saveToF0(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag);
+    uint32_t saveToF0(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag) PARAMSET_REQUIRES(mMutex);
 
-    // Metadata. mMutex held.
-    camera_metadata* _getMetadata(uint32_t camID, uint32_t frameID);
-    uint32_t _setMetadata(uint32_t camID, uint32_t frameID, const camera_metadata* metadata);
+    // What getMetadata and setMetadata do.
+    camera_metadata* _getMetadata(uint32_t camID, uint32_t frameID) PARAMSET_REQUIRES(mMutex);
+    uint32_t _setMetadata(uint32_t camID, uint32_t frameID, const camera_metadata* metadata) PARAMSET_REQUIRES(mMutex);
 
-    // The external processor. mMutex not held.
+    // As the public one, which logs with this one's name; but nothing is going to change.
     const cam_elem* getPsHandle(uint32_t cam) const;
     // Calls the operation of a command code.
-    uint32_t forward(const cam_elem* elem, const Command& command);
+    uint32_t forward(const cam_elem* elem, const Command& command) PARAMSET_EXCLUDES(mMutex);
 
     static std::shared_ptr<ParamSet> sInstance;  // atomic operations on shared pointers only
 
-    zarn_ops mOps;      // set-up only
-    std::mutex mMutex;  // guards mElem and everything reachable from it but the handles, and mPipes
+    zarn_ops mOps;                                   // set-up only
+    std::mutex mMutex;                               // guards what each pipe holds
     std::map<int, std::shared_ptr<cam_elem>> mElem;  // cameras 0 to 4 from construction to destruction
-    std::unique_ptr<Pipes> mPipes;                   // stands beside mElem
+    // The way to the pipes. Constant from construction to destruction.
+    std::unique_ptr<Pipes> mPipes PARAMSET_PT_GUARDED_BY(mMutex);
 };
 
 /** The one kind of value that there is: plain bytes. */

@@ -7,8 +7,8 @@
 #include <utility>
 
 #include "platform/log.h"
+#include "src/changes.h"
 #include "src/hold.h"
-#include "src/pipe_store.h"
 
 namespace zarn {
 
@@ -89,7 +89,7 @@ void ParamSet::setPsHandle(uint32_t cam, void* handle0, void* handle1, void* han
 
 // A program that is given the pipes may change them.
 cam_elem* ParamSet::getPsHandle(uint32_t cam) {
-    PipeStore::announceChange();
+    announceChange();
     return const_cast<cam_elem*>(std::as_const(*this).getPsHandle(cam));
 }
 

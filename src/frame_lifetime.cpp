@@ -3,7 +3,8 @@
 // entry takes ParamSet::mMutex; everything below it runs with mMutex held.
 
 #include "src/hold.h"
-#include "src/request.h"
+#include "src/pipes.h"
+#include "src/store_lock.h"
 #include "src/trace.h"
 
 namespace zarn {
@@ -61,15 +62,14 @@ ParamSet::Erasure ParamSet::_erase(uint32_t camID, int pipe, uint32_t frameID) {
         if (checkpoints != nullptr && !checkpoints->empty()) {
             PS_TRACE("tag:%d checkPoint size:%d", id, static_cast<int>(checkpoints->size()));
             const uint32_t newest = PipeStore::newestCheckpoint(*checkpoints, limit.frameID);
-            const bool isSaved = newest != 0 && id != METADATA_TAG;
-            if (isSaved && checkpoints->back() > limit.frameID) PS_LOG(5, "find checkPoint ID:%d", newest);
-            if (isSaved) result = saveToF0(camID, pipe, newest, id);
-            if (isSaved && result != PS_OK) PS_LOG(1, "fail to save data to F0");
+            if (newest != 0 && id != METADATA_TAG) {
+                if (checkpoints->back() > limit.frameID) PS_LOG(5, "find checkPoint ID:%d", newest);
+                result = saveToF0(camID, pipe, newest, id);
+                if (result != PS_OK) PS_LOG(1, "fail to save data to F0");
+            }
             store.dropCheckpoints(tag, limit.frameID);
         }
-        if (store.dropValues(tag, limit.frameID, sweep)) {
-            store.setErasePoint(tag, static_cast<int32_t>(limit.frameID) >= 1 ? limit.frameID : 0);
-        }
+        store.dropValues(tag, limit.frameID, sweep);
     }
     store.leaveRecords(sweep);
     if (frameID == THE_LAST) store.shrink();
@@ -94,7 +94,7 @@ uint32_t ParamSet::erase(uint32_t camID, int pipe, uint32_t frameID) {
         PS_LOG(1, "cam %d pipe %d out of limit, sof %u erase failed", camID, pipe, frameID);
         return PS_OUT_OF_LIMIT;
     }
-    std::unique_lock<std::mutex> lock(store->mMutex);
+    StoreLock lock(store->mMutex);
     const Erasure erasure = store->_erase(camID, pipe, frameID);
     lock.unlock();
     for (const Woken& woken : erasure.woken) woken.wakeAgain();

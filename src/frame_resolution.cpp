@@ -4,7 +4,7 @@
 
 #include <cstring>
 
-#include "src/request.h"
+#include "src/pipes.h"
 #include "src/trace.h"
 
 namespace zarn {

@@ -2,7 +2,8 @@
 // The entries take ParamSet::mMutex; the private operations run with mMutex held.
 
 #include "src/hold.h"
-#include "src/request.h"
+#include "src/pipes.h"
+#include "src/store_lock.h"
 #include "src/trace.h"
 
 namespace zarn {
@@ -57,7 +58,7 @@ uint32_t ParamSet::setMetadata(uint32_t camID, uint32_t frameID, const camera_me
         PS_LOG(1, "cam %d out of limit, sof %u set metadata failed", camID, frameID);
         return PS_OUT_OF_LIMIT;
     }
-    const std::lock_guard<std::mutex> lock(store->mMutex);
+    const StoreLock lock(store->mMutex);
     store->_setMetadata(camID, frameID, metadata);
     return PS_OK;
 }
@@ -69,7 +70,7 @@ camera_metadata* ParamSet::getMetadata(uint32_t camID, uint32_t frameID) {
         PS_LOG(1, "cam %d out of limit, sof %u get metadata failed", camID, frameID);
         return nullptr;
     }
-    const std::lock_guard<std::mutex> lock(store->mMutex);
+    const StoreLock lock(store->mMutex);
     return store->_getMetadata(camID, frameID);
 }
 

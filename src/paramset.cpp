@@ -5,8 +5,10 @@
 #include "paramset.h"
 
 #include "platform/calls.h"
+#include "src/changes.h"
 #include "src/hold.h"
 #include "src/pipes.h"
+#include "src/store_lock.h"
 #include "src/trace.h"
 
 namespace zarn {
@@ -124,21 +126,6 @@ ParamSet::~ParamSet() {
     mElem.clear();
 }
 
-PipeStore& ParamSet::pipeStore(uint32_t camID, int pipe) {
-    PipeStore& store = mPipes->at(camID, pipe);
-    store.noticeChanges();
-    return store;
-}
-
-TagReader& ParamSet::registry() {
-    return mPipes->registry();
-}
-
-ParamSet::Request ParamSet::requestFor(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, int modifiable) {
-    PipeStore& store = pipeStore(camID, pipe);
-    return {store, store.tag(tag), frameID, modifiable};
-}
-
 ParamSet::Hold::AtUnload::~AtUnload() {
     const bool callsStillRun = end();
     TagTable::end(callsStillRun);
@@ -177,13 +164,13 @@ ParamFrame::~ParamFrame() {
 
 // The creator runs first: it may be a program's own, and use the frame.
 std::shared_ptr<void> ParamFrame::createTag(uint32_t tag, void* src) {
-    PipeStore::announceChange();
     const std::shared_ptr<creator_base_t> creator = creatorOf(*mTagInfo, tag);
     if (creator == nullptr) {
         PS_LOG(1, "X Failed to create tag, no such creator: %d", tag);
         return nullptr;
     }
     std::shared_ptr<void> buffer = creator->create(src);
+    announceChange();
     mTags[tag] = buffer;
     PS_LOG(5, "X:%s", buffer != nullptr ? "ok" : "fail");
     return buffer;
@@ -199,7 +186,7 @@ bool ParamFrame::existTag(uint32_t tag) {
 }
 
 int ParamFrame::eraseTag(uint32_t tag) {
-    PipeStore::announceChange();
+    announceChange();
     mTags.erase(tag);
     return 0;
 }
@@ -226,7 +213,7 @@ uint32_t ParamSet::getParam(uint32_t cam, int pipe, uint32_t frame, uint32_t tag
         PS_LOG(1, "cam %d out of limit, tag %d get failed", cam, tag);
         return PS_OUT_OF_LIMIT;
     }
-    const std::lock_guard<std::mutex> lock(store->mMutex);
+    const StoreLock lock(store->mMutex);
     return store->_getParam(cam, pipe, frame, tag, data);
 }
 
@@ -237,7 +224,7 @@ uint32_t ParamSet::setParam(uint32_t cam, int pipe, uint32_t frame, uint32_t tag
         PS_LOG(1, "cam %d out of limit, tag %d set failed", cam, tag);
         return PS_OUT_OF_LIMIT;
     }
-    const std::lock_guard<std::mutex> lock(store->mMutex);
+    const StoreLock lock(store->mMutex);
     return store->_setParam(cam, pipe, frame, tag, data);
 }
 

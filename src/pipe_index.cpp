@@ -5,15 +5,15 @@
 namespace zarn {
 
 IndexedTag& TagIndex::add(uint32_t id) {
-    constexpr size_t kFewestSlots = 16;
+    constexpr int kFewestBits = 4;
     if (2 * (mTags.size() + 1) > mSlots.size()) {
-        mSlots.assign(mSlots.empty() ? kFewestSlots : 2 * mSlots.size(), Slot{});
-        mMask = mSlots.size() - 1;
+        mShift = mSlots.empty() ? 32 - kFewestBits : mShift - 1;
+        mSlots.assign(size_t{1} << (32 - mShift), Slot{});
         for (IndexedTag& tag : mTags) slotOf(tag.id) = {tag.id, &tag};
     }
     IndexedTag& tag = mTags.emplace_back(IndexedTag{id, static_cast<uint32_t>(mTags.size())});
     slotOf(id) = {id, &tag};
-    return *(mLast = &tag);
+    return tag;
 }
 
 void TagIndex::forgetPlaces() {
@@ -55,7 +55,7 @@ void FrameIndex::grow() {
 }
 
 void FrameIndex::forget(IndexedFrame& frame) {
-    forgetPlaces(frame);
+    forgetPlacesIn(frame);
     frame.frame = nullptr;
     --mSize;
 }
@@ -85,7 +85,7 @@ TagPlaces& FrameIndex::placesOf(IndexedFrame& frame, const IndexedTag& tag) {
     return (*piece)[tag.number % IndexedFrame::kPiece];
 }
 
-void FrameIndex::forgetPlaces(IndexedFrame& frame) {
+void FrameIndex::forgetPlacesIn(IndexedFrame& frame) {
     for (std::unique_ptr<IndexedFrame::Piece>& piece : frame.pieces) {
         if (piece != nullptr && mSpare.size() < kMostSpare) mSpare.push_back(std::move(piece));
         piece = nullptr;

@@ -38,15 +38,17 @@ public:
     // The tag, made if the pipe has not met it. Stays valid until clear.
     IndexedTag& of(uint32_t id) {
         if (mLast != nullptr && mLast->id == id) return *mLast;
-        if (!mSlots.empty()) mLast = slotOf(id).tag;
-        return mLast != nullptr && mLast->id == id ? *mLast : add(id);
+        IndexedTag* known = mSlots.empty() ? nullptr : slotOf(id).tag;
+        return *(mLast = known != nullptr ? known : &add(id));
     }
     size_t size() const { return mTags.size(); }
     void forgetPlaces();
     void clear();
 
 private:
-    // Open addressing; at most half of the slots are taken.
+    friend struct IndexCheck;  // a test's
+
+    // Open addressing; at most half of the slots are taken. As many as 2 to the power of a number.
     struct Slot {
         uint32_t id;
         IndexedTag* tag;  // null: free
@@ -54,14 +56,14 @@ private:
 
     Slot& slotOf(uint32_t id) {
         constexpr uint32_t kSpread = 0x9E3779B1u;  // 2^32 by the golden ratio: neighbouring ids do not share a slot
-        size_t i = (id * kSpread) >> 7;
-        while (mSlots[i & mMask].tag != nullptr && mSlots[i & mMask].id != id) ++i;
-        return mSlots[i & mMask];
+        size_t i = (id * kSpread) >> mShift;
+        while (mSlots[i].tag != nullptr && mSlots[i].id != id) i = (i + 1) & (mSlots.size() - 1);
+        return mSlots[i];
     }
     [[gnu::cold]] IndexedTag& add(uint32_t id);
 
     std::vector<Slot> mSlots;
-    size_t mMask = 0;
+    int mShift = 32;  // leaves as many of 32 bits as number a slot
     std::deque<IndexedTag> mTags;
     IndexedTag* mLast = nullptr;  // asked for last, and often asked for again
 };
@@ -122,9 +124,11 @@ public:
 
     // What is known of a tag in a frame, be it one of these or frame 0; to be filled.
     TagPlaces& placesOf(IndexedFrame& frame, const IndexedTag& tag);
-    void forgetPlaces(IndexedFrame& frame);
+    void forgetPlacesIn(IndexedFrame& frame);
 
 private:
+    friend struct IndexCheck;
+
     static constexpr size_t kFewestFrames = 16;
     static constexpr size_t kMostFrames = 1024;
     static constexpr size_t kMostSpare = 64;

@@ -14,26 +14,24 @@ constexpr uint64_t kCheckpointBound = 300;  // of a tag that is not of type 2
 
 }  // namespace
 
-std::atomic<uint32_t> PipeStore::sChanges{0};
-
 PipeStore::PipeStore(uint32_t camID, int pipe, pipe_elem& elem, TagReader& registry, ParamSet* store)
     : mCamID(camID), mPipe(pipe), mElem(elem), mRegistry(registry), mStore(store) {
-    forgetPlaces();
+    forgetAll();
 }
 
-void PipeStore::forgetPlaces() {
+void PipeStore::forgetAll() {
     mTags.forgetPlaces();
     mFrames.forgetAll();
     mFrame0.frame = mElem.mF0.get();
-    forgetPlaces(mFrame0);
-    mChanges = sChanges.load(std::memory_order_relaxed);
+    forgetPlacesIn(mFrame0);
+    mChanges = changeCount();
     mFrameCount = mElem.mFrames.size();
     mErasePointCount = mElem.mErasePoint.size();
     mListCount = mElem.mCheckPoint.size();
 }
 
-void PipeStore::forgetPlaces(Frame& frame) {
-    mFrames.forgetPlaces(frame);
+void PipeStore::forgetPlacesIn(Frame& frame) {
+    mFrames.forgetPlacesIn(frame);
     frame.noteSizes();
 }
 
@@ -41,7 +39,7 @@ void PipeStore::shrink() {
     mTags.clear();
     mFrames.clear();
     mFrame0 = Frame();
-    forgetPlaces();
+    forgetAll();
 }
 
 // ---- checkpoints
@@ -69,6 +67,14 @@ PipeStore::Frame* PipeStore::lookUpFrame(uint32_t id) {
     return &mFrames.add(node);
 }
 
+// As findFrame, for a frame whose node is at hand.
+PipeStore::Frame* PipeStore::frameAt(Frames::iterator node) {
+    Frame* frame = mFrames.find(node->first);
+    if (frame != nullptr && node->second.get() == frame->frame) return frame;
+    if (frame != nullptr) mFrames.forget(*frame);
+    return node->second != nullptr ? &mFrames.add(node) : nullptr;
+}
+
 PipeStore::Frame& PipeStore::addFrame(uint32_t id) {
     const auto node = mElem.mFrames.try_emplace(mElem.mFrames.end(), id);
     node->second.reset(new ParamFrame(mCamID, id, mStore, &gTagInfo));
@@ -76,12 +82,10 @@ PipeStore::Frame& PipeStore::addFrame(uint32_t id) {
     return mFrames.add(node);
 }
 
-Frames::iterator PipeStore::removeFrame(Frame& frame) {
-    const auto node = frame.node;
-    mFrames.forget(frame);
-    const auto next = mElem.mFrames.erase(node);
+void PipeStore::removeFrame(Frames::iterator node) {
+    if (Frame* frame = mFrames.find(node->first)) mFrames.forget(*frame);
+    mElem.mFrames.erase(node);
     mFrameCount = mElem.mFrames.size();
-    return next;
 }
 
 // ---- values and records
@@ -89,13 +93,13 @@ Frames::iterator PipeStore::removeFrame(Frame& frame) {
 // The frame's values, with nothing known of them that is not so.
 Values& PipeStore::valuesOf(Frame& frame) {
     Values& values = frame.frame->mTags;
-    if (frame.values.size != values.size()) forgetPlaces(frame);
+    if (frame.values.size != values.size()) forgetPlacesIn(frame);
     return values;
 }
 
 std::map<uint32_t, FrameStatus>& PipeStore::recordsOf(Frame& frame) {
     std::map<uint32_t, FrameStatus>& records = frame.frame->mStatus;
-    if (frame.records.size != records.size()) forgetPlaces(frame);
+    if (frame.records.size != records.size()) forgetPlacesIn(frame);
     return records;
 }
 
@@ -158,8 +162,9 @@ void PipeStore::removeValue(Frame& frame, Tag& tag) {
 
 // Its bytes are overwritten by the set that takes it, and its creator would have made the same.
 bool PipeStore::isWorthKeeping(const Tag& tag, const Buffer& buffer) {
-    if (!tag.kept.empty() || buffer.use_count() != 1) return false;
-    std::atomic_thread_fence(std::memory_order_acquire);  // whoever else had a share has read before it went
+    // The count of a buffer that could not be allocated is 1 as well.
+    if (!tag.kept.empty() || buffer == nullptr || buffer.use_count() != 1) return false;
+    std::atomic_thread_fence(std::memory_order_acquire);  // what others did with their shares has happened
     return tag.registered != nullptr && tag.registered->hasLibraryCreator();
 }
 
@@ -200,25 +205,24 @@ void PipeStore::autoErase(Tag& tag, uint32_t frameID) {
         const uint32_t head = ids.front();
         if (Frame* frame = findFrame(head)) {
             removeValue(*frame, tag);
-            if (frame->frame->mTags.empty() && head != frameID) removeFrame(*frame);
+            if (frame->frame->mTags.empty() && head != frameID) removeFrame(frame->node);
         }
         setErasePoint(tag, head);
         ids.erase(ids.begin());
     }
 }
 
-bool PipeStore::dropValues(Tag& tag, uint32_t limit, Sweep& sweep) {
+void PipeStore::dropValues(Tag& tag, uint32_t limit, Sweep& sweep) {
     auto node = mElem.mFrames.begin();
-    if (node == mElem.mFrames.end() || node->first > limit) return false;
+    if (node == mElem.mFrames.end() || node->first > limit) return;
     sweep.passes.push_back({&tag, limit});
     while (node != mElem.mFrames.end() && node->first <= limit) {
-        Frame* frame = findFrame(node->first);
-        node = frame == nullptr            ? mElem.mFrames.erase(node)
-               : !drop(*frame, tag, sweep) ? std::next(node)
-                                           : removeFrame(*frame);
+        Frame* frame = frameAt(node);
+        const auto next = std::next(node);
+        if (frame == nullptr || drop(*frame, tag, sweep)) removeFrame(node);
+        node = next;
     }
-    mFrameCount = mElem.mFrames.size();
-    return true;
+    setErasePoint(tag, static_cast<int32_t>(limit) >= 1 ? limit : 0);
 }
 
 // Tells whether the frame is to leave the pipe. A frame that stays gets its records at the end of the sweep, since most
@@ -229,14 +233,14 @@ bool PipeStore::drop(Frame& frame, Tag& tag, Sweep& sweep) {
     removeValue(frame, tag);
     if (!frame.frame->mTags.empty()) return false;
     if (frame.node->second.use_count() > 1) {
-        leaveRecords(frame, sweep);
+        leaveRecordsIn(frame, sweep);
         // Nobody begins to wait in a frame that has left its pipe.
         if (isWaitedFor) sweep.woken.push_back({frame.node->second, status, kWaitedFor});
     }
     return true;
 }
 
-void PipeStore::leaveRecords(Frame& frame, const Sweep& sweep) {
+void PipeStore::leaveRecordsIn(Frame& frame, const Sweep& sweep) {
     for (const Sweep::Pass& pass : sweep.passes) {
         if (frame.id <= pass.limit) record(frame, *pass.tag);
     }
@@ -246,7 +250,7 @@ void PipeStore::leaveRecords(const Sweep& sweep) {
     uint32_t limit = 0;
     for (const Sweep::Pass& pass : sweep.passes) limit = std::max(limit, pass.limit);
     for (auto node = mElem.mFrames.begin(); node != mElem.mFrames.end() && node->first <= limit; ++node) {
-        leaveRecords(*findFrame(node->first), sweep);
+        leaveRecordsIn(*frameAt(node), sweep);
     }
 }
 

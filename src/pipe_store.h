@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <atomic>
 
+#include "src/changes.h"
 #include "src/pipe_index.h"
 #include "src/tag_table.h"
 #include "src/waiters.h"
@@ -33,12 +34,10 @@ public:
 
     // At the begin of each access: forgets the places of what somebody else has changed. Tells whether it did.
     bool noticeChanges() {
-        const bool isUnchanged = mChanges == sChanges.load(std::memory_order_relaxed) && isAsLeft();
-        if (!isUnchanged) forgetPlaces();
+        const bool isUnchanged = mChanges == changeCount() && isAsLeft();
+        if (!isUnchanged) forgetAll();
         return !isUnchanged;
     }
-    // Somebody else may change the maps of any pipe. Thread-safe; mMutex need not be held.
-    static void announceChange() { sChanges.fetch_add(1, std::memory_order_relaxed); }
 
     // ---- tags
 
@@ -107,8 +106,8 @@ public:
         std::vector<Woken> woken;
     };
     // Removes the tag from the frames at or below the limit, and those without any value left from the pipe; wakes who
-    // waits for the tag there. Tells whether there is any such frame.
-    bool dropValues(Tag& tag, uint32_t limit, Sweep& sweep);
+    // waits for the tag there. If there is any such frame, the limit becomes the tag's erase point.
+    void dropValues(Tag& tag, uint32_t limit, Sweep& sweep);
     // Leaves a record of each pass in the frames that it reached and that are still there.
     void leaveRecords(const Sweep& sweep);
     // Makes frame 0 wait for deliveries again; wakes who waits for any tag there.
@@ -123,12 +122,13 @@ private:
         return mFrame0.frame == mElem.mF0.get() && mFrameCount == mElem.mFrames.size() &&
                mErasePointCount == mElem.mErasePoint.size() && mListCount == mElem.mCheckPoint.size();
     }
-    void forgetPlaces();
-    void forgetPlaces(Frame& frame);
+    void forgetAll();
+    void forgetPlacesIn(Frame& frame);
 
     uint32_t* erasePointOf(Tag& tag);
     std::shared_ptr<Checkpoints>& listOf(Tag& tag);
     Frame* lookUpFrame(uint32_t id);
+    Frame* frameAt(Frames::iterator node);
     Values& valuesOf(Frame& frame);
     const Buffer* lookUpValue(Frame& frame, Tag& tag);
     const Buffer& rememberValue(Frame& frame, Tag& tag, Values::iterator place);
@@ -139,11 +139,9 @@ private:
     FrameStatus* findRecord(Frame& frame, Tag& tag);
 
     void removeValue(Frame& frame, Tag& tag);
-    Frames::iterator removeFrame(Frame& frame);
+    void removeFrame(Frames::iterator node);
     bool drop(Frame& frame, Tag& tag, Sweep& sweep);
-    void leaveRecords(Frame& frame, const Sweep& sweep);
-
-    static std::atomic<uint32_t> sChanges;
+    void leaveRecordsIn(Frame& frame, const Sweep& sweep);
 
     const uint32_t mCamID;
     const int mPipe;
@@ -154,7 +152,7 @@ private:
     TagIndex mTags;
     FrameIndex mFrames;
     Frame mFrame0;
-    // As the maps were left: announced changes, and sizes.
+    // As the maps were left: changes announced by then, and sizes.
     uint32_t mChanges = 0;
     size_t mFrameCount = 0;
     size_t mErasePointCount = 0;

@@ -1,9 +1,10 @@
-// The pipes of all cameras, and the registry as the store reads it.
+// The pipes of all cameras, the registry as the store reads it, and how an access to a pipe begins.
 
 #ifndef PARAMSET_PIPES_H
 #define PARAMSET_PIPES_H
 
-#include <deque>
+#include <array>
+#include <optional>
 
 #include "src/request.h"
 
@@ -14,19 +15,40 @@ public:
     Pipes(const std::map<int, std::shared_ptr<cam_elem>>& cameras, ParamSet* store) {
         for (const auto& [camID, camera] : cameras) {
             for (int pipe = 0; pipe < MAX_PIPE_NUM; ++pipe) {
-                mPipes.emplace_back(static_cast<uint32_t>(camID), pipe, camera->mPipe[pipe], mRegistry, store);
+                const auto cam = static_cast<uint32_t>(camID);
+                of(cam, pipe).emplace(cam, pipe, camera->mPipe[pipe], mRegistry, store);
             }
         }
     }
     // Both within their limits.
-    PipeStore& at(uint32_t camID, int pipe) { return mPipes[camID * MAX_PIPE_NUM + static_cast<uint32_t>(pipe)]; }
+    PipeStore& at(uint32_t camID, int pipe) { return *of(camID, pipe); }
 
     TagReader& registry() { return mRegistry; }
 
 private:
+    std::optional<PipeStore>& of(uint32_t camID, int pipe) {
+        return mPipes[camID * MAX_PIPE_NUM + static_cast<uint32_t>(pipe)];
+    }
+
     TagReader mRegistry;
-    std::deque<PipeStore> mPipes;
+    std::array<std::optional<PipeStore>, size_t{MAX_CAM_NUM} * MAX_PIPE_NUM> mPipes;
 };
+
+inline PipeStore& ParamSet::pipeStore(uint32_t camID, int pipe) {
+    PipeStore& store = mPipes->at(camID, pipe);
+    store.noticeChanges();
+    return store;
+}
+
+inline TagReader& ParamSet::registry() {
+    return mPipes->registry();
+}
+
+inline ParamSet::Request ParamSet::requestFor(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag,
+                                              int modifiable) {
+    PipeStore& store = pipeStore(camID, pipe);
+    return {store, store.tag(tag), frameID, modifiable};
+}
 
 }  // namespace zarn
 

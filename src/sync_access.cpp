@@ -13,7 +13,8 @@
 #include <optional>
 
 #include "src/hold.h"
-#include "src/request.h"
+#include "src/pipes.h"
+#include "src/store_lock.h"
 #include "src/trace.h"
 
 namespace zarn {
@@ -52,7 +53,8 @@ struct TimedWait {
     uint32_t tag;
     uint32_t timeout;  // milliseconds
 
-    bool operator()(FrameStatus& status, std::unique_lock<std::mutex>& storeLock) const {
+    // Unchecked: the check does not know that the lock given is that of the store, which is held again at the end.
+    bool operator()(FrameStatus& status, StoreLock& storeLock) const PARAMSET_LOCKS_UNCHECKED {
         const int32_t state = status.mState;
         storeLock.unlock();
         const std::lock_guard<std::mutex> recordLock(status.mMutex);
@@ -83,7 +85,7 @@ struct TimedWait {
 uint32_t ParamSet::_getParamSyn(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, void* data,
                                 uint32_t timeout) {
     storeRelaxed(ps_log, isTracedTag(tag));
-    std::unique_lock<std::mutex> lock(mMutex);
+    StoreLock lock(mMutex);
     PS_TRACE("camID: %d, pipe: %d, frameID: %d, tag: %d,", camID, pipe, frameID, tag);
     if (!isPipe(pipe)) {
         PS_LOG(1, "pipe %d out of limit, please check tag %d", pipe, tag);
@@ -107,7 +109,7 @@ uint32_t ParamSet::_getParamSyn(uint32_t camID, int pipe, uint32_t frameID, uint
     return awaited.result.value_or(checked);
 }
 
-ParamSet::Awaited ParamSet::awaitF0(const Request& request, std::unique_lock<std::mutex>& lock, uint32_t timeout) {
+ParamSet::Awaited ParamSet::awaitF0(const Request& request, StoreLock& lock, uint32_t timeout) {
     FrameStatus& status = request.pipe.record(request.pipe.frame0(), request.tag);
     if (status.mState == kDelivered) return {{getF0(request), request.tag.registered}};
     storeRelaxed(status.mState, kWaitedFor);
@@ -120,7 +122,7 @@ ParamSet::Awaited ParamSet::awaitF0(const Request& request, std::unique_lock<std
     return awaited;
 }
 
-ParamSet::Awaited ParamSet::awaitFrame(const Request& request, std::unique_lock<std::mutex>& lock, uint32_t timeout) {
+ParamSet::Awaited ParamSet::awaitFrame(const Request& request, StoreLock& lock, uint32_t timeout) {
     PipeStore& pipe = request.pipe;
     PipeStore::Frame* frame = pipe.findFrame(request.frameID);
     if (frame == nullptr) frame = &pipe.addFrame(request.frameID);
@@ -152,7 +154,7 @@ uint32_t ParamSet::_setParamSyn(uint32_t camID, int pipe, uint32_t frameID, uint
     const bool traced = isTracedTag(tag);
     storeRelaxed(ps_log, traced);
     PS_LOG(traced ? 4 : 5, "camID: %d, pipe: %d, frameID: %d, tag: %d,", camID, pipe, frameID, tag);
-    std::unique_lock<std::mutex> lock(mMutex);
+    StoreLock lock(mMutex);
     if (!isPipe(pipe)) {
         PS_LOG(1, "pipe %d out of limit, please check tag %d", pipe, tag);
         return PS_OUT_OF_LIMIT;
@@ -194,7 +196,10 @@ ParamSet::Writable ParamSet::findWritable(const Request& request) {
     PipeStore::Frame* frame = pipe.findFrame(request.frameID);
     const bool isNew = frame == nullptr;
     const Buffer& value = isNew ? createNew(request) : getDirectly(request, *frame);
-    return {value, *pipe.findFrame(request.frameID), isNew};
+    PipeStore::Frame* written = pipe.findFrame(request.frameID);
+    // A program's own creator may have removed the frame.
+    if (written == nullptr) written = &pipe.addFrame(request.frameID);
+    return {value, *written, isNew};
 }
 
 // ---- entries

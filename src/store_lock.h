@@ -1,0 +1,66 @@
+// ParamSet::mMutex, held for a scope. It is held for less than a microsecond mostly, and to sleep for it costs many: so
+// it is tried a bounded number of times before.
+// The macros tell clang what takes and releases a mutex, see PARAMSET_REQUIRES.
+
+#ifndef PARAMSET_STORE_LOCK_H
+#define PARAMSET_STORE_LOCK_H
+
+#include <mutex>
+
+#include "include/paramset.h"
+
+#define PARAMSET_SCOPED_LOCK PARAMSET_LOCK_ATTRIBUTE(scoped_lockable)
+#define PARAMSET_ACQUIRES(...) PARAMSET_LOCK_ATTRIBUTE(acquire_capability(__VA_ARGS__))
+#define PARAMSET_RELEASES(...) PARAMSET_LOCK_ATTRIBUTE(release_capability(__VA_ARGS__))
+// Where locking cannot be told: say why.
+#define PARAMSET_LOCKS_UNCHECKED PARAMSET_LOCK_ATTRIBUTE(no_thread_safety_analysis)
+
+namespace zarn {
+
+// Not const where it is released before the end of its scope.
+class PARAMSET_SCOPED_LOCK StoreLock {
+public:
+    explicit StoreLock(std::mutex& mutex) PARAMSET_ACQUIRES(mutex) : mMutex(mutex) { lock(); }
+    ~StoreLock() PARAMSET_RELEASES() {
+        if (mIsHeld) mMutex.unlock();
+    }
+    StoreLock(const StoreLock&) = delete;
+    StoreLock& operator=(const StoreLock&) = delete;
+
+    // Unchecked: the check does not know that mMutex is what the constructor was given.
+    void lock() PARAMSET_ACQUIRES() PARAMSET_LOCKS_UNCHECKED {
+        if (!mMutex.try_lock()) lockContended();
+        mIsHeld = true;
+    }
+    void unlock() PARAMSET_RELEASES() PARAMSET_LOCKS_UNCHECKED {
+        mMutex.unlock();
+        mIsHeld = false;
+    }
+
+private:
+    static constexpr int kTries = 100;
+
+    [[gnu::cold, gnu::noinline]] void lockContended() PARAMSET_LOCKS_UNCHECKED {
+        for (int tries = kTries; tries > 0; --tries) {
+            pause();
+            if (mMutex.try_lock()) return;
+        }
+        mMutex.lock();
+    }
+
+    // Tells the processor that this thread only looks whether something has changed.
+    static void pause() {
+#if defined(__x86_64__) || defined(__i386__)
+        __builtin_ia32_pause();
+#elif defined(__aarch64__)
+        asm volatile("isb" : : : "memory");  // "yield" does nothing on most of these
+#endif
+    }
+
+    std::mutex& mMutex;
+    bool mIsHeld = false;
+};
+
+}  // namespace zarn
+
+#endif  // PARAMSET_STORE_LOCK_H
