@@ -12,7 +12,7 @@ namespace zarn {
 
 namespace {
 
-constexpr size_t kFewestSlots = 64;
+constexpr int kFewestBits = 6;
 constexpr int kTriesInOperation = 8;  // the store's mutex is held meanwhile
 constexpr int kTriesOutside = 1000;
 constexpr int kTriesAtEnd = 100000;
@@ -79,8 +79,8 @@ std::atomic<bool> TagTable::sHasEnded{false};
 TagTable::Storage* TagTable::sStorage = nullptr;
 
 TagTable::Slots::Slots(size_t tags) {
-    size_t length = kFewestSlots;
-    while (length < 4 * tags) length *= 2;
+    size_t length = size_t{1} << kFewestBits;
+    for (shift = 32 - kFewestBits; length < 4 * tags; --shift) length *= 2;
     mask = length - 1;
     slots = std::make_unique<std::atomic<const RegisteredTag*>[]>(length);
 }

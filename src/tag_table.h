@@ -58,6 +58,7 @@ private:
         std::atomic<const RegisteredTag*>& of(uint32_t id) const;
 
         size_t mask;
+        int shift;         // leaves as many of 32 bits as the mask has
         size_t count = 0;  // gRigisterMutex held
         std::unique_ptr<std::atomic<const RegisteredTag*>[]> slots;
     };
@@ -115,8 +116,8 @@ private:
 
 inline std::atomic<const RegisteredTag*>& TagTable::Slots::of(uint32_t id) const {
     constexpr uint32_t kSpread = 0x9E3779B1u;  // 2^32 by the golden ratio: neighbouring ids do not share a slot
-    for (size_t i = (id * kSpread) >> 7;; ++i) {
-        std::atomic<const RegisteredTag*>& slot = slots[i & mask];
+    for (size_t i = (id * kSpread) >> shift;; i = (i + 1) & mask) {
+        std::atomic<const RegisteredTag*>& slot = slots[i];
         const RegisteredTag* tag = slot.load(std::memory_order_acquire);
         if (tag == nullptr || tag->id == id) return slot;
     }
