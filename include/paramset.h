@@ -676,7 +676,7 @@ private:
     // Begins an access to a pipe: notices what others have changed there. Camera and pipe are within their limits.
     PipeStore& pipeStore(uint32_t camID, int pipe) PARAMSET_REQUIRES(mMutex);
     // The registry as this store reads it.
-    TagReader& registry() PARAMSET_REQUIRES(mMutex);
+    TagReader& tagReader() PARAMSET_REQUIRES(mMutex);
     // Begins an access to a value.
     Request requestFor(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, int modifiable)
         PARAMSET_REQUIRES(mMutex);

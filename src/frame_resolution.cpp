@@ -25,7 +25,7 @@ bool isStatic(const RegisteredTag* registered) {
 ParamSet::Answer ParamSet::getParamInternal(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, int modifiable) {
     if (!isPipe(pipe)) {
         PS_LOG(1, "pipe %d out of limit, please check tag %d", pipe, tag);
-        return {kNoBuffer, registry().find(tag)};
+        return {kNoBuffer, tagReader().find(tag)};
     }
     PipeStore& store = pipeStore(camID, pipe);
     if (frameID == THE_LAST) {
@@ -39,7 +39,7 @@ ParamSet::Answer ParamSet::getParamInternal(uint32_t camID, int pipe, uint32_t f
     const RegisteredTag* registered = request.tag.registered;
     if (frameID == 0 || isStatic(registered)) return {getF0(request), registered};
     if (frameID <= erasePoint) {
-        const tag_info_t& known = registered != nullptr ? registered->info : registry().findOrInsert(tag);
+        const tag_info_t& known = registered != nullptr ? registered->info : tagReader().findOrInsert(tag);
         PS_LOG(2, "frameID %d <= Erased %d, %s need life >= %d", frameID, erasePoint, known.mName.c_str(), neededLife(known, frameID, erasePoint));
         return {getF0(request), registered};
     }
@@ -57,7 +57,7 @@ uint32_t ParamSet::preproc(const Request& request) {
     }
     const RegisteredTag* registered = request.tag.registered;
     if (isStatic(registered) || erasePoint < frameID) return PS_OK;
-    const tag_info_t& known = registered != nullptr ? registered->info : registry().findOrInsert(request.tag.id);
+    const tag_info_t& known = registered != nullptr ? registered->info : tagReader().findOrInsert(request.tag.id);
     PS_LOG(2, "frameID %d <= Erased %d, %s need life >= %d", frameID, erasePoint, known.mName.c_str(), neededLife(known, frameID, erasePoint));
     return PS_NOT_OF_FRAME;
 }

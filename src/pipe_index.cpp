@@ -6,18 +6,18 @@ namespace zarn {
 
 IndexedTag& TagIndex::add(uint32_t id) {
     constexpr int kFewestBits = 4;
-    if (2 * (mTags.size() + 1) > mSlots.size()) {
+    if (2 * (mAll.size() + 1) > mSlots.size()) {
         mShift = mSlots.empty() ? 32 - kFewestBits : mShift - 1;
         mSlots.assign(size_t{1} << (32 - mShift), Slot{});
-        for (IndexedTag& tag : mTags) slotOf(tag.id) = {tag.id, &tag};
+        for (IndexedTag& tag : mAll) slotOf(tag.id) = {tag.id, &tag};
     }
-    IndexedTag& tag = mTags.emplace_back(IndexedTag{id, static_cast<uint32_t>(mTags.size())});
+    IndexedTag& tag = mAll.emplace_back(IndexedTag{id, static_cast<uint32_t>(mAll.size())});
     slotOf(id) = {id, &tag};
     return tag;
 }
 
 void TagIndex::forgetPlaces() {
-    for (IndexedTag& tag : mTags) {
+    for (IndexedTag& tag : mAll) {
         tag.erasePoint = nullptr;
         tag.checkpoints = nullptr;
     }

@@ -41,7 +41,7 @@ public:
         IndexedTag* known = mSlots.empty() ? nullptr : slotOf(id).tag;
         return *(mLast = known != nullptr ? known : &add(id));
     }
-    size_t size() const { return mTags.size(); }
+    size_t size() const { return mAll.size(); }
     void forgetPlaces();
     void clear();
 
@@ -64,7 +64,7 @@ private:
 
     std::vector<Slot> mSlots;
     int mShift = 32;  // leaves as many of 32 bits as number a slot
-    std::deque<IndexedTag> mTags;
+    std::deque<IndexedTag> mAll;
     IndexedTag* mLast = nullptr;  // asked for last, and often asked for again
 };
 

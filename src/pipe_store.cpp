@@ -20,8 +20,8 @@ PipeStore::PipeStore(uint32_t camID, int pipe, pipe_elem& elem, TagReader& regis
 }
 
 void PipeStore::forgetAll() {
-    mTags.forgetPlaces();
-    mFrames.forgetAll();
+    mTagIndex.forgetPlaces();
+    mFrameIndex.forgetAll();
     mFrame0.frame = mElem.mF0.get();
     forgetPlacesIn(mFrame0);
     mChanges = changeCount();
@@ -31,13 +31,13 @@ void PipeStore::forgetAll() {
 }
 
 void PipeStore::forgetPlacesIn(Frame& frame) {
-    mFrames.forgetPlacesIn(frame);
+    mFrameIndex.forgetPlacesIn(frame);
     frame.noteSizes();
 }
 
 void PipeStore::shrink() {
-    mTags.clear();
-    mFrames.clear();
+    mTagIndex.clear();
+    mFrameIndex.clear();
     mFrame0 = Frame();
     forgetAll();
 }
@@ -61,29 +61,29 @@ void PipeStore::dropCheckpoints(Tag& tag, uint32_t limit) {
 
 PipeStore::Frame* PipeStore::lookUpFrame(uint32_t id) {
     // One of this id was known at another address: the program has put another one in its place.
-    if (Frame* replaced = mFrames.find(id)) mFrames.forget(*replaced);
+    if (Frame* replaced = mFrameIndex.find(id)) mFrameIndex.forget(*replaced);
     const auto node = mElem.mFrames.find(id);
     if (node == mElem.mFrames.end() || node->second == nullptr) return nullptr;
-    return &mFrames.add(node);
+    return &mFrameIndex.add(node);
 }
 
 // As findFrame, for a frame whose node is at hand.
 PipeStore::Frame* PipeStore::frameAt(Frames::iterator node) {
-    Frame* frame = mFrames.find(node->first);
+    Frame* frame = mFrameIndex.find(node->first);
     if (frame != nullptr && node->second.get() == frame->frame) return frame;
-    if (frame != nullptr) mFrames.forget(*frame);
-    return node->second != nullptr ? &mFrames.add(node) : nullptr;
+    if (frame != nullptr) mFrameIndex.forget(*frame);
+    return node->second != nullptr ? &mFrameIndex.add(node) : nullptr;
 }
 
 PipeStore::Frame& PipeStore::addFrame(uint32_t id) {
     const auto node = mElem.mFrames.try_emplace(mElem.mFrames.end(), id);
     node->second.reset(new ParamFrame(mCamID, id, mStore, &gTagInfo));
     mFrameCount = mElem.mFrames.size();
-    return mFrames.add(node);
+    return mFrameIndex.add(node);
 }
 
 void PipeStore::removeFrame(Frames::iterator node) {
-    if (Frame* frame = mFrames.find(node->first)) mFrames.forget(*frame);
+    if (Frame* frame = mFrameIndex.find(node->first)) mFrameIndex.forget(*frame);
     mElem.mFrames.erase(node);
     mFrameCount = mElem.mFrames.size();
 }
@@ -110,7 +110,7 @@ const Buffer* PipeStore::lookUpValue(Frame& frame, Tag& tag) {
 }
 
 const Buffer& PipeStore::rememberValue(Frame& frame, Tag& tag, Values::iterator place) {
-    TagPlaces& places = mFrames.placesOf(frame, tag);
+    TagPlaces& places = mFrameIndex.placesOf(frame, tag);
     if (places.value == frame.frame->mTags.end()) ++frame.values.places;
     places.value = place;
     frame.values.size = static_cast<uint32_t>(frame.frame->mTags.size());
@@ -170,7 +170,7 @@ bool PipeStore::isWorthKeeping(const Tag& tag, const Buffer& buffer) {
 
 FrameStatus& PipeStore::record(Frame& frame, Tag& tag) {
     std::map<uint32_t, FrameStatus>& records = recordsOf(frame);
-    TagPlaces& places = mFrames.placesOf(frame, tag);
+    TagPlaces& places = mFrameIndex.placesOf(frame, tag);
     if (places.record == nullptr) {
         places.record = &records.try_emplace(tag.id).first->second;
         frame.records = {frame.records.places + 1, static_cast<uint32_t>(records.size())};
@@ -215,6 +215,7 @@ void PipeStore::autoErase(Tag& tag, uint32_t frameID) {
 void PipeStore::dropValues(Tag& tag, uint32_t limit, Sweep& sweep) {
     auto node = mElem.mFrames.begin();
     if (node == mElem.mFrames.end() || node->first > limit) return;
+    if (sweep.passes.empty()) sweep.passes.reserve(mElem.mCheckPoint.size());
     sweep.passes.push_back({&tag, limit});
     while (node != mElem.mFrames.end() && node->first <= limit) {
         Frame* frame = frameAt(node);

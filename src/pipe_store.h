@@ -42,12 +42,12 @@ public:
     // ---- tags
 
     Tag& tag(uint32_t id) {
-        Tag& tag = mTags.of(id);
+        Tag& tag = mTagIndex.of(id);
         if (tag.registered == nullptr) tag.registered = mRegistry.find(id);
         return tag;
     }
     // The one that metadata is listed under, which is never registered.
-    Tag& metadataTag() { return mTags.of(METADATA_TAG); }
+    Tag& metadataTag() { return mTagIndex.of(METADATA_TAG); }
 
     // 0 if the tag had none: then it is made.
     uint32_t erasePoint(Tag& tag) { return *erasePointOf(tag); }
@@ -149,8 +149,8 @@ private:
     TagReader& mRegistry;
     ParamSet* const mStore;
 
-    TagIndex mTags;
-    FrameIndex mFrames;
+    TagIndex mTagIndex;
+    FrameIndex mFrameIndex;
     Frame mFrame0;
     // As the maps were left: changes announced by then, and sizes.
     uint32_t mChanges = 0;
@@ -160,10 +160,10 @@ private:
 };
 
 inline PipeStore::Frame* PipeStore::findFrame(uint32_t id) {
-    Frame* frame = mFrames.find(id);
+    Frame* frame = mFrameIndex.find(id);
     if (frame != nullptr && frame->node->second.get() == frame->frame) return frame;
     // Every frame of the pipe is known, and this one is not.
-    if (frame == nullptr && mFrames.size() == mFrameCount) return nullptr;
+    if (frame == nullptr && mFrameIndex.size() == mFrameCount) return nullptr;
     return lookUpFrame(id);
 }
 

@@ -16,21 +16,21 @@ public:
         for (const auto& [camID, camera] : cameras) {
             for (int pipe = 0; pipe < MAX_PIPE_NUM; ++pipe) {
                 const auto cam = static_cast<uint32_t>(camID);
-                of(cam, pipe).emplace(cam, pipe, camera->mPipe[pipe], mRegistry, store);
+                of(cam, pipe).emplace(cam, pipe, camera->mPipe[pipe], mTagReader, store);
             }
         }
     }
     // Both within their limits.
     PipeStore& at(uint32_t camID, int pipe) { return *of(camID, pipe); }
 
-    TagReader& registry() { return mRegistry; }
+    TagReader& tagReader() { return mTagReader; }
 
 private:
     std::optional<PipeStore>& of(uint32_t camID, int pipe) {
         return mPipes[camID * MAX_PIPE_NUM + static_cast<uint32_t>(pipe)];
     }
 
-    TagReader mRegistry;
+    TagReader mTagReader;
     std::array<std::optional<PipeStore>, size_t{MAX_CAM_NUM} * MAX_PIPE_NUM> mPipes;
 };
 
@@ -40,8 +40,8 @@ inline PipeStore& ParamSet::pipeStore(uint32_t camID, int pipe) {
     return store;
 }
 
-inline TagReader& ParamSet::registry() {
-    return mPipes->registry();
+inline TagReader& ParamSet::tagReader() {
+    return mPipes->tagReader();
 }
 
 inline ParamSet::Request ParamSet::requestFor(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag,

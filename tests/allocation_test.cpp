@@ -1,4 +1,4 @@
-// What becomes of each operation when memory runs out in it: for every allocation that it makes, a child of this
+// How often the store allocates. And what becomes of each operation when memory runs out in it: for every allocation that it makes, a child of this
 // process calls it in a prepared store and is refused that allocation. Prints a table of what came of it.
 
 #include <dlfcn.h>
@@ -15,12 +15,14 @@
 namespace {
 
 thread_local int tLeft = 0;  // allocations of this thread until one is refused; 0: none is
+thread_local int tAllocations = 0;
 
 }  // namespace
 
 // Comes first for the dynamic linker, and before it stands nothing: operator new of both C++ libraries calls it.
 extern "C" void* malloc(size_t size) {
     static auto* const next = reinterpret_cast<void* (*)(size_t)>(dlsym(RTLD_NEXT, "malloc"));
+    ++tAllocations;
     return tLeft > 0 && --tLeft == 0 ? nullptr : next(size);
 }
 
@@ -254,6 +256,36 @@ bool isSaid(const std::string& text, const Operation& operation) {
 }
 
 }  // namespace
+
+// The pipeline's steady state: each frame sets 128 values, reads them, and erases an old frame.
+TEST(Allocation, SteadyStreamUsesAgainWhatItErases) {
+    host::setLogLevel(0);
+    zarn::ParamSet::createInstance();
+    for (uint32_t tag = 101; tag <= 228; ++tag) registerTag(tag);
+    int inGets = 0;
+    int inFrames = 0;
+    for (uint32_t frame = 10; frame < 120; ++frame) {
+        const int before = tAllocations;
+        for (uint32_t tag = 101; tag <= 228; ++tag) EXPECT_EQ(set(frame, tag), PS_OK);
+        EXPECT_EQ(erasePs(0, kPipe, frame), PS_OK);
+        const int beforeGets = tAllocations;
+        for (uint32_t tag = 101; tag <= 228; ++tag) {
+            for (const uint32_t asked : {frame, frame - 2, frame + 3, frame - 9, 0u, THE_LAST}) {
+                EXPECT_EQ(get(asked, tag), PS_OK);
+            }
+        }
+        if (frame < 20) continue;  // not steady yet
+        inGets += tAllocations - beforeGets;
+        inFrames += beforeGets - before;
+    }
+    EXPECT_EQ(inGets, 0);
+    EXPECT_GT(inFrames, 0) << "nothing was counted";
+    EXPECT_LE(inFrames, 6 * 100);
+    RecordProperty("allocations of 100 frames", std::to_string(inFrames));
+    zarn::ParamSet::destroyInstance();
+    zarn::gTagInfo.clear();
+    host::setLogLevel(3);
+}
 
 TEST(Allocation, EachThatFailsEndsItsOperationAsTheHeaderSays) {
     host::setLogLevel(0);

@@ -1,5 +1,7 @@
 // How values go: trimming, and the explicit erase.
 
+#include <malloc.h>
+
 #include <numeric>
 #include <string>
 
@@ -97,6 +99,101 @@ TEST_F(FrameLifetime, FrameThatIsHeldIsErasedLikeOneThatStays) {
     EXPECT_EQ(frames(), std::vector<uint32_t>());
     EXPECT_TRUE(held->mTags.empty());
     EXPECT_EQ(held->mStatus.size(), 2u) << "of both tags";
+}
+
+// The store keeps an erased buffer for the next frame that is given the tag, where nobody can tell.
+class KeptValues : public FrameLifetime {
+protected:
+    static constexpr uint32_t kLong = 40;  // bytes
+
+    void SetUp() override {
+        FrameLifetime::SetUp();
+        set(0, 1);
+    }
+    static std::shared_ptr<void> share(uint32_t frame) { return pipe().mFrames.at(frame)->getTag(kTag); }
+    static void eraseUpTo(uint32_t frame) { erasePs(kCam, kPipe, frame + 6); }
+};
+
+TEST_F(KeptValues, ServeTheNextFrameOnce) {
+    set(10, 100);
+    const void* const buffer = share(10).get();
+    eraseUpTo(10);
+    set(20, 200);
+    set(21, 210);
+    EXPECT_EQ(share(20).get(), buffer);
+    EXPECT_NE(share(21).get(), buffer);
+    EXPECT_EQ(get(10), 100u) << "frame 0 has a copy of its own";
+    EXPECT_EQ(get(20), 200u);
+    EXPECT_EQ(get(21), 210u);
+}
+
+TEST_F(KeptValues, AreNeverThoseThatSomebodyShares) {
+    set(10, 100), set(11, 110);
+    const std::shared_ptr<void> held = share(10);
+    eraseUpTo(11);
+    set(20, 200), set(21, 210);
+    EXPECT_EQ(*static_cast<uint32_t*>(held.get()), 100u);
+    EXPECT_EQ(held.use_count(), 1);
+    EXPECT_EQ(get(21), 210u);
+}
+
+TEST_F(KeptValues, AreTakenByNoRead) {
+    constexpr uint32_t kRead = 8;
+    registerPsDynamicParam(kRead, 4, 0, "read", "uint32_t");
+    set(10, 100, kRead), set(3, 30);
+    pipe().mFrames.at(3)->createTag(kRead, nullptr);
+    const void* const buffer = pipe().mFrames.at(3)->getTag(kRead).get();
+    eraseUpTo(5);  // before the only checkpoint: nothing is saved
+    EXPECT_EQ(get(4, kRead), 0u);
+    EXPECT_NE(pipe().mF0->getTag(kRead).get(), buffer);
+    set(20, 200, kRead);
+    EXPECT_EQ(pipe().mFrames.at(20)->getTag(kRead).get(), buffer) << "it was there to be taken";
+}
+
+TEST_F(KeptValues, AreNoneOfAProgramsOwnCreator) {
+    class Counting : public zarn::param_creator_t<char> {
+    public:
+        explicit Counting(int& calls) : param_creator_t<char>(4), mCalls(calls) {}
+        std::shared_ptr<void> create(void* src) const override { return ++mCalls, param_creator_t<char>::create(src); }
+
+    private:
+        int& mCalls;
+    };
+    int calls = 0;
+    zarn::ParamSet::register_tag<char>(50, new Counting(calls), 0, "own", "uint32_t", 0);
+    set(0, 1, 50);
+    for (uint32_t frame = 10; frame < 30; ++frame) set(frame, frame, 50), eraseUpTo(frame);
+    EXPECT_EQ(calls, 21);
+}
+
+TEST_F(KeptValues, AreGivenBackWithEverythingAndWithTheStore) {
+    uint32_t frame = 0;
+    for (const auto end : {+[] { eraseUpTo(THE_LAST - 6); }, +[] { zarn::ParamSet::destroyInstance(); }}) {
+        set(frame += 10, 100);
+        const std::weak_ptr<void> value = share(frame);
+        eraseUpTo(frame);
+        EXPECT_FALSE(value.expired()) << "nobody shares it, but it is kept";
+        end();
+        EXPECT_TRUE(value.expired());
+    }
+}
+
+TEST_F(KeptValues, HaveTheSizeThatTheirOwnStoreKnew) {
+    for (uint32_t frame = 10; frame < 20; ++frame) set(frame, frame), eraseUpTo(frame);
+    zarn::ParamSet::destroyInstance();
+    zarn::gTagInfo.clear();
+    registerPsDynamicParam(kTag, kLong, 0, "tag", "text");
+    zarn::ParamSet::createInstance();
+    for (uint32_t frame = 10; frame < 20; ++frame) {
+        char in[kLong] = "thirty-nine characters, and a zero too.";
+        char out[kLong] = {};
+        in[0] = static_cast<char>(frame);
+        EXPECT_EQ(setPsParam(kCam, kPipe, frame, kTag, in), PS_OK);
+        EXPECT_GE(malloc_usable_size(share(frame).get()), kLong);
+        EXPECT_EQ(getPsParam(kCam, kPipe, frame, kTag, out), PS_OK);
+        EXPECT_STREQ(out, in);
+        eraseUpTo(frame);
+    }
 }
 
 // A frame below the erase point that a delivery made is read in frame 0, which is where it is to be saved.

@@ -417,7 +417,8 @@ std::string Driver::apply(const Operation& operation) {
         return difference("the caller's buffer", {hex({mExpected.data(), mExpected.size()})},
                           {hex({mMemory.data(), mMemory.size()})});
     }
-    return compareAfter(operation);
+    const std::string wrong = compareAfter(operation);
+    return wrong.empty() && sAlsoCheck != nullptr ? sAlsoCheck() : wrong;
 }
 
 std::string Driver::compareAfter(const Operation& operation) {

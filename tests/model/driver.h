@@ -49,6 +49,9 @@ public:
     /// Does so, with the log switches of a creation. Returns what differs from a new store, or an empty text.
     std::string renew(const Operation& creation);
 
+    /// One more check after each call, of a program that looks into the library. Returns what is wrong, or nothing.
+    static inline std::string (*sAlsoCheck)() = nullptr;
+
 private:
     struct Results {
         int64_t expected = 0;

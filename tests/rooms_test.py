@@ -1,0 +1,107 @@
+#!/usr/bin/env python3
+"""Proves that the files of src/ keep to their rooms, as docs/architecture.md draws them.
+
+usage: rooms_test.py [FOLDER]   the sources; else those that this file lies beside
+
+- A file includes files of lower rooms only, and calls private operations of the store that are defined there.
+- pipe_store.* alone includes the index.
+- pipe_store.* alone changes what pipes and frames hold. ParamFrame's own operations do so for who calls them from
+  outside.
+"""
+
+import pathlib
+import re
+import sys
+
+# From the ground up. A room may use those before it, and the files of its own name.
+ROOMS = [
+    "relaxed changes store_lock hold tag_table pipe_index waiters trace allocation",
+    "pipe_store",
+    "request",
+    "pipes",
+    "frame_resolution",
+    "sync_access frame_lifetime metadata external_ops",
+    "paramset",
+]
+LEVEL = {name: level for level, names in enumerate(ROOMS) for name in names.split()}
+# What may be included within the lowest room.
+BESIDE = {("waiters", "relaxed"), ("trace", "relaxed")}
+
+HELD = r"\bm(?:Frames|CheckPoint|ErasePoint|Tags|Status)\b"
+READS = r"\.(?:find|size|empty|end|count)\("
+DEFINITION = re.compile(r"^(?:inline )?[\w:<>&*, ]*?(\w+)::(~?\w+)(?:<\w+>)?\(", re.M)
+
+
+def code(path):
+    """Without comments and the texts of messages; the lines stay."""
+    text = re.sub(r"//.*", "", path.read_text())
+    return re.sub(r'"(?:[^"\\\n]|\\.)*"', lambda found: found[0] if found[0].startswith('"src/') else '""', text)
+
+
+def functions(text):
+    """Each line with the class and the name of the function that it is in."""
+    owner = name = None
+    for number, line in enumerate(text.splitlines(), 1):
+        if found := DEFINITION.match(line):
+            owner, name = found.groups()
+        elif line.startswith("}"):
+            owner = name = None
+        yield number, line, owner, name
+
+
+def private_operations(folder):
+    header = code(folder.parent / "include/paramset.h")
+    private = header[header.index("private:", header.index("class ParamSet {")) :]
+    names = set(re.findall(r"(\w+)\([^;{}]*\)[^;{}()]*(?:\(mMutex\))?;", private[: private.index("\n};")]))
+    return {name for name in names if not name.startswith("PARAMSET_")} - {"ParamSet"}
+
+
+def check(folder, problem):
+    files = sorted(path for path in folder.glob("*.[ch]*") if path.suffix in (".h", ".cpp"))
+    texts = {path: code(path) for path in files}
+    home = {}  # private operation: the room that defines it
+    operations = private_operations(folder)
+    for path, text in texts.items():
+        for owner, name in DEFINITION.findall(text):
+            if owner == "ParamSet" and name in operations and re.search(rf"^[^\n;]*ParamSet::{name}\(", text, re.M):
+                home[name] = path.stem
+    if len(home) < 18:
+        problem(f"only {len(home)} private operations were found: the sources are not written as this test reads them")
+
+    for path, text in texts.items():
+        stem = path.stem
+        if stem not in LEVEL:
+            problem(f"{path.name} has no room; give it one here and in docs/architecture.md")
+            continue
+        for number, line, owner, name in functions(text):
+            where = f"{path.name}:{number}"
+            if found := re.match(r'#include "src/(\w+)\.h"', line):
+                other = found[1]
+                if other != stem and (stem, other) not in BESIDE and LEVEL.get(other, 99) >= LEVEL[stem]:
+                    problem(f"{where}: includes {other}.h, which is not of a lower room")
+                if other == "pipe_index" and stem not in ("pipe_store", "pipe_index"):
+                    problem(f"{where}: includes the index, which is pipe_store's alone")
+            for call in re.findall(r"(?<![\w.:>~])(?:store->|this->|ParamSet::)?(\w+)\(", line):
+                target = home.get(call, stem)
+                if owner is not None and name != call and target != stem and LEVEL[target] >= LEVEL[stem]:
+                    problem(f"{where}: calls {call} of {target}, which is not of a lower room")
+            for found in re.finditer(HELD, line):
+                if stem == "pipe_store" or owner == "ParamFrame" or re.match(READS, line[found.end() :]):
+                    continue
+                problem(f"{where}: {found[0]} is changed, or may be, by another file than pipe_store")
+
+
+def main():
+    here = pathlib.Path(__file__).resolve().parent.parent / "src"
+    problems = []
+    check(pathlib.Path(sys.argv[1]).resolve() if len(sys.argv) > 1 else here, problems.append)
+    for problem in problems:
+        print(problem)
+    return 1 if problems else 0
+
+
+if __name__ == "__main__":
+    if sys.argv[1:] in (["-h"], ["--help"]):
+        print(__doc__.strip())
+        sys.exit(0)
+    sys.exit(main())
