@@ -6,6 +6,7 @@
 #include <cstring>
 #include <functional>
 #include <thread>
+#include <utility>
 
 #include "tests/store_fixture.h"
 
@@ -239,6 +240,43 @@ TEST_F(Paramset, CreatorThatEndsTheStoreEndsItBehindTheCall) {
     EXPECT_EQ(countLogged("~ParamFrame"), 71u);
     EXPECT_EQ(get(10, 1), kNothing);
     EXPECT_EQ(ParamSet::getInstance(), nullptr);
+}
+
+// What it does to the frame that the buffer is for, and what the calls come to.
+TEST_F(Paramset, CreatorMayChangeItsFrameAndEvenTakeItAway) {
+    const struct {
+        const char* name;
+        std::function<void(std::map<uint32_t, std::shared_ptr<ParamFrame>>& frames)> work;
+        bool isWritten;
+        bool isNeighbourLeft;
+    } cases[] = {
+        {"erases a neighbour", [](auto& frames) { frames.at(10)->eraseTag(2); }, true, false},
+        {"erases a neighbour and makes another",
+         [](auto& frames) { frames.at(10)->eraseTag(2), frames.at(10)->createTag(3, nullptr); }, true, false},
+        {"makes the tag itself", [](auto& frames) { frames.at(10)->mTags[1] = std::make_shared<uint32_t>(9); }, true,
+         true},
+        {"takes the frame away", [](auto& frames) { frames.erase(10); }, false, false},
+        {"replaces the frame",
+         [](auto& frames) { frames[10] = std::make_shared<ParamFrame>(0, 10, nullptr, &zarn::gTagInfo); }, true, false},
+    };
+    for (const auto& [name, work, isWritten, isNeighbourLeft] : cases) {
+        for (const bool isDelivery : {false, true}) {
+            SetUp();
+            registerPsDynamicParam(2, 4, 0, "neighbour", "uint32_t");
+            registerPsDynamicParam(3, 4, 0, "another", "uint32_t");
+            bool isDone = false;
+            const auto inStore = [&isDone, &change = work] {
+                if (!std::exchange(isDone, true)) change(pipe().mFrames);
+            };
+            ParamSet::register_tag<char>(1, new BusyCreator(inStore), 0, "busy", "uint32_t", 0);
+            set(10, 2, 2);
+            EXPECT_EQ(isDelivery ? deliver(10, 5, 1) : set(10, 5, 1), isWritten || isDelivery ? PS_OK : PS_NO_BUFFER)
+                << name;
+            EXPECT_EQ(get(10, 1), isWritten ? 5u : kNothing) << name;
+            EXPECT_EQ(get(11, 1), isWritten ? 5u : kNothing) << name;
+            EXPECT_EQ(get(10, 2), isNeighbourLeft ? 2u : kNothing) << name;
+        }
+    }
 }
 
 // Frame 0's buffer is made by the first read: nobody has given it bytes. Every kind of read that can make it.
