@@ -9,6 +9,9 @@ set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/debian/remove_rpath.cmake)
 set(CPACK_COMPONENTS_ALL runtime development)
+if(TARGET pslog)
+    list(APPEND CPACK_COMPONENTS_ALL tools)
+endif()
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
@@ -28,14 +31,20 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME} (= ${PROJECT_VERSION})")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "The headers, and what CMake and pkg-config need to find the library.")
 
+set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME paramset-tools)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION devel)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS lldb)
+set(CPACK_COMPONENT_TOOLS_DESCRIPTION "The log reader pslog, and a command for lldb that shows the store of a process.")
+
 # What a Debian package has beside; `cmake --install` leaves it out.
 string(TIMESTAMP package_date "%a, %d %b %Y %H:%M:%S +0000" UTC)
 configure_file(cmake/debian/changelog.in debian/changelog @ONLY)
 execute_process(COMMAND gzip --best --no-name --force debian/changelog
     WORKING_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR} COMMAND_ERROR_IS_FATAL ANY)
-foreach(component RUNTIME DEVELOPMENT)
-    set(package ${CPACK_DEBIAN_${component}_PACKAGE_NAME})
-    string(TOLOWER ${component} component)
+foreach(component ${CPACK_COMPONENTS_ALL})
+    string(TOUPPER ${component} upper)
+    set(package ${CPACK_DEBIAN_${upper}_PACKAGE_NAME})
     install(FILES cmake/debian/copyright ${CMAKE_CURRENT_BINARY_DIR}/debian/changelog.gz
         DESTINATION share/doc/${package} COMPONENT ${component} EXCLUDE_FROM_ALL)
     install(FILES cmake/debian/overrides.${component} RENAME ${package}

@@ -1,4 +1,4 @@
-# What an installation holds, and the two Debian packages of it: runtime and development.
+# What an installation holds, and the Debian packages of it: runtime, development and tools.
 
 include(CMakePackageConfigHelpers)
 
@@ -33,6 +33,17 @@ foreach(name ${installed_targets})
     configure_file(cmake/${name}.pc.in ${name}.pc @ONLY)
     install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc DESTINATION ${pkgconfig_dir} COMPONENT development)
 endforeach()
+
+if(TARGET pslog)
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS tools/pslog/pslog.1)
+    execute_process(COMMAND gzip --best --no-name --stdout ${CMAKE_CURRENT_SOURCE_DIR}/tools/pslog/pslog.1
+        OUTPUT_FILE ${CMAKE_CURRENT_BINARY_DIR}/pslog.1.gz COMMAND_ERROR_IS_FATAL ANY)
+    install(TARGETS pslog DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+    install(FILES ${CMAKE_CURRENT_BINARY_DIR}/pslog.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+    install(FILES tools/pslog/pslog.bash RENAME pslog
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
+    install(FILES tools/lldb/paramset.py DESTINATION ${CMAKE_INSTALL_DATADIR}/paramset/lldb COMPONENT tools)
+endif()
 
 if(PROJECT_IS_TOP_LEVEL)
     include(cmake/debian.cmake)
