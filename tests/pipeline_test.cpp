@@ -451,7 +451,7 @@ TEST_F(PipelineTest, ControllerIsDampedLimitedAndHoldsASteadyScene) {
 
 TEST_F(PipelineTest, ClientTellsFrame0FromTheFrameThatItKeepsTheValueOf) {
     zarn::ParamSet::createInstance();
-    registerTags();
+    registerTags({});
     StoreClient eraser(zarn::Camera{4});
     StoreClient other(zarn::Camera{4});
     Gain gain{};

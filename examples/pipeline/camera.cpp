@@ -54,13 +54,16 @@ ModuleContext Camera::contextOf(const Options& options, ModuleName module) {
     ModuleContext context;
     context.camera = mStore.camera();
     context.pool = &mPool;
+    context.name = module;
+    context.staging = options.staging.get();
     context.stall = Wait(options.stallMs[module]);
     const bool stalled = std::any_of(options.stallMs.begin(), options.stallMs.end(), [](int ms) { return ms > 0; });
-    context.realTime = stalled || options.fps > 0;
+    context.realTime = stalled || options.fps > 0 || !options.staging->isEmpty();
     if (options.fps > 0) {
         const Wait interval(std::lround(std::ceil(1000 / options.fps)));
         context.frameWait = std::max(context.frameWait, 2 * interval);
     }
+    if (options.frameWaitMs > 0) context.frameWait = Wait(options.frameWaitMs);
     return context;
 }
 

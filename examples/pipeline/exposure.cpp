@@ -2,6 +2,8 @@
 
 #include "exposure.h"
 
+#include <thread>
+
 namespace pipeline {
 
 // Who is late finds its frame erased, and frame 0 answers with the last erased one. The frame that was worked on when
@@ -30,8 +32,17 @@ void Exposure::deliverGain(uint32_t frame) {
     if (frame > LOOK_BACK) mStore.get(HISTORY, frame - LOOK_BACK, past);
 
     const float gain = static_cast<float>(mController.update(tuning, statistics, past));
+    if (mContext.staging->has(Fault::GONE, 0, frame)) removeFrame(frame);
     mStore.deliver(GAIN, frame, Gain{{}, gain});
     mStore.set(HISTORY, frame, HistoryEntry{{}, statistics.meanY, gain});
+}
+
+// The ISP waits for the gain in a frame that holds nothing yet.
+void Exposure::removeFrame(uint32_t frame) {
+    std::this_thread::sleep_for(Wait(DEFAULT_WAIT_MS / 2));
+    mStore.set(MARKER, frame - 1, Marker{});
+    mStore.erase(EXPOSURE_PIPE, frame + static_cast<uint32_t>(MARKER.kind().retain));
+    mContext.staging->note(Fault::GONE, 0, frame);
 }
 
 }  // namespace pipeline

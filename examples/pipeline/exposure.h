@@ -10,13 +10,14 @@ namespace pipeline {
 
 class Exposure : public Module {
 public:
-    explicit Exposure(const ModuleContext& context) : Module(context, "exposure") {}
+    explicit Exposure(const ModuleContext& context) : Module(context) {}
 
     uint64_t skipped() const { return mSkipped; }  ///< frames that were gone when their turn came
 
 private:
     void process() override;
     void deliverGain(uint32_t frame);
+    void removeFrame(uint32_t frame);
 
     ExposureController mController;
     uint64_t mSkipped = 0;

@@ -9,7 +9,7 @@
 namespace pipeline {
 
 Isp::Isp(const ModuleContext& context, Y4mWriter* output)
-    : Module(context, "isp"), mOutput(output), mProcessed(context.pool->format()) {}
+    : Module(context), mOutput(output), mProcessed(context.pool->format()) {}
 
 // When the output fails the sensor is told with the buffer that it gets back, and the frames that are already under way
 // are let go by.

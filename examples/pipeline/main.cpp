@@ -121,7 +121,7 @@ int run(const Options& options) {
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     std::array<Processor, MAX_CAM_NUM> processors{};
     zarn::ParamSet* store = zarn::ParamSet::createInstance();
-    registerTags();
+    registerTags(*options.staging);
     installProcessors(*store, processors.data());
     for (const auto& camera : cameras) camera->prepare(options);
     bool interrupted = false;
@@ -133,6 +133,7 @@ int run(const Options& options) {
     commit(cameras, failed || interrupted);
     pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
     for (const auto& camera : cameras) printReport(out, *camera, seconds);
+    for (const std::string& note : options.staging->notes()) std::fprintf(out, "staged: %s\n", note.c_str());
     if (std::fflush(out) != 0) {
         std::perror("pipeline: cannot print the tables");
         return FAILED;

@@ -24,12 +24,16 @@ FrameReady Module::awaitFrame(uint32_t frame) {
         if (by == AnsweredBy::NOBODY) ready.end = 1;
         if (by == AnsweredBy::NOBODY || ready.stamp.frame >= frame) break;
     }
-    if (ready.end == 0 && ready.stamp.frame == frame) stall();
+    if (ready.end == 0 && ready.stamp.frame == frame) stall(frame);
     return ready;
 }
 
-void Module::stall() const {
+void Module::stall(uint32_t frame) const {
     std::this_thread::sleep_for(mContext.stall);
+    int ms = 0;
+    if (!mContext.staging->has(Fault::STALL, 0, frame, mContext.name, &ms)) return;
+    std::this_thread::sleep_for(Wait(ms));
+    mContext.staging->note(Fault::STALL, 0, frame, mContext.name, ms);
 }
 
 }  // namespace pipeline

@@ -20,11 +20,14 @@ struct ModuleContext {
     Wait stall{0};                    ///< how late the module is with each frame
     Wait frameWait{DEFAULT_WAIT_MS};  ///< one wait for a frame to begin
     bool realTime = false;            ///< go on with an earlier value when one is late
+    ModuleName name = MODULE_COUNT;
+    const Staging* staging = nullptr;
 };
 
 class Module {
 public:
-    Module(const ModuleContext& context, const char* name) : mContext(context), mName(name), mStore(context.camera) {}
+    explicit Module(const ModuleContext& context)
+        : mContext(context), mStore(context.camera, context.name, context.staging) {}
     virtual ~Module() = default;
     Module(const Module&) = delete;
     Module& operator=(const Module&) = delete;
@@ -32,7 +35,7 @@ public:
     /// The thread's body: works until the sensor says that the stream has ended.
     void run() noexcept;
 
-    const char* name() const { return mName; }
+    const char* name() const { return MODULE_NAMES[mContext.name]; }
     const Traffic& traffic() const { return mStore.traffic(); }
     uint64_t fallbacks() const { return mFallbacks; }  ///< frames that went on with another frame's value
     const std::string& error() const { return mError; }
@@ -48,19 +51,19 @@ protected:
     /// then is a fall-back.
     template <typename Value>
     void awaitValue(const Tag<Value>& tag, uint32_t frame, Value& value, int waits) {
-        for (int i = 0; i < (mContext.realTime ? waits : PATIENCE); ++i) {
+        for (int i = 0; i < (mContext.realTime ? waits : patience()); ++i) {
             if (mStore.await(tag, frame, value) == AnsweredBy::ITSELF) return;
         }
         ++mFallbacks;
     }
 
-    void stall() const;
+    void stall(uint32_t frame) const;
 
-    /// More waits than any module is ever late for: a value that has not come after them is not coming.
-    static constexpr int PATIENCE = 600;
+    /// More waits than any module is ever late for: a value that has not come after them is not coming. A staged fault
+    /// may keep it from ever coming.
+    int patience() const { return mContext.staging->isEmpty() ? 600 : 3; }
 
     const ModuleContext mContext;
-    const char* mName;
     StoreClient mStore;
     uint64_t mFallbacks = 0;
     std::string mError;

@@ -32,7 +32,23 @@ prints what passed between them.
                      milliseconds with each frame, 1 to 1000; others then do not wait
                      for long. Statistics late by more than 50, or gains by more than
                      100, are replaced by earlier ones. May be given for each module
+  --frame-wait MS    how long one wait for a frame to begin lasts (default: two frames,
+                     at least 50)
   -h, --help         print this
+
+To see faults in a log, a run stages some, and prints each that has happened:
+
+  --stall MODULE:MS@FRAME[-FRAME]          the module is late with these frames alone
+  --stage drop:TAG@FRAME[-FRAME]           the value is not delivered
+  --stage plain:TAG@FRAME[-FRAME]          a plain set takes the place of the delivery
+  --stage lose:TAG:MODULE@FRAME[-FRAME]    the module misses its wake-up
+  --stage erase:TAG@FRAME[-FRAME]          the tag's pipe is erased too early
+  --stage gone@FRAME[-FRAME]               another tag's erase takes the gain's frame
+  --stage end@FRAME                        the store is destroyed
+  --stage retain:TAG:NUMBER                the tag has another retain number
+  --stage unregistered:TAG                 the tag is not registered
+
+TAG is frame-ready, statistics, gain, history, tuning, released or metadata.
 
 Ctrl-C ends the stream early: the frames so far are kept, and the tables are
 printed. A second Ctrl-C ends the program at once, without an output file.
@@ -46,9 +62,9 @@ namespace {
 
 constexpr uint32_t SCENE_FRAMES = 300;
 constexpr uint32_t ALL_FRAMES = 1000000000;
+constexpr uint32_t MAX_FRAME_WAIT_MS = 60000;
 constexpr double MAX_FPS = 1000;
 constexpr double MIN_FPS = 0.1;
-constexpr const char* MODULE_NAMES[MODULE_COUNT] = {"sensor", "statistics", "exposure", "isp"};
 
 uint32_t parseCount(const char* option, const std::string& text, uint32_t greatest) {
     uint32_t value = 0;
@@ -66,6 +82,7 @@ double parseFps(const std::string& text) {
 }
 
 void parseStall(const std::string& text, Options& options) {
+    if (text.find('@') != std::string::npos) return options.staging->addStall(text, MAX_STALL_MS);
     const size_t colon = text.find(':');
     for (size_t module = 0; module < MODULE_COUNT; ++module) {
         if (colon == std::string::npos || text.substr(0, colon) != MODULE_NAMES[module]) continue;
@@ -81,6 +98,8 @@ void parseOption(int option, const std::string& value, Options& options) {
     if (option == 'n') options.frames = parseCount("--frames", value, ALL_FRAMES);
     if (option == 'f') options.fps = parseFps(value);
     if (option == 's') parseStall(value, options);
+    if (option == 't') options.staging->add(value);
+    if (option == 'w') options.frameWaitMs = static_cast<int>(parseCount("--frame-wait", value, MAX_FRAME_WAIT_MS));
     if (option == 'i') options.input = value;
     if (option == 'o') options.output = value;
     if ((option == 'i' || option == 'o') && value.empty()) throw UsageError("an empty file name");
@@ -110,6 +129,7 @@ Options parseOptions(int argc, char** argv) {
         {"input", required_argument, nullptr, 'i'},   {"output", required_argument, nullptr, 'o'},
         {"cameras", required_argument, nullptr, 'c'}, {"frames", required_argument, nullptr, 'n'},
         {"fps", required_argument, nullptr, 'f'},     {"stall", required_argument, nullptr, 's'},
+        {"stage", required_argument, nullptr, 't'},   {"frame-wait", required_argument, nullptr, 'w'},
         {"help", no_argument, nullptr, 'h'},          {nullptr, 0, nullptr, 0},
     };
     Options options;

@@ -5,12 +5,12 @@
 
 #include <array>
 #include <cstdint>
-#include <stdexcept>
+#include <memory>
 #include <string>
 
-namespace pipeline {
+#include "staging.h"
 
-enum ModuleName { SENSOR, STATISTICS_MODULE, EXPOSURE, ISP, MODULE_COUNT };
+namespace pipeline {
 
 struct Options {
     std::string input;   ///< empty: the built-in scene
@@ -19,15 +19,12 @@ struct Options {
     uint32_t frames = 0;  ///< at most; once parsed never 0
     double fps = 0;       ///< 0: as fast as it can
     std::array<int, MODULE_COUNT> stallMs{};
+    int frameWaitMs = 0;  ///< one wait for a frame to begin; 0: as the pace needs it
+    std::shared_ptr<Staging> staging = std::make_shared<Staging>();
     bool help = false;
 
     /// The file that a camera writes: "clip.y4m" is "clip.cam2.y4m" for camera 2 of several.
     std::string outputOf(uint32_t camera) const;
-};
-
-/// A command line that makes no sense; the message says why.
-struct UsageError : std::runtime_error {
-    using std::runtime_error::runtime_error;
 };
 
 extern const char USAGE[];

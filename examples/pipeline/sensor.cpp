@@ -32,7 +32,11 @@ bool Sensor::deliverFrame(uint32_t frame) {
     const uint32_t buffer = (frame - 1) % buffers;
     if (frame > buffers && !awaitBuffer(frame - buffers)) return false;
     if (!pace(frame)) return false;
-    stall();
+    stall(frame);
+    if (mContext.staging->happens(Fault::END, 0, frame)) {
+        zarn::ParamSet::destroyInstance();
+        return false;
+    }
     if (!mSource->read(mContext.pool->at(buffer))) return false;
     mStore.setMetadata({frame, EXPOSURE_US, SENSOR_GAIN, steadyNs()});
     mStore.deliver(FRAME_READY, frame, FrameReady{{}, buffer, 0});
@@ -44,11 +48,11 @@ bool Sensor::awaitBuffer(uint32_t lastUser) {
     Released released{};
     bool measured = false;
     bool processed = false;
-    for (int i = 0; i < PATIENCE && !(measured && processed); ++i) {
+    for (int i = 0; i < patience() && !(measured && processed); ++i) {
         if (!measured) measured = mStore.await(STATISTICS, lastUser, statistics) == AnsweredBy::ITSELF;
         if (!processed) processed = mStore.await(RELEASED, lastUser, released) == AnsweredBy::ITSELF;
     }
-    if (!(measured && processed)) {
+    if (!(measured && processed) && mContext.staging->isEmpty()) {
         throw std::runtime_error("the buffer of frame " + std::to_string(lastUser) + " did not come back");
     }
     return released.abort == 0;

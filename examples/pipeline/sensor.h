@@ -17,7 +17,7 @@ public:
     /// @param stop    ends the stream after the frame that it is at
     Sensor(const ModuleContext& context, std::unique_ptr<FrameSource> source, uint32_t frames, double fps,
            const Stop& stop)
-        : Module(context, "sensor"), mSource(std::move(source)), mFrames(frames), mFps(fps), mStop(stop) {}
+        : Module(context), mSource(std::move(source)), mFrames(frames), mFps(fps), mStop(stop) {}
 
 private:
     void process() override;

@@ -9,7 +9,7 @@ namespace pipeline {
 
 class StatisticsModule : public Module {
 public:
-    explicit StatisticsModule(const ModuleContext& context) : Module(context, "statistics") {}
+    explicit StatisticsModule(const ModuleContext& context) : Module(context) {}
 
 private:
     void process() override;

@@ -2,6 +2,7 @@
 
 #include "store_client.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "platform/host/host_platform.h"
@@ -23,11 +24,22 @@ int64_t steadyNs() {
 
 void StoreClient::erase(Pipe pipe, uint32_t frame) {
     if (frame < FIRST_ERASE) return;
+    frame += stagedLead(pipe, frame);
     if (eraseFrames(mCamera, pipe, Frame{frame}) != Result::OK) ++mTraffic.failures;
     mErased[static_cast<size_t>(pipe.number())] = frame;
 }
 
+// As much too early as the retain number allows for: everything up to this frame goes.
+uint32_t StoreClient::stagedLead(Pipe pipe, uint32_t frame) const {
+    const auto leadOf = [&](const auto& tag) {
+        if (pipe.number() != tag.pipe.number() || !isStaged(Fault::ERASE, tag.tag(), frame)) return 0u;
+        return static_cast<uint32_t>(tag.kind().retain);
+    };
+    return std::max({leadOf(FRAME_READY), leadOf(STATISTICS), leadOf(GAIN), leadOf(RELEASED)});
+}
+
 void StoreClient::setMetadata(const FrameMetadata& metadata) {
+    if (isStaged(Fault::DROP, METADATA_TAG, metadata.frame)) return;
     camera_metadata* record = host::makeMetadata(&metadata, sizeof metadata);
     const uint32_t code = ParamSet::setMetadata(mCamera.number(), metadata.frame, record);
     free_camera_metadata(record);

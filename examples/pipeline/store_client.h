@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "staging.h"
 #include "values.h"
 
 namespace pipeline {
@@ -36,11 +37,14 @@ struct Traffic {
 
 class StoreClient {
 public:
-    explicit StoreClient(zarn::Camera camera) : mCamera(camera) {}
+    /// @param module  who it is, for the faults that are staged
+    explicit StoreClient(zarn::Camera camera, ModuleName module = MODULE_COUNT, const Staging* staging = nullptr)
+        : mCamera(camera), mModule(module), mStaging(staging) {}
 
     /// Sets without waking anyone.
     template <typename Value>
     void set(const Tag<Value>& tag, uint32_t frame, Value value) {
+        if (isStaged(Fault::DROP, tag.tag(), frame)) return;
         stamp(value, frame);
         countSet(tag.set(mCamera, tag.pipe, zarn::Frame{frame}, value));
     }
@@ -48,6 +52,8 @@ public:
     /// Sets and wakes who waits for it.
     template <typename Value>
     void deliver(const Tag<Value>& tag, uint32_t frame, Value value) {
+        if (isStaged(Fault::PLAIN, tag.tag(), frame)) return set(tag, frame, value);
+        if (isStaged(Fault::DROP, tag.tag(), frame)) return;
         stamp(value, frame);
         countSet(tag.deliver(mCamera, tag.pipe, zarn::Frame{frame}, value));
     }
@@ -62,8 +68,11 @@ public:
     /// Gets, waiting once for the frame's own value if need be.
     template <typename Value>
     AnsweredBy await(const Tag<Value>& tag, uint32_t frame, Value& value, Wait timeout = Wait{DEFAULT_WAIT_MS}) {
+        const bool missed = mStaging != nullptr && mStaging->has(Fault::LOSE, tag.tag(), frame, mModule);
+        const MissedWakeUps wakeUps(missed);
         const int64_t startNs = steadyNs();
         const zarn::Result result = tag.wait(mCamera, tag.pipe, zarn::Frame{frame}, value, timeout);
+        if (missed && result == zarn::Result::TIMED_OUT) mStaging->note(Fault::LOSE, tag.tag(), frame, mModule);
         countWait(result, startNs, value.stamp.deliveredNs, timeout);
         return countGet(tag.kind(), tag.pipe, frame, value.stamp.frame, result);
     }
@@ -91,9 +100,16 @@ private:
     void countSet(zarn::Result result);
     AnsweredBy countGet(zarn::Kind kind, zarn::Pipe pipe, uint32_t frame, uint32_t answering, zarn::Result result);
     void countWait(zarn::Result result, int64_t startNs, int64_t deliveredNs, Wait timeout);
+    uint32_t stagedLead(zarn::Pipe pipe, uint32_t frame) const;
     uint32_t erasePoint(zarn::Kind kind, zarn::Pipe pipe) const;
 
+    bool isStaged(Fault fault, uint32_t tag, uint32_t frame) const {
+        return mStaging != nullptr && mStaging->happens(fault, tag, frame);
+    }
+
     zarn::Camera mCamera;
+    ModuleName mModule;
+    const Staging* mStaging;
     Traffic mTraffic;
     std::array<uint32_t, MAX_PIPE_NUM> mErased{};  ///< by pipe: the last frame that this client erased at
 };

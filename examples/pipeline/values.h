@@ -10,6 +10,8 @@
 
 namespace pipeline {
 
+class Staging;
+
 /// Frame buffers of a camera. Fewer than the frames that an ordinary value is kept, so that what frees a buffer is
 /// never erased while the sensor still waits for it.
 constexpr uint32_t BUFFER_COUNT = 4;
@@ -66,6 +68,11 @@ struct Released {
     uint32_t abort;  ///< nonzero: the output is gone, more frames are of no use
 };
 
+/// Staged only: a tag that is kept for a shorter time than the gain in its pipe.
+struct Marker {
+    Stamp stamp;
+};
+
 struct Tuning {
     Stamp stamp;
     float targetLuma;
@@ -95,10 +102,13 @@ constexpr Tag<HistoryEntry> HISTORY{{0x1004, "history", zarn::queueKind<HISTORY_
 constexpr Tag<Tuning> TUNING{{0x1005, "tuning", zarn::staticKind()}, EXPOSURE_PIPE};
 constexpr Tag<Released> RELEASED{{0x1006, "released", zarn::dynamicKind()}, ISP_PIPE};
 
+constexpr Tag<Marker> MARKER{{0x1007, "marker", zarn::dynamicKind()}, EXPOSURE_PIPE};
+
 constexpr Tuning DEFAULT_TUNING{{}, 118.0f, 0.25f, 0.25f, 8.0f, 0.75f};
 
-/// Registers all tags; before any thread uses the store. Throws std::runtime_error if one is registered otherwise.
-void registerTags();
+/// Registers all tags, as it is staged; before any thread uses the store. Throws std::runtime_error if one is
+/// registered otherwise.
+void registerTags(const Staging& staging);
 
 }  // namespace pipeline
 
