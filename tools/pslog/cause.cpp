@@ -14,6 +14,9 @@ namespace {
 /// A value that came so shortly before a time-out may have come too late, for all that the log tells.
 constexpr int64_t TOO_CLOSE_US = 5000;
 
+/// A wait lasts for longer than its time-out by so much at most.
+constexpr int64_t EXACT_MS = 2;
+
 /// What takes so much longer than usual has a reason of its own.
 constexpr int64_t UNUSUAL_US = 3000;
 
@@ -34,7 +37,8 @@ public:
             chain.push_back(reasonOf(read));
             const Reason& reason = chain.back();
             if (reason.cause != Cause::LATE || !followDelay(read, chain.back())) break;
-            if (mNext.end >= read.end && mNext.begin >= read.begin) break;  // only the past is a reason
+            const auto isSame = [this](const Reason& r) { return r.key == mNext.key && r.frame == mNext.frame; };
+            if (std::any_of(chain.begin(), chain.end(), isSame)) break;
             read = mNext;
         }
         return chain;
@@ -48,6 +52,9 @@ private:
         if (read.failure == Failure::NOT_REGISTERED) return with(reason, Cause::NOT_REGISTERED, read.end);
         if (read.begin == NEVER) return reason;
         const Value value = mRecent.valueOf(read.key, read.frame);
+        const KeyFacts* facts = mRecent.find(read.key);
+        const bool isUnregistered = facts != nullptr && facts->isUnregistered && value.firstSet() == NEVER;
+        if (isUnregistered) return with(reason, Cause::NOT_REGISTERED, read.end);
         if (value.gone < read.end && read.answer != Answer::ITSELF) return gone(read, value.gone, reason);
         if (value.delivered < read.end && read.timedOut) return missed(read, value, reason);
         if (value.delivered < read.end && read.waited) return late(read, value.delivered, reason);
@@ -72,13 +79,33 @@ private:
         // The frame that was waited in was another one than that in which the value came.
         if (read.failed && read.failure == Failure::NO_BUFFER) return frameGone(read, reason);
         if (value.plain < value.delivered && !value.notified) return with(reason, Cause::PLAIN_SET, value.plain);
+        const Event* end = mRecent.at(read.end);
+        const Event* delivered = mRecent.at(value.delivered);
+        if (end != nullptr && delivered != nullptr && end->timeUs - delivered->timeUs <= TOO_CLOSE_US) {
+            Reason justLate = late(read, value.delivered, reason);
+            justLate.orElse = Cause::WAKE_LOST;
+            return justLate;
+        }
         Reason slept = with(reason, Cause::WAKE_LOST, value.delivered);
         slept.thread = mRecent.threadOf(read.end);
+        judgeSleep(read, value, slept);
+        return slept;
+    }
+
+    /// A wake-up is lost in the one instant in which a wait begins, and the wait then ends at its time-out. That
+    /// several readers miss one, or that a wait lasts for longer than its time-out, is rather a lack of processors.
+    void judgeSleep(const Read& read, const Value& value, Reason& slept) const {
         const Event* end = mRecent.at(read.end);
-        if (end == nullptr || slept.timeUs == UNKNOWN || end->timeUs - slept.timeUs > TOO_CLOSE_US) return slept;
-        Reason justLate = late(read, value.delivered, reason);
-        justLate.orElse = Cause::WAKE_LOST;
-        return justLate;
+        if (end == nullptr) return;
+        const Recent::TimeOut timeOut = mRecent.timeOutOf(read.key, end->thread);
+        const bool isExact = read.waitMs <= timeOut.ms + EXACT_MS;
+        const bool isDefault = read.waitMs >= DEFAULT_WAIT_MS && read.waitMs <= DEFAULT_WAIT_MS + EXACT_MS;
+        if (value.missed > 1 || !isExact) {
+            slept.cause = Cause::NOT_RUN;
+            slept.orElse = Cause::WAKE_LOST;
+        } else if (timeOut.times < 2 && !isDefault) {
+            slept.orElse = Cause::NOT_RUN;
+        }
     }
 
     Reason frameGone(const Read& read, const Reason& reason) const {
@@ -197,6 +224,16 @@ private:
         read.end = wait.end;
         read.waited = true;
         read.timedOut = waited.timedOut;
+        read.waitMs = waited.count;
+        read.answer = waited.answer;
+        read.found = waited.other;
+        read.failure = waited.failure;
+        read.failed = waited.failure != Failure::OTHER;
+        const Event* begin = mRecent.at(wait.begin);
+        if (begin != nullptr && begin->type == EventType::LATE) {
+            read.erased = true;
+            read.needed = begin->count;
+        }
         return read;
     }
 

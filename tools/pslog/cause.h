@@ -18,6 +18,7 @@ struct Read {
     Index end = NEVER;    ///< when the last wait ended that timed out; of a read without such, the answer
     bool waited = false;
     bool timedOut = false;
+    int64_t waitMs = 0;  ///< of the last wait that timed out
     bool failed = false;
     Failure failure = Failure::OTHER;
     bool erased = false;       ///< asked for at or below the erase point

@@ -11,6 +11,7 @@ void addSummaryCommand(Program& program);
 void addFlickersCommand(Program& program);
 void addFrameCommand(Program& program);
 void addTimelineCommand(Program& program);
+void addWhyCommand(Program& program);
 
 }  // namespace pslog
 

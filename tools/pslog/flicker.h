@@ -17,14 +17,15 @@ enum class Cause {
     LATE,             ///< the value came after the read
     NEVER_DELIVERED,  ///< it never came
     PLAIN_SET,        ///< it came by a plain set, which wakes nobody
-    WAKE_LOST,        ///< it was delivered in time, but the reader slept on
+    WAKE_LOST,        ///< it was delivered in time, but the reader slept on until its time-out
+    NOT_RUN,          ///< it was delivered in time, but the reader got no processor until after its time-out
     ERASED,           ///< it was there, but an explicit erase took it before it was read
     TRIMMED,          ///< it was there, but newer values took its place before it was read
     NOT_REGISTERED,   ///< the tag was never registered
     FRAME_GONE,       ///< its frame went with the erase of another tag
     STORE_ENDED       ///< the store was destroyed before it came
 };
-constexpr size_t CAUSE_COUNT = 10;
+constexpr size_t CAUSE_COUNT = 11;
 
 /// Why a value was not there when it was read: one link of a chain.
 struct Reason {

@@ -172,6 +172,7 @@ FlickerFinder::Candidate FlickerFinder::candidateOf(Index answered, const Open& 
     candidate.timeOuts = read.timedOut ? 1 : 0;
     const Event* waited = mRecent.at(open.waited);
     candidate.waitMs = waited != nullptr ? waited->count : read.timedOut ? UNKNOWN : 0;
+    read.waitMs = std::max<int64_t>(candidate.waitMs, 0);
     return candidate;
 }
 
@@ -256,6 +257,9 @@ void FlickerFinder::decide(Candidate& candidate, const Tags& tags) {
 
 void FlickerFinder::keep(Flicker flicker) {
     ++mCounts[static_cast<size_t>(flicker.root().cause)];
+    const bool isOther = mOnly && (flicker.key.cam != mOnly->first ||
+                                   (flicker.frame != mOnly->second && flicker.answeredBy != mOnly->second));
+    if (isOther) return;
     mFlickers.push_back(std::move(flicker));
     if (mFlickers.size() <= 2 * mMost) return;
     std::nth_element(mFlickers.begin(), mFlickers.begin() + static_cast<std::ptrdiff_t>(mMost), mFlickers.end(),

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <deque>
 #include <map>
+#include <optional>
 #include <tuple>
 #include <vector>
 
@@ -24,6 +25,9 @@ class FlickerFinder : public Listener {
 public:
     /// @param most  how many are kept: the worst ones
     explicit FlickerFinder(size_t most = 10000) : mMost(most) {}
+
+    /// Keeps those of one frame alone, and those that got its values.
+    void keepOnly(int64_t cam, uint32_t frame) { mOnly = {cam, frame}; }
 
     void take(const Event& event, const Tags& tags) override;
     void finish(const Tags& tags) override;
@@ -81,6 +85,7 @@ private:
     static constexpr Index LOOK_AHEAD = Index{1} << 14;
 
     size_t mMost;
+    std::optional<std::pair<int64_t, uint32_t>> mOnly;
     Recent mRecent;
     std::map<ReadKey, std::vector<Open>> mOpen;
     std::deque<Candidate> mCandidates;

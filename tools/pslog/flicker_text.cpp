@@ -2,9 +2,9 @@
 
 #include "flicker_text.h"
 
-#include <cinttypes>
 #include <cstdio>
 
+#include "log_time.h"
 #include "names.h"
 
 namespace pslog {
@@ -21,6 +21,16 @@ std::string frames(int64_t off) {
     return std::to_string(off < 0 ? -off : off) + (off < 0 ? " ahead" : " back");
 }
 
+std::string whose(Cause cause, const std::string& thread) {
+    switch (cause) {
+        case Cause::WAKE_LOST: return ": " + thread + " slept on";
+        case Cause::NOT_RUN: return ": " + thread;
+        case Cause::NOT_REGISTERED: return "";
+        case Cause::NEVER_DELIVERED: return "; it usually comes from " + thread;
+        default: return ", by " + thread;
+    }
+}
+
 }  // namespace
 
 const char* nameOf(Cause cause) {
@@ -29,6 +39,7 @@ const char* nameOf(Cause cause) {
         case Cause::NEVER_DELIVERED: return "never delivered";
         case Cause::PLAIN_SET: return "plain set";
         case Cause::WAKE_LOST: return "wake-up lost";
+        case Cause::NOT_RUN: return "reader not run";
         case Cause::ERASED: return "erased too early";
         case Cause::TRIMMED: return "trimmed too early";
         case Cause::NOT_REGISTERED: return "never registered";
@@ -40,17 +51,7 @@ const char* nameOf(Cause cause) {
 }
 
 std::string FlickerText::whenOf(int64_t timeUs, uint64_t line) const {
-    if (!mLog.hasTimes()) return "line " + std::to_string(line);
-    static constexpr int DAYS_BEFORE[] = {0, 31, 60, 91, 121, 152, 182, 213, 244, 274, 305, 335};
-    const int64_t ms = timeUs / 1000;
-    const int64_t day = ms / 86400000;
-    int month = 11;
-    while (month > 0 && DAYS_BEFORE[month] >= day) --month;
-    char text[64];
-    std::snprintf(text, sizeof text, "%02d-%02d %02d:%02d:%02d.%03d", month + 1,
-                  static_cast<int>(day - DAYS_BEFORE[month]), static_cast<int>(ms / 3600000 % 24),
-                  static_cast<int>(ms / 60000 % 60), static_cast<int>(ms / 1000 % 60), static_cast<int>(ms % 1000));
-    return text;
+    return mLog.hasTimes() ? clockText(timeUs, mLog.clock()) : "line " + std::to_string(line);
 }
 
 std::string FlickerText::tagOf(const Key& key) const {
@@ -76,6 +77,7 @@ std::string FlickerText::answerOf(const Flicker& flicker) const {
     const std::optional<int64_t> off = flicker.framesOff();
     const std::string which = flicker.answer == Answer::FRAME_0 ? "frame 0" : std::to_string(flicker.answeredBy);
     if (!off) return which + waited;
+    if (*off == 0) return "its own, from frame 0" + waited;
     const std::string copy = flicker.answer == Answer::FRAME_0 ? " (" + std::to_string(flicker.answeredBy) + ")" : "";
     return which + copy + ", " + frames(*off) + waited;
 }
@@ -94,6 +96,7 @@ std::string FlickerText::linkOf(const Reason& reason) const {
         case Cause::NEVER_DELIVERED: return value + " was never delivered";
         case Cause::PLAIN_SET: return value + " was set by a plain set, which wakes nobody";
         case Cause::WAKE_LOST: return "the wake-up for " + value + " was lost";
+        case Cause::NOT_RUN: return value + " came in time, but its reader was not run";
         case Cause::ERASED: return value + " was erased before it was read";
         case Cause::TRIMMED: return value + " made room for a newer value before it was read";
         case Cause::NOT_REGISTERED: return tagOf(reason.key) + " was never registered";
@@ -112,7 +115,7 @@ std::string FlickerText::endOf(const Reason& reason) const {
                milliseconds(reason.busyUs);
         if (reason.busyFrame != 0) text += " with frame " + std::to_string(reason.busyFrame);
     } else if (!thread.empty()) {
-        text = ", by " + thread;
+        text = whose(reason.cause, thread);
     }
     if (reason.retain != UNKNOWN)
         text += "; a retain number of " + std::to_string(reason.retain) + " would have served";
@@ -153,8 +156,9 @@ std::string FlickerText::adviceFor(const Flicker& flicker) const {
         case Cause::NEVER_DELIVERED: return "deliver " + tag + " for every frame, also for one that is given up";
         case Cause::PLAIN_SET: return "set " + tag + " with setPsParamSyn, which wakes who waits for it";
         case Cause::WAKE_LOST:
-            return "nothing in the modules: the value was there. A shorter time-out and a second wait bound what it "
+            return "nothing in the modules, the value was there; two short waits instead of a long one bound what it "
                    "costs";
+        case Cause::NOT_RUN: return "give the reader's thread a higher priority, or the machine less to do";
         case Cause::ERASED:
             if (root.retain != UNKNOWN) {
                 return "register " + tag + " with a retain number of " + std::to_string(root.retain) +
@@ -170,7 +174,7 @@ std::string FlickerText::adviceFor(const Flicker& flicker) const {
         case Cause::STORE_ENDED: return "end the modules before the store";
         case Cause::NOT_KNOWN: break;
     }
-    return "a log of level 5 tells why (PARAMSET_LOG=5, on a device log.tag.ParamSet VERBOSE)";
+    return std::string("a log of level 5 tells why: ") + MORE_LEVELS;
 }
 
 }  // namespace pslog

@@ -10,6 +10,9 @@
 
 namespace pslog {
 
+/// How to get a log that tells more.
+constexpr const char* MORE_LEVELS = "PARAMSET_LOG=5, on a device setprop log.tag.ParamSet VERBOSE";
+
 /// As "wake-up lost".
 const char* nameOf(Cause cause);
 

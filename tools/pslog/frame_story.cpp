@@ -44,10 +44,10 @@ std::string FrameStory::tell(const Event& event, const Tags& tags) {
         return "answers the get of " + tag + " for frame " + std::to_string(event.frame);
     }
     if (event.type == EventType::ERASE || event.type == EventType::TRIM) {
-        return event.frame >= mFrame && mHeld.erase(event.key.tag) != 0 ? erasureOf(event, tag) : "";
+        return event.frame >= mFrame && mHeld.erase(event.key) != 0 ? erasureOf(event, tag) : "";
     }
     if (!own) return {};
-    if (event.type == EventType::SET && event.newCheckpoint) mHeld.insert(event.key.tag);
+    if (event.type == EventType::SET && event.newCheckpoint) mHeld.insert(event.key);
     switch (event.type) {
         case EventType::ASK: return "asks for " + tag + ", ready to wait";
         case EventType::TIMEOUT: return "timed out waiting for " + tag;
@@ -72,24 +72,30 @@ std::string FrameStory::tell(const Event& event, const Tags& tags) {
 
 void FrameStory::take(const Event& event, const Tags& tags) {
     const Key& key = event.key;
-    if (key.cam != mCam || (key.pipe != UNKNOWN && key.pipe != mPipe)) return;
+    if (key.cam != mCam || (key.pipe != UNKNOWN && mPipe != UNKNOWN && key.pipe != mPipe)) return;
     std::string text = tell(event, tags);
     // Of a log without level 4, the time-out's line is all that there is of a wait.
     const bool isTold = event.type == EventType::WAIT && event.timedOut && !mHappenings.empty();
     if (isTold && mHappenings.back().isTimeout) mHappenings.pop_back();
     if (!text.empty())
         mHappenings.push_back(
-            {event.timeUs, event.thread, event.line, event.type == EventType::TIMEOUT, std::move(text)});
+            {event.timeUs, event.thread, event.line, key.pipe, event.type == EventType::TIMEOUT, std::move(text)});
 }
 
-bool FrameStory::print(std::FILE* out, const Interpreter& interpreter) {
-    std::fprintf(out, "camera %" PRId64 " pipe %" PRId64 " frame %u\n", mCam, mPipe, mFrame);
-    std::stable_sort(mHappenings.begin(), mHappenings.end(),
+std::vector<FrameStory::Happening> FrameStory::happenings() const {
+    std::vector<Happening> happenings = mHappenings;
+    std::stable_sort(happenings.begin(), happenings.end(),
                      [](const Happening& a, const Happening& b) { return a.timeUs < b.timeUs; });
-    if (mHappenings.empty()) return false;
-    const int64_t startUs = mHappenings.front().timeUs;
+    return happenings;
+}
+
+bool FrameStory::print(std::FILE* out, const Interpreter& interpreter) const {
+    std::fprintf(out, "camera %" PRId64 " pipe %" PRId64 " frame %u\n", mCam, mPipe, mFrame);
+    const std::vector<Happening> story = happenings();
+    if (story.empty()) return false;
+    const int64_t startUs = story.front().timeUs;
     if (!interpreter.hasTimes()) std::fprintf(out, "the log has no times: they are the least that the waits allow\n");
-    for (const Happening& happening : mHappenings) {
+    for (const Happening& happening : story) {
         std::fprintf(out, "%10.3f ms  line %-8" PRIu64, static_cast<double>(happening.timeUs - startUs) / 1e3,
                      happening.line);
         if (interpreter.hasThreads()) std::fprintf(out, " thread %-6u", happening.thread);

@@ -100,6 +100,7 @@ Event Interpreter::event(EventType type, const Key& key, uint32_t frame) const {
 
 void Interpreter::tick(const Line& line) {
     mHasTimes = mHasTimes || line.timeUs >= 0;
+    if (line.timeUs >= 0) mClock = line.clock;
     mTimeUs = line.timeUs >= 0 ? line.timeUs : mTimeUs + 1;
 }
 

@@ -106,6 +106,8 @@ public:
     /// Whether times come from the log. Otherwise the clock is made up of the order of the lines and of the waits: no
     /// interval is shorter than the waits in it.
     bool hasTimes() const { return mHasTimes; }
+    /// Of the newest time that the log has.
+    Clock clock() const { return mClock; }
     bool hasThreads() const { return mHasThreads; }
 
 private:
@@ -176,6 +178,7 @@ private:
     int64_t mTimeUs = 0;
     uint32_t mThread = 0;
     uint64_t mLine = 0;
+    Clock mClock = Clock::NONE;
     bool mHasTimes = false;
     bool mHasThreads = false;
 };

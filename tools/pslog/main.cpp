@@ -11,5 +11,6 @@ int main(int argc, char** argv) {
     addFlickersCommand(program);
     addFrameCommand(program);
     addTimelineCommand(program);
+    addWhyCommand(program);
     return program.run(argc, argv);
 }

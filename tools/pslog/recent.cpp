@@ -26,6 +26,9 @@ uint64_t kindOfWait(uint32_t thread, const Event& waited) {
     return kindOf(thread, waited, waited);
 }
 
+/// A wait ends so much after its time-out, if its thread gets a processor.
+constexpr int64_t OVERSHOOT_MS = 2;
+
 bool isOfRead(const Event& event) {
     switch (event.type) {
         case EventType::ASK:
@@ -79,7 +82,10 @@ Index Recent::add(const Event& event) {
             if (erases.size() > MOST_ERASES) erases.pop_front();
             break;
         }
-        case EventType::STORE_ENDED: mStoreEnded = index; break;
+        case EventType::WAIT: addWait(index); break;
+        case EventType::GET:
+        case EventType::FAILURE: addAnswer(index); break;
+        case EventType::STORE_ENDED: mStoreEnded = std::min(mStoreEnded, index); break;
         default: break;
     }
     return index;
@@ -103,7 +109,8 @@ void Recent::assign(Index index, uint32_t number) {
     own.thread = number;
     own.before = thread.last;
     thread.last = index;
-    if (own.event.type == EventType::SET) ++thread.sets[own.event.key];
+    // A delivery says more about a thread than a plain set.
+    if (own.event.type == EventType::SET) thread.sets[own.event.key] += own.event.synchronous ? 2 : 1;
     const Event* before = at(own.before);
     if (before == nullptr) return;
     const uint64_t kind =
@@ -160,6 +167,34 @@ void Recent::addErase(Index index) {
     facts.goneUpTo = std::max(facts.goneUpTo, event.frame);
     if (event.type == EventType::ERASE) facts.saved = event.frame;
     if (event.other == THE_LAST) facts.newestSet = 0;
+}
+
+void Recent::addWait(Index index) {
+    const Event& event = note(index).event;
+    if (!event.timedOut) return;
+    TimeOut& timeOut = mTimeOuts[{event.key, event.thread}];
+    if (timeOut.times == 0 || event.count + OVERSHOOT_MS < timeOut.ms) timeOut = {event.count, 0};
+    if (event.count <= timeOut.ms + OVERSHOOT_MS) ++timeOut.times;
+    KeyFacts& facts = factsOf(event.key);
+    const auto value = facts.values.find(event.frame);
+    if (value != facts.values.end() && value->second.delivered != NEVER) ++value->second.missed;
+}
+
+/// A wait's note has also what came of it.
+void Recent::addAnswer(Index index) {
+    const Event& event = note(index).event;
+    if (event.failure == Failure::NOT_REGISTERED && event.key.tag != UNKNOWN) factsOf(event.key).isUnregistered = true;
+    if (!event.synchronous || at(note(index).before) == nullptr) return;
+    Event& before = note(note(index).before).event;
+    if (before.type != EventType::WAIT || !(before.key == event.key) || before.frame != event.frame) return;
+    before.answer = event.answer;
+    before.other = event.other;
+    before.failure = event.failure;
+}
+
+Recent::TimeOut Recent::timeOutOf(const Key& key, uint32_t thread) const {
+    const auto timeOut = mTimeOuts.find({key, thread});
+    return timeOut != mTimeOuts.end() ? timeOut->second : TimeOut{};
 }
 
 const Recent::Note* Recent::noteAt(Index index) const {

@@ -29,6 +29,7 @@ struct Value {
     Index delivered = NEVER;
     Index gone = NEVER;     ///< erased or trimmed
     bool notified = false;  ///< by the delivery
+    uint32_t missed = 0;    ///< waits that timed out after the delivery
 
     Index firstSet() const { return plain < delivered ? plain : delivered; }
     /// The first of its sets that came after.
@@ -44,7 +45,8 @@ struct KeyFacts {
     uint64_t gaps = 0;        ///< sets of a later frame than that
     uint32_t thread = 0;      ///< that has set it last
     uint32_t number = 0;      ///< of the key
-    uint32_t saved = 0;       ///< the frame whose value an erase has saved to frame 0; 0 if none
+    bool isUnregistered = false;
+    uint32_t saved = 0;  ///< the frame whose value an erase has saved to frame 0; 0 if none
 
     /// Whether it is set for each frame, by and large.
     bool isSetForEachFrame() const { return nextFrames >= 4 && nextFrames >= 4 * gaps; }
@@ -77,6 +79,13 @@ public:
 
     /// What the thread of this event did until then, the latest first, back to a time.
     std::vector<Stretch> stretchesBefore(Index index, int64_t sinceUs) const;
+
+    /// The least that this thread's waits for the tag last when they time out, and how many last no longer.
+    struct TimeOut {
+        int64_t ms = 0;
+        uint32_t times = 0;
+    };
+    TimeOut timeOutOf(const Key& key, uint32_t thread) const;
 
     /// Erases of the pipe between two events.
     std::vector<Index> erasesBetween(const Key& key, Index begin, Index end) const;
@@ -118,6 +127,8 @@ private:
     void assignByOrder(Index index);
     void addSet(Index index);
     void addErase(Index index);
+    void addWait(Index index);
+    void addAnswer(Index index);
     Stretch stretchTo(Index index) const;
 
     std::vector<Note> mNotes = std::vector<Note>(CAPACITY);
@@ -127,6 +138,7 @@ private:
     std::map<std::pair<int64_t, int64_t>, std::deque<Index>> mErases;
     std::unordered_map<uint32_t, Thread> mThreads;
     std::unordered_map<uint64_t, Usual> mUsual;
+    std::map<std::pair<Key, uint32_t>, TimeOut> mTimeOuts;
     std::vector<Index> mUnassigned;
 };
 
