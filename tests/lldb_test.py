@@ -24,7 +24,7 @@ ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 SKIPPED = 77
 FRAMES = 20
 NEXT = FRAMES + 1
-DEADLINE_S = 60
+DEADLINE_S = 120
 
 
 def skip(why):
@@ -33,10 +33,8 @@ def skip(why):
 
 
 def run(arguments):
-    # What the tests run on is for the process that is looked at.
-    environment = {name: value for name, value in os.environ.items() if name != "LD_PRELOAD"}
-    return subprocess.run(arguments, env=environment, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                          stderr=subprocess.STDOUT, text=True, timeout=DEADLINE_S)
+    return subprocess.run(arguments, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                          text=True, timeout=DEADLINE_S)
 
 
 def ask(where, commands):
@@ -176,6 +174,8 @@ def hung(library, platform):
 
 def main():
     role, *arguments = sys.argv[1:]
+    # Such as a device's allocator: it reserves more memory than gcore can write.
+    os.environ.pop("LD_PRELOAD", None)
     for tool in ("lldb", "gcore"):
         if role != "hang" and not shutil.which(tool):
             skip(f"there is no {tool}")
