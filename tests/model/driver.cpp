@@ -241,6 +241,23 @@ std::string toText(const Operation& operation) {
     return text;
 }
 
+uint64_t fromEnvironment(const char* name, uint64_t otherwise) {
+    const char* text = getenv(name);
+    return text != nullptr && *text != '\0' ? strtoull(text, nullptr, 10) : otherwise;
+}
+
+void emptyPipe(uint32_t cam, int index) {
+    erasePs(cam, index, THE_LAST);
+    // The store is told in this way that somebody else changes its pipes.
+    zarn::pipe_elem& pipe = ParamSet::getInstance()->getPsHandle(cam)->mPipe[index];
+    pipe.mF0->mTags.clear();
+    pipe.mF0->mStatus.clear();
+    pipe.mF0->mMetadata.reset();
+    pipe.mFrames.clear();
+    pipe.mCheckPoint.clear();
+    pipe.mErasePoint.clear();
+}
+
 Driver::Driver() {
     host::setLogLevel(0);
     ParamSet::destroyInstance();
@@ -365,20 +382,8 @@ std::string Driver::renew(const Operation& creation) {
     zarn_ops none = {};
     ParamSet::getInstance()->setPsOps(&none);
     for (const auto& [cam, camera] : mModel.cameras) {
-        // As its user, who says so, may.
-        zarn::cam_elem& found = *ParamSet::getInstance()->getPsHandle(cam);
-        std::fill(std::begin(found.mHandle), std::end(found.mHandle), nullptr);
-        for (const auto& [index, used] : camera.pipes) {
-            erasePs(cam, index, THE_LAST);
-            zarn::pipe_elem& pipe = found.mPipe[index];
-            pipe.mF0->mTags.clear();
-            pipe.mF0->mStatus.clear();
-            pipe.mF0->mMetadata.reset();
-            pipe.mFrames.clear();
-            pipe.mCheckPoint.clear();
-            pipe.mErasePoint.clear();
-        }
-        ParamSet::getInstance()->getPsHandle(cam);
+        std::fill_n(mCameras[cam]->mHandle, camera.handles.size(), nullptr);
+        for (const auto& [index, pipe] : camera.pipes) emptyPipe(cam, index);
     }
     mModel = *mNew;
     const auto texts = switches(creation);

@@ -26,6 +26,12 @@ struct Operation {
 
 std::string toText(const Operation& operation);
 
+/// The number in an environment variable, or the other one if that is not set.
+uint64_t fromEnvironment(const char* name, uint64_t otherwise);
+
+/// Makes a pipe of the store as it is in a new one. No other thread may use that pipe meanwhile.
+void emptyPipe(uint32_t cam, int index);
+
 class Driver {
 public:
     static constexpr size_t kRoom = 64;  ///< bytes of the largest value

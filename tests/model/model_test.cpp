@@ -23,11 +23,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
 namespace {
 
-uint64_t fromEnvironment(const char* name, uint64_t otherwise) {
-    const char* text = getenv(name);
-    return text != nullptr && *text != '\0' ? strtoull(text, nullptr, 10) : otherwise;
-}
-
 // Where the run is, for the last words of a crash. A sanitizer has its own.
 uint64_t gSeed = 0;
 uint64_t gSteps = 0;
