@@ -31,8 +31,8 @@ for script in scripts/*; do
         [[ "$(run "$script" "$help")" == 0 ]] && grep -qi '^usage:' "$work/out" && [[ ! -s $work/err ]] ||
             complain "$script $help gives no help"
     done
-    # The demo hands its arguments to the pipeline.
-    [[ $script != scripts/demo ]] || continue
+    # These hand their arguments to a program.
+    case "$script" in scripts/demo | scripts/lldb | scripts/pslog) continue ;; esac
     [[ "$(run "$script" --bogus)" == 2 && ! -s $work/out && "$(wc -l <"$work/err")" == 1 ]] ||
         complain "$script does not explain a wrong argument in one line"
 done

@@ -26,9 +26,10 @@ cmake --build "$work/cmake"
 
 export PKG_CONFIG_PATH="$libraries/pkgconfig"
 [[ "$(pkg-config --modversion paramset)" == "$version" ]]
-read -ra flags <<<"$(pkg-config --cflags --libs paramset)"
+# pkg-config quotes for the shell.
+eval "flags=($(pkg-config --cflags --libs paramset))"
 "$cc" -std=c11 "$source/consumer.c" "${flags[@]}" "-Wl,-rpath,$libraries" -o "$work/pkgconfig_c"
-read -ra flags <<<"$(pkg-config --cflags --libs paramset paramset_host)"
+eval "flags=($(pkg-config --cflags --libs paramset paramset_host))"
 "$cxx" "${cxx_flags[@]}" -std=c++17 "$source/consumer.cpp" "${flags[@]}" "-Wl,-rpath,$libraries" -o "$work/pkgconfig_cpp"
 
 unset LD_LIBRARY_PATH
