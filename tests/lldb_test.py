@@ -74,7 +74,7 @@ QUESTIONS = (
     (f"value 0 0 {FRAMES} 4097", [rf"answered by frame {FRAMES}, it has a value of its own\n"
                                   rf"000000  {little_endian(FRAMES)}"]),
     ("value 0 0 last 4097", [rf"the newest frame is {NEXT}\nframe {NEXT}, tag 4097 frame ready "
-                             rf"\(pipeline::FrameReady, 24 bytes\): answered by frame {FRAMES}, the newest one",
+                             rf"\(pipeline::FrameReady, 24 bytes\): answered by frame {FRAMES}, the newest before it",
                              rf"^000000  {little_endian(FRAMES)}"]),
     ("value 0 0 3 4097", [rf"answered by frame 0, values up to frame 14 are erased\n000000  {little_endian(14)}"]),
     ("value 0 2 3 4101", [r"answered by frame 0, the tag is of type 1\n0+  (00 ){8}"]),

@@ -339,7 +339,7 @@ def resolve(pipe, frame, tag, known):
     checkpoint = pipe.newest_checkpoint(tag, frame)
     if checkpoint == 0:
         return 0, "neither it nor an earlier frame was given a value"
-    return checkpoint, "the newest one before it that was given a value"
+    return checkpoint, "the newest before it with a value"
 
 
 def dump(content):
