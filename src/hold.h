@@ -5,6 +5,7 @@
 // itself unless the count is 0. destroyInstance takes the pointer away, and then the user that stands for the store's
 // existence; whoever takes the last user away destroys the store. Records are reused and never freed, so that a call
 // may look at one late: it then finds no users, or those of another store.
+// tests/protocol/hold.pml is a model of this.
 
 #ifndef PARAMSET_HOLD_H
 #define PARAMSET_HOLD_H

@@ -5,6 +5,7 @@
 // loses it, and a table that is full is replaced whole by a larger one. Replaced tables and entries stay until the
 // library is unloaded, since a reader may still look at them. While there is no store, a program may change the map at
 // will: what the table has is then not to be trusted.
+// tests/protocol/tag_table.pml is a model of this.
 
 #ifndef PARAMSET_TAG_TABLE_H
 #define PARAMSET_TAG_TABLE_H

@@ -1,5 +1,6 @@
 // Waking the synchronous gets that wait on a record. Under ParamSet::mMutex, and a second time after it was released:
 // the first notification misses a get that is still on its way into its wait.
+// tests/protocol/wait.pml is a model of this, of sync_access.cpp and of the erase.
 
 #ifndef PARAMSET_WAITERS_H
 #define PARAMSET_WAITERS_H
