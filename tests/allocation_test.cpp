@@ -19,7 +19,7 @@ thread_local int tAllocations = 0;
 
 }  // namespace
 
-// Comes first for the dynamic linker, and before it stands nothing: operator new of both C++ libraries calls it.
+// Comes first for the dynamic linker. So does the operator new of out_of_memory.cpp, which calls it.
 extern "C" void* malloc(size_t size) {
     static auto* const next = reinterpret_cast<void* (*)(size_t)>(dlsym(RTLD_NEXT, "malloc"));
     ++tAllocations;
