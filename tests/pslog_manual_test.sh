@@ -10,7 +10,7 @@ subcommands="$("$pslog" --help | sed -n '/^Subcommands:/,$ s/^  \([a-z]\+\) .*/\
 
 in_manual="$(sed -n '/^\.SH SUBCOMMANDS/,/^\.SH OPTIONS/ s/^\.BR \([a-z]\+\) .*/\1/p' "$tools/pslog.1" | sort)"
 missing="$(comm -23 <(echo "$subcommands") <(echo "$in_manual"))"
-[[ -z $missing ]] || { echo "not in the manual:" $missing >&2; exit 1; }
+[[ -z $missing ]] || { echo "not in the manual: $missing" >&2; exit 1; }
 
 source "$tools/pslog.bash"
 complete_after() { # WORD...: what is offered for the last one

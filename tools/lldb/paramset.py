@@ -24,6 +24,7 @@ ARGUMENT_REGISTERS = {"x86_64": "rdi", "aarch64": "x0", "arm64": "x0"}
 # Functions that are called with such an address too, but do not sleep.
 WAKING_FUNCTIONS = ("unlock", "broadcast", "signal", "notify")
 STACK_DEPTH = 16
+MOST_BYTES = 1 << 28  # of one value or list
 
 
 class Problem(Exception):
@@ -37,6 +38,8 @@ class Memory:
     def read(self, address, size):
         if size == 0:
             return b""
+        if size > MOST_BYTES:
+            raise Problem(f"{size} bytes at {address:#x} are too many: the store is damaged, or being changed")
         error = lldb.SBError()
         content = self._process.ReadMemory(address, size, error)
         if error.Fail() or len(content) != size:
@@ -140,7 +143,7 @@ class Pipe:
         return {0: self.frame0, **self.frames}
 
     def newest_checkpoint(self, tag, frame):
-        return max((id for id in self.checkpoints.get(tag, ()) if id <= frame), default=0)
+        return max((known for known in self.checkpoints.get(tag, ()) if known <= frame), default=0)
 
     def tags(self):
         used = set(self.checkpoints) | set(self.erase_points)
@@ -262,7 +265,6 @@ def name_of(thread):
     return f"thread {thread.GetIndexID()}{name} (tid {thread.GetThreadID()})"
 
 
-
 # ---- status
 
 
@@ -317,16 +319,16 @@ def frames(store, arguments):
         elif not contents:
             yield row(FRAMES_WIDTHS, number, None, "(nothing)")
         for tag in contents:
-            value = hex(frame.values[tag]) if frame.values.get(tag) else None
+            buffer = hex(frame.values[tag]) if frame.values.get(tag) else None
             state = STATES.get(frame.records[tag].state, "?") if tag in frame.records else ""
-            yield row(FRAMES_WIDTHS, number, tag, describe(tag, tags).name, value, state)
+            yield row(FRAMES_WIDTHS, number, tag, describe(tag, tags).name, buffer, state)
 
 
 # ---- value
 
 
 def resolve(pipe, frame, tag, known):
-    """As a plain read does: the frame that answers, why, and the frame that it is of; None if there is none."""
+    """As a plain read does: the frame that answers, and why."""
     erased = pipe.erase_points.get(tag, 0)
     if frame == 0:
         return 0, "frame 0 was asked for"
