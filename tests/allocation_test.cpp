@@ -1,5 +1,6 @@
-// How often the store allocates. And what becomes of each operation when memory runs out in it: for every allocation that it makes, a child of this
-// process calls it in a prepared store and is refused that allocation. Prints a table of what came of it.
+// How often the store allocates. And what becomes of each operation when memory runs out in it: for every allocation
+// that it makes, a child of this process calls it in a prepared store and is refused that allocation. Prints a table of
+// what came of it.
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
@@ -38,6 +39,7 @@ uint32_t gValue;
 camera_metadata* gMetadata;
 zarn::param_creator_t<char>* gCreator;  // allocated by this program
 zarn::ParamFrame* gFrame;               // a frame of no store
+zarn_ops gOps = {};
 std::map<uint32_t, zarn::tag_info_t> gCopy;
 
 uint32_t get(uint32_t frame, uint32_t tag = kTag) {
@@ -152,9 +154,21 @@ const Operation kOperations[] = {
     {"getMetadata", kNeedsNone, VOID(zarn::ParamSet::getMetadata(0, 10))},
     {"ioctrlOutsidePsParam", kNeedsNone, [] { return ioctrlOutsidePsParam(0, 0x8000, 1, nullptr, nullptr); },
      PS_NO_DATA},
+    {"setPsOps", kNeedsNone, VOID(zarn::ParamSet::getInstance()->setPsOps(&gOps))},
+    {"setPsHandle", kNeedsNone,
+     VOID(
+         zarn::ParamSet::getInstance()->setPsHandle(0, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr))},
     {"getPsHandle", kNeedsNone, VOID(zarn::ParamSet::getInstance()->getPsHandle(0))},
+    {"getParamExternal", kNeedsNone, VOID(zarn::ParamSet::getInstance()->getParamExternal(0, kPipe, 0, kTag, &gValue))},
     {"ParamFrame::createTag", kRefuses,
      [] { return gFrame->createTag(kTag, nullptr) != nullptr ? PS_OK : PS_NO_BUFFER; }},
+    {"ParamFrame::getTag, existTag and the like", kNeedsNone,
+     [] {
+         zarn::ParamFrame frame(0, 6, nullptr, &zarn::gTagInfo);
+         return gFrame->existTag(kOther) && gFrame->getTag(kOther) != nullptr && gFrame->getMetadata() == nullptr
+                    ? gFrame->getActiveTagSize() - 1
+                    : PS_NO_BUFFER;
+     }},
     {"ParamFrame::eraseTag", kNeedsNone, VOID(gFrame->eraseTag(kOther))},
     {"ParamFrame::setMetadata", kMayForget, VOID(gFrame->setMetadata(gMetadata))},
 };
