@@ -247,6 +247,7 @@ struct Ending {
 Ending inChild(const Operation& operation, int nth) {
     int ends[2];
     if (pipe(ends) != 0) return {kWrong, "no pipe"};
+    fflush(stdout);  // or the child would print it as well
     const pid_t child = fork();
     if (child == 0) {
         dup2(ends[1], STDERR_FILENO);
