@@ -125,13 +125,17 @@ std::optional<bool> TagTable::isRegistered(uint32_t id) {
     return std::nullopt;
 }
 
-// Of the next two: if the table is not to be trusted, whoever holds the mutex for so long is this very thread.
+// Whether the map may be read after a try of the mutex. If the table is not to be trusted, and the library has not been
+// unloaded, then the mutex is held by this very thread.
+bool TagTable::isMapReadable(bool isMutexHeld) {
+    return isMutexHeld || (!isTrusted() && !hasEnded());
+}
 
 std::shared_ptr<creator_base_t> TagTable::creatorOf(uint32_t id) {
     const RegisteredTag* tag = isTrusted() ? find(id) : nullptr;
     if (tag != nullptr) return tag->info.mCreator;
     const RegistryTry registry(kTriesOutside);
-    if (!registry && isTrusted()) return nullptr;
+    if (!isMapReadable(static_cast<bool>(registry))) return nullptr;
     const auto it = gTagInfo.find(id);
     return it != gTagInfo.end() ? it->second.mCreator : nullptr;
 }
@@ -141,9 +145,9 @@ void TagTable::copyTo(std::map<uint32_t, tag_info_t>& out) {
     std::vector<EntryCopy> copies;
     {
         const RegistryTry registry(kTriesOutside);
-        if (registry || !isTrusted()) {
+        if (isMapReadable(static_cast<bool>(registry))) {
             for (const auto& [id, info] : gTagInfo) copies.emplace_back(id, info);
-        } else {
+        } else if (isTrusted()) {
             copyPublishedTo(copies);
         }
     }

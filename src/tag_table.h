@@ -76,6 +76,8 @@ private:
     // While there is a store that has read the map, the map only grows.
     static bool isTrusted() { return sReaders.load(std::memory_order_acquire) != 0; }
 
+    static bool isMapReadable(bool isMutexHeld);
+
     // gRigisterMutex held.
     static bool isMapPublished();
     static void rebuild();

@@ -21,7 +21,8 @@ void callAll(int, void*) {
     const bool isRefused = ParamSet::createInstance() == nullptr && ParamSet::getInstance() == nullptr &&
                            getPsParam(0, 1, 10, 4, &value) == PS_NO_DATA &&
                            setPsParamSyn(0, 1, 10, 4, &value) == PS_NO_DATA && erasePs(0, 1, 10) == PS_NO_DATA &&
-                           ParamSet::getMetadata(0, 10) == nullptr;
+                           ParamSet::getMetadata(0, 10) == nullptr && registry.empty();
+    zarn::ParamFrame(0, 1, nullptr, &zarn::gTagInfo).createTag(4, nullptr);
     ParamSet::destroyInstance();
     if (!isRefused) std::fputs("a call found a store\n", stderr);
     _exit(isRefused ? 0 : 1);
