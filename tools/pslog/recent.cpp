@@ -26,6 +26,9 @@ uint64_t kindOfWait(uint32_t thread, const Event& waited) {
     return kindOf(thread, waited, waited);
 }
 
+/// Reads that nothing was delivered after.
+constexpr size_t MOST_UNASSIGNED = 64;
+
 /// A wait ends so much after its time-out, if its thread gets a processor.
 constexpr int64_t OVERSHOOT_MS = 2;
 
@@ -121,9 +124,14 @@ void Recent::assign(Index index, uint32_t number) {
 void Recent::assignByOrder(Index index) {
     const Event& event = note(index).event;
     if (isOfRead(event)) mUnassigned.push_back(index);
+    if (mUnassigned.size() > MOST_UNASSIGNED) mUnassigned.erase(mUnassigned.begin());
     if (event.type != EventType::SET || event.key.tag == METADATA_TAG) return;
     const uint32_t thread = UNNAMED | factsOf(event.key).number;
-    const auto isOthers = [&](Index read) { return at(read) == nullptr || at(read)->key.cam != event.key.cam; };
+    // A module does not read what it delivers.
+    const auto isOthers = [&](Index read) {
+        const Event* of = at(read);
+        return of == nullptr || of->key.cam != event.key.cam || of->key == event.key;
+    };
     const auto others = std::stable_partition(mUnassigned.begin(), mUnassigned.end(), isOthers);
     for (auto read = others; read != mUnassigned.end(); ++read) assign(*read, thread);
     mUnassigned.erase(others, mUnassigned.end());
