@@ -49,21 +49,23 @@
 #define PARAMSET_API
 #endif
 
-/**
- * Where the library itself is compiled with PARAMSET_CHECK_LOCKS, by clang with the annotated mutexes of libc++, the
- * compiler checks which mutex is held. Elsewhere these say it to the reader alone, and stand for nothing.
+/** @cond */
+/*
+ * Which mutex a private operation needs. The library's own build with clang and libc++ defines PARAMSET_CHECK_LOCKS,
+ * and the compiler checks it. Everywhere else these macros are empty.
  */
 #if defined(PARAMSET_CHECK_LOCKS)
 #define PARAMSET_LOCK_ATTRIBUTE(...) __attribute__((__VA_ARGS__))
 #else
 #define PARAMSET_LOCK_ATTRIBUTE(...)
 #endif
-/** The caller holds the mutex. */
+/* The caller holds the mutex. */
 #define PARAMSET_REQUIRES(mutex) PARAMSET_LOCK_ATTRIBUTE(requires_capability(mutex))
-/** The caller does not hold the mutex. */
+/* The caller does not hold the mutex. */
 #define PARAMSET_EXCLUDES(mutex) PARAMSET_LOCK_ATTRIBUTE(locks_excluded(mutex))
-/** The mutex guards what the pointer points to, not the pointer. */
+/* The mutex guards what the pointer points to, not the pointer. */
 #define PARAMSET_PT_GUARDED_BY(mutex) PARAMSET_LOCK_ATTRIBUTE(pt_guarded_by(mutex))
+/** @endcond */
 
 /** The platform's camera metadata record; opaque here. */
 struct camera_metadata;
@@ -661,7 +663,7 @@ public:
 private:
     friend struct IndexCheck;  // a test's
 
-    class Hold;       // holds the store for the length of a call
+    class Hold;       // keeps the store alive for the length of a call
     class Pipes;      // what each pipe holds, and where
     struct Request;   // an access to a value
     struct Answer;    // what answers it
@@ -727,7 +729,7 @@ private:
     camera_metadata* _getMetadata(uint32_t camID, uint32_t frameID) PARAMSET_REQUIRES(mMutex);
     uint32_t _setMetadata(uint32_t camID, uint32_t frameID, const camera_metadata* metadata) PARAMSET_REQUIRES(mMutex);
 
-    // As the public one, which logs with this one's name; but nothing is going to change.
+    // As the public one, for the library itself, which changes nothing there. The messages name both alike.
     const cam_elem* getPsHandle(uint32_t cam) const;
     // Calls the operation of a command code.
     uint32_t forward(const cam_elem* elem, const Command& command) PARAMSET_EXCLUDES(mMutex);

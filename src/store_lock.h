@@ -1,6 +1,6 @@
-// ParamSet::mMutex, held for a scope. It is held for less than a microsecond mostly, and to sleep for it costs many: so
-// it is tried a bounded number of times before.
-// The macros tell clang what takes and releases a mutex, see PARAMSET_REQUIRES.
+// Holds ParamSet::mMutex for a scope. The mutex is mostly held for less than a microsecond, and being woken from a
+// sleep takes many, so it is tried a bounded number of times before the thread sleeps for it. The macros tell clang
+// what takes and releases a mutex, see PARAMSET_REQUIRES.
 
 #ifndef PARAMSET_STORE_LOCK_H
 #define PARAMSET_STORE_LOCK_H
@@ -12,7 +12,7 @@
 #define PARAMSET_SCOPED_LOCK PARAMSET_LOCK_ATTRIBUTE(scoped_lockable)
 #define PARAMSET_ACQUIRES(...) PARAMSET_LOCK_ATTRIBUTE(acquire_capability(__VA_ARGS__))
 #define PARAMSET_RELEASES(...) PARAMSET_LOCK_ATTRIBUTE(release_capability(__VA_ARGS__))
-// Where locking cannot be told: say why.
+// For what the check cannot follow; a comment says why.
 #define PARAMSET_LOCKS_UNCHECKED PARAMSET_LOCK_ATTRIBUTE(no_thread_safety_analysis)
 
 namespace zarn {
