@@ -53,12 +53,13 @@ ParamSet::Erasure ParamSet::_erase(uint32_t camID, int pipe, uint32_t frameID) {
 
     uint32_t result = PS_OK;
     uint32_t lastErased = frameID;
-    for (const auto& [id, checkpoints] : store.checkpointLists()) {
+    for (const uint32_t id : store.listedTags()) {
         PipeStore::Tag& tag = store.tag(id);
         const EraseLimit limit = eraseLimitOf(tag, frameID);
         if (limit.counts) lastErased = limit.frameID;
         if (limit.skipped) continue;
         if (frameID == THE_LAST && id == METADATA_TAG) store.setErasePoint(tag, 0);
+        const Checkpoints* checkpoints = store.checkpoints(tag);
         if (checkpoints != nullptr && !checkpoints->empty()) {
             PS_TRACE("tag:%d checkPoint size:%d", id, static_cast<int>(checkpoints->size()));
             const uint32_t newest = PipeStore::newestCheckpoint(*checkpoints, limit.frameID);
@@ -67,9 +68,8 @@ ParamSet::Erasure ParamSet::_erase(uint32_t camID, int pipe, uint32_t frameID) {
                 result = saveToF0(camID, pipe, newest, id);
                 if (result != PS_OK) PS_LOG(1, "fail to save data to F0");
             }
-            store.dropCheckpoints(tag, limit.frameID);
         }
-        store.dropValues(tag, limit.frameID, sweep);
+        store.dropUpTo(limit.frameID, tag, sweep);
     }
     store.leaveRecords(sweep);
     if (frameID == THE_LAST) store.shrink();

@@ -2,8 +2,6 @@
 
 #include "src/pipe_store.h"
 
-#include <algorithm>
-
 #include "src/trace.h"
 
 namespace zarn {
@@ -52,9 +50,11 @@ size_t PipeStore::addCheckpoint(Tag& tag, uint32_t frameID) {
     return ids->size();
 }
 
-void PipeStore::dropCheckpoints(Tag& tag, uint32_t limit) {
-    Checkpoints& ids = *listOf(tag);
-    ids.erase(ids.begin(), std::upper_bound(ids.begin(), ids.end(), limit));
+std::vector<uint32_t> PipeStore::listedTags() const {
+    std::vector<uint32_t> ids;
+    ids.reserve(mElem.mCheckPoint.size());
+    for (const auto& entry : mElem.mCheckPoint) ids.push_back(entry.first);
+    return ids;
 }
 
 // ---- frames
@@ -164,7 +164,8 @@ void PipeStore::removeValue(Frame& frame, Tag& tag) {
 bool PipeStore::isWorthKeeping(const Tag& tag, const Buffer& buffer) {
     // The count of a buffer that could not be allocated is 1 as well.
     if (!tag.kept.empty() || buffer == nullptr || buffer.use_count() != 1) return false;
-    std::atomic_thread_fence(std::memory_order_acquire);  // what others did with their shares has happened
+    // To take and drop a share orders what others did with theirs before what the next set does.
+    Buffer(buffer).reset();
     return tag.registered != nullptr && tag.registered->hasLibraryCreator();
 }
 
@@ -212,7 +213,10 @@ void PipeStore::autoErase(Tag& tag, uint32_t frameID) {
     }
 }
 
-void PipeStore::dropValues(Tag& tag, uint32_t limit, Sweep& sweep) {
+void PipeStore::dropUpTo(uint32_t limit, Tag& tag, Sweep& sweep) {
+    if (Checkpoints* ids = listOf(tag).get()) {
+        ids->erase(ids->begin(), std::upper_bound(ids->begin(), ids->end(), limit));
+    }
     auto node = mElem.mFrames.begin();
     if (node == mElem.mFrames.end() || node->first > limit) return;
     if (sweep.passes.empty()) sweep.passes.reserve(mElem.mCheckPoint.size());

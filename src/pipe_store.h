@@ -9,7 +9,6 @@
 #define PARAMSET_PIPE_STORE_H
 
 #include <algorithm>
-#include <atomic>
 
 #include "src/changes.h"
 #include "src/pipe_index.h"
@@ -61,8 +60,8 @@ public:
     static uint32_t newestCheckpoint(const Checkpoints& ids, uint32_t frameID);
     // Adds a frame, after equal ones, to the tag's list, which is made if there is none. Returns its length.
     size_t addCheckpoint(Tag& tag, uint32_t frameID);
-    // The lists of all tags.
-    const std::map<uint32_t, std::shared_ptr<Checkpoints>>& checkpointLists() const { return mElem.mCheckPoint; }
+    // The ids of the tags that have an entry for a list, ascending.
+    std::vector<uint32_t> listedTags() const;
 
     // ---- frames
 
@@ -93,8 +92,6 @@ public:
     // values, until fewer than the tag's limit are left. A frame without any value left goes, unless it is the written
     // one. The erase point follows.
     void autoErase(Tag& tag, uint32_t frameID);
-    // Removes the tag's checkpoints at or below the limit.
-    void dropCheckpoints(Tag& tag, uint32_t limit);
 
     // What one erase has done so far.
     struct Sweep {
@@ -105,9 +102,10 @@ public:
         std::vector<Pass> passes;
         std::vector<Woken> woken;
     };
-    // Removes the tag from the frames at or below the limit, and those without any value left from the pipe; wakes who
-    // waits for the tag there. If there is any such frame, the limit becomes the tag's erase point.
-    void dropValues(Tag& tag, uint32_t limit, Sweep& sweep);
+    // Removes the tag's checkpoints at or below the limit, and the tag from the frames there; wakes the gets that wait
+    // for it there. A frame without any value left goes. If there was any frame, the limit becomes the tag's erase
+    // point.
+    void dropUpTo(uint32_t limit, Tag& tag, Sweep& sweep);
     // Leaves a record of each pass in the frames that it reached and that are still there.
     void leaveRecords(const Sweep& sweep);
     // Makes frame 0 wait for deliveries again; wakes who waits for any tag there.
