@@ -65,6 +65,8 @@ private:
                    "the entry of frame", frame.id);
         }
         expect(frames == pipe.mFrameIndex.size(), "the number of frames");
+        const auto& ring = pipe.mFrameIndex.mRing;
+        expect(ring.empty() || pipe.mFrameIndex.mMask == ring.size() - 1, "the ring's mask");
         checkPlaces(pipe, pipe.mFrame0, text);
     }
 
