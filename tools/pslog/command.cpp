@@ -6,7 +6,6 @@
 #include <cinttypes>
 #include <cstdio>
 #include <exception>
-#include <optional>
 
 namespace pslog {
 
@@ -45,9 +44,13 @@ template Subcommand& Subcommand::option(const std::string&, int64_t&, const std:
 template Subcommand& Subcommand::option(const std::string&, uint32_t&, const std::string&);
 template Subcommand& Subcommand::option(const std::string&, std::optional<int64_t>&, const std::string&);
 template Subcommand& Subcommand::option(const std::string&, std::optional<uint32_t>&, const std::string&);
-template Subcommand& Subcommand::option(const std::string&, std::optional<double>&, const std::string&);
 template Subcommand& Subcommand::option(const std::string&, int64_t&, const std::string&, int64_t, int64_t);
 template Subcommand& Subcommand::option(const std::string&, size_t&, const std::string&, size_t, size_t);
+
+Subcommand& Subcommand::limit(const std::string& name, std::optional<double>& value, const std::string& text) {
+    appOf(mApp).add_option(name, value, text)->check(CLI::NonNegativeNumber);
+    return *this;
+}
 
 Subcommand& Subcommand::required() {
     appOf(mApp).get_options().back()->required();
@@ -107,8 +110,8 @@ void addLogInput(Subcommand& command, LogInput& input) {
     command.option("LOG", input.name, "the log; '-' is standard input");
 }
 
-Count readLog(const LogInput& input, Interpreter& interpreter) {
-    const Count count = readLog(input.name, interpreter);
+Count readLog(const LogInput& input, Interpreter& interpreter, const std::function<void(const Count&)>& everySecond) {
+    const Count count = readLog(input.name, interpreter, everySecond);
     if (input.rate) {
         std::fprintf(stderr, "%" PRIu64 " lines in %.3f s, %.2f million per second\n", count.lines, count.seconds,
                      static_cast<double>(count.lines) / 1e6 / count.seconds);

@@ -7,6 +7,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -32,6 +33,9 @@ public:
     /// A number from least to most.
     template <typename Value>
     Subcommand& option(const std::string& name, Value& value, const std::string& text, Value least, Value most);
+
+    /// A number of 0 or more, which has no value unless it is given.
+    Subcommand& limit(const std::string& name, std::optional<double>& value, const std::string& text);
 
     /// The last one must be given.
     Subcommand& required();
@@ -72,7 +76,9 @@ void addLogInput(Subcommand& command, LogInput& input);
 
 /// Reads the log. Tells on standard error how fast, if that was asked for, and if there is nothing of the store in it
 /// or it breaks off.
-Count readLog(const LogInput& input, Interpreter& interpreter);
+/// @param everySecond  if not empty, is called so
+Count readLog(const LogInput& input, Interpreter& interpreter,
+              const std::function<void(const Count&)>& everySecond = {});
 
 /// A subcommand's result if it has nothing to say itself: 1 if nothing was read, or not all.
 int resultOf(const Count& count);

@@ -9,9 +9,12 @@ namespace pslog {
 
 void addSummaryCommand(Program& program);
 void addFlickersCommand(Program& program);
+void addWhyCommand(Program& program);
 void addFrameCommand(Program& program);
 void addTimelineCommand(Program& program);
-void addWhyCommand(Program& program);
+void addTopCommand(Program& program);
+void addDiffCommand(Program& program);
+void addCheckCommand(Program& program);
 
 }  // namespace pslog
 

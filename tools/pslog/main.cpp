@@ -9,8 +9,11 @@ int main(int argc, char** argv) {
         "log of level 5.");
     addSummaryCommand(program);
     addFlickersCommand(program);
+    addWhyCommand(program);
     addFrameCommand(program);
     addTimelineCommand(program);
-    addWhyCommand(program);
+    addTopCommand(program);
+    addDiffCommand(program);
+    addCheckCommand(program);
     return program.run(argc, argv);
 }
