@@ -28,6 +28,9 @@ Subcommand& Subcommand::option(const std::string& name, Value& value, const std:
     if constexpr (std::is_same_v<Value, std::string>) {
         if (!value.empty()) option->capture_default_str();
     }
+    if constexpr (std::is_same_v<Value, std::vector<std::string>>) {
+        if (name[0] == '-') option->allow_extra_args(false);  // each value has the option's name before it
+    }
     return *this;
 }
 

@@ -52,6 +52,7 @@ struct Flicker {
     Answer answer = Answer::NOT_KNOWN;
     uint32_t answeredBy = 0;    ///< the frame whose value was got, also if frame 0 had a copy of it; 0 if none is known
     bool failed = false;        ///< nothing was copied
+    bool isPlain = false;       ///< of a get that does not wait
     int timeOuts = 0;           ///< of the reader, one after the other
     int64_t waitMs = 0;         ///< of all of them; UNKNOWN if the log does not say
     std::vector<Reason> chain;  ///< from the value that was read to the root; never empty
@@ -62,6 +63,8 @@ struct Flicker {
         if (answeredBy == 0) return std::nullopt;
         return int64_t{frame} - answeredBy;
     }
+    /// Whether not the frame's own value was got.
+    bool isFallBack() const { return failed || answer == Answer::EARLIER || answer == Answer::FRAME_0; }
     const Reason& root() const { return chain.back(); }
 };
 

@@ -249,6 +249,7 @@ void FlickerFinder::decide(Candidate& candidate, const Tags& tags) {
     flicker.answer = read.answer;
     flicker.answeredBy = candidate.answeredBy;
     flicker.failed = read.failed;
+    flicker.isPlain = candidate.isPlain;
     flicker.timeOuts = candidate.timeOuts;
     flicker.waitMs = candidate.waitMs;
     flicker.chain = reasonsOf(read, mRecent, tags);
@@ -257,6 +258,7 @@ void FlickerFinder::decide(Candidate& candidate, const Tags& tags) {
 
 void FlickerFinder::keep(Flicker flicker) {
     ++mCounts[static_cast<size_t>(flicker.root().cause)];
+    if (mFound) mFound(flicker);
     const bool isOther = mOnly && (flicker.key.cam != mOnly->first ||
                                    (flicker.frame != mOnly->second && flicker.answeredBy != mOnly->second));
     if (isOther) return;

@@ -10,9 +10,11 @@
 #include <array>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <optional>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include "cause.h"
@@ -23,8 +25,13 @@ namespace pslog {
 
 class FlickerFinder : public Listener {
 public:
-    /// @param most  how many are kept: the worst ones
-    explicit FlickerFinder(size_t most = 10000) : mMost(most) {}
+    /// So many events later it is decided whether a read flickered.
+    static constexpr Index LOOK_AHEAD = Index{1} << 14;
+
+    /// @param most   how many are kept: the worst ones
+    /// @param found  is given each
+    explicit FlickerFinder(size_t most = 10000, std::function<void(const Flicker&)> found = nullptr)
+        : mMost(most), mFound(std::move(found)) {}
 
     /// Keeps those of one frame alone, and those that got its values.
     void keepOnly(int64_t cam, uint32_t frame) { mOnly = {cam, frame}; }
@@ -81,11 +88,9 @@ private:
     void decide(Candidate& candidate, const Tags& tags);
     void keep(Flicker flicker);
 
-    /// So many events later nothing more is expected about a read.
-    static constexpr Index LOOK_AHEAD = Index{1} << 14;
-
     size_t mMost;
     std::optional<std::pair<int64_t, uint32_t>> mOnly;
+    std::function<void(const Flicker&)> mFound;
     Recent mRecent;
     std::map<ReadKey, std::vector<Open>> mOpen;
     std::deque<Candidate> mCandidates;

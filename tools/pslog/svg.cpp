@@ -1,274 +1,324 @@
-// The timeline as a picture: a row for each frame, a lane for each tag. All lanes of a frame share one clock, which
-// starts with whatever happened to the frame first, so that a row reads as the frame's way through the pipeline.
+// The timeline as a picture: for each camera a strip of all its frames, and those that were chosen, a row for each
+// frame, a lane for each tag. All lanes of a frame share one clock, which starts with the frame's first value, so that
+// a row reads as the frame's way through the pipeline.
 
 #include <algorithm>
-#include <pugixml.hpp>
+#include <cmath>
 
+#include "flicker_text.h"
 #include "names.h"
+#include "svg_canvas.h"
+#include "svg_cell.h"
+#include "svg_marks.h"
+#include "svg_strip.h"
 #include "timeline.h"
 
 namespace pslog {
 
 namespace {
 
-constexpr int LANE_WIDTH = 170;
-constexpr int LANE_GAP = 14;
-constexpr int LEFT = 86;
-constexpr int HEADER_HEIGHT = 46;
-constexpr int LEGEND_HEIGHT = 64;
-constexpr int LEAST_WIDTH = 760;
+constexpr double LEAST_WIDTH = 800;
+constexpr double GOOD_WIDTH = 1400;  ///< of a screen; more lanes than fit into it are as narrow as can be
+constexpr double LEFT = 76;
+constexpr double RIGHT = 10;
+constexpr double LANE_GAP = 8;
+constexpr double LEAST_LANE = 150;
+constexpr double MOST_LANE = 236;
+constexpr double OTHERS_WIDTH = 170;
+constexpr size_t MOST_LANES = 24;       ///< not wider than 4000 in all
+constexpr size_t MOST_QUIET_LANES = 8;  ///< so many lanes are filled up with some that do not flicker
+constexpr double LEAST_ROW = 14;
+constexpr double HEADER_HEIGHT = 78;
+constexpr double HEADER_EVERY = 900;
 
-struct Style {
-    const char* color;
-    const char* words;
-};
-constexpr Style STYLES[] = {{"#4a86c8", "wait"},
-                            {"#d0342c", "wait that timed out"},
-                            {"#1e8a3c", "value set or delivered"},
-                            {"#e08a00", "read answered by an earlier frame"},
-                            {"#8e44ad", "read answered by frame 0"}};
+const char* colorOf(const Tally& tally) {
+    return tally.timeOuts > 0 ? color::TIMED_OUT : tally.fallBacks > 0 ? color::EARLIER_TEXT : color::GREY;
+}
 
-/// Keeps the library's own use of streams out, which ties it to one standard library.
-class Writer : public pugi::xml_writer {
-public:
-    explicit Writer(std::ostream& out) : mOut(out) {}
-    void write(const void* data, size_t size) override {
-        mOut.write(static_cast<const char*>(data), static_cast<std::streamsize>(size));
+/// A round number that is no less.
+int64_t roundUp(int64_t ms) {
+    for (int64_t ten = 10;; ten *= 10) {
+        for (const int64_t times : {2, 3, 4, 6, 8, 10}) {
+            if (ten * times >= ms) return ten * times;
+        }
     }
+}
 
-private:
-    std::ostream& mOut;
-};
+int64_t quantile(std::vector<int64_t>& values, size_t percent) {
+    if (values.empty()) return 0;
+    const auto nth = values.begin() + static_cast<std::ptrdiff_t>((values.size() - 1) * percent / 100);
+    std::nth_element(values.begin(), nth, values.end());
+    return *nth;
+}
+
+/// Round numbers of milliseconds that nearly all of what is shown fits into.
+Scale scaleOf(const Timeline& timeline) {
+    constexpr int64_t MOST_MS = 1000000;
+    std::vector<int64_t> quiet, loud, leads;
+    for (const auto& [cam, camera] : timeline.cameras()) {
+        for (const auto& [id, row] : camera.rows) {
+            const int64_t startUs = row.startUs();
+            for (const Mark& mark : row.marks) {
+                (mark.isLoud() ? loud : quiet).push_back((mark.endUs - startUs) / 1000 + 1);
+                if (mark.shape != Mark::VALUE) leads.push_back((startUs - mark.startUs) / 1000);
+            }
+        }
+    }
+    Scale scale;
+    scale.spanMs = roundUp(std::min(MOST_MS, std::max(quantile(quiet, 97), quantile(loud, 90))));
+    scale.leadMs = std::clamp(quantile(leads, 90), scale.spanMs / 8, scale.spanMs / 2);
+    return scale;
+}
+
+/// A mark for the legend.
+Mark exampleOf(Mark::Shape shape, Answer answer, int64_t startUs, int64_t endUs) {
+    Mark mark{};
+    mark.shape = shape;
+    mark.answer = answer;
+    mark.flickers = shape == Mark::READ;
+    mark.other = answer == Answer::EARLIER ? 1 : 0;
+    mark.startUs = startUs;
+    mark.endUs = endUs;
+    return mark;
+}
 
 class Picture {
 public:
-    Picture(const Timeline& timeline, const Interpreter& log) : mTimeline(timeline), mLog(log) {
-        mSvg = mDocument.append_child("svg");
-        mSvg.append_attribute("xmlns") = "http://www.w3.org/2000/svg";
-        size_t most = 1;
-        for (const auto& [cam, rows] : timeline.cameras()) most = std::max(most, rows.size());
-        mRowHeight = most <= 60 ? 20 : most <= 200 ? 10 : 5;
-        mScaleMs = scale();
-    }
+    Picture(const Timeline& timeline, const Interpreter& log)
+        : mTimeline(timeline), mLog(log), mWords(timeline.finder(), log), mScale(scaleOf(timeline)) {}
 
     void draw() {
-        size_t lanes = 0;
-        for (const auto& [cam, rows] : mTimeline.cameras()) lanes = std::max(lanes, mTimeline.lanesOf(cam).size());
-        mWidth = std::max(LEAST_WIDTH, LEFT + static_cast<int>(lanes) * (LANE_WIDTH + LANE_GAP) + 10);
-        pugi::xml_node paper = shape("rect", "#ffffff");
+        size_t lanes = 1;
+        bool hasOthers = false;
+        for (const auto& [cam, camera] : mTimeline.cameras()) {
+            const Lanes chosen = lanesOf(camera);
+            lanes = std::max(lanes, chosen.drawn.size());
+            hasOthers = hasOthers || !chosen.others.empty();
+        }
+        const double room = GOOD_WIDTH - LEFT - RIGHT - (hasOthers ? OTHERS_WIDTH : 0);
+        mLaneWidth = std::clamp(std::floor(room / static_cast<double>(lanes)), LEAST_LANE, MOST_LANE);
+        mScale.width = mLaneWidth - LABEL_ROOM - LANE_GAP;
+        mWidth = LEFT + static_cast<double>(lanes) * mLaneWidth + RIGHT + (hasOthers ? OTHERS_WIDTH : 0);
+        mWidth = std::max(LEAST_WIDTH, mWidth);
         drawLegend();
-        for (const auto& [cam, rows] : mTimeline.cameras()) drawCamera(cam, rows);
-        mSvg.append_attribute("width") = mWidth;
-        mSvg.append_attribute("height") = mY + 20;
-        mSvg.append_attribute("font-family") = "sans-serif";
-        mSvg.append_attribute("font-size") = 12;
-        place(paper, 0, 0, mWidth, mY + 20);
+        for (const auto& [cam, camera] : mTimeline.cameras()) drawCamera(cam, camera);
     }
 
-    void write(std::ostream& out) const {
-        Writer writer(out);
-        mDocument.save(writer, " ");
-    }
+    void write(std::ostream& out) { mCanvas.write(out, mWidth, mY + 16); }
 
 private:
-    pugi::xml_node shape(const char* element, const char* color) {
-        pugi::xml_node node = mSvg.append_child(element);
-        node.append_attribute("fill") = color;
-        return node;
-    }
+    /// Numbers of lanes: those that are drawn, in the order of pipes and tags, and those that are only counted.
+    struct Lanes {
+        std::vector<size_t> drawn;
+        std::vector<size_t> others;
+    };
 
-    static void place(pugi::xml_node node, double x, double y, double width, double height) {
-        put(node, "x", x);
-        put(node, "y", y);
-        put(node, "width", width);
-        put(node, "height", height);
-    }
-
-    /// With no more digits than can be seen.
-    static void put(pugi::xml_node node, const char* attribute, double value) {
-        node.append_attribute(attribute).set_value(value, 7);
-    }
-
-    pugi::xml_node text(double x, double y, const std::string& words, const char* color = "#333333") {
-        pugi::xml_node node = shape("text", color);
-        put(node, "x", x);
-        put(node, "y", y);
-        node.text() = words.c_str();
-        return node;
-    }
-
-    /// A round number of milliseconds that nearly all of what is drawn fits into.
-    int scale() const {
-        std::vector<int64_t> ends;
-        for (const auto& [cam, rows] : mTimeline.cameras()) {
-            for (const auto& [frame, row] : rows) {
-                for (const auto& [key, marks] : row.lanes) {
-                    for (const Mark& mark : marks) ends.push_back((mark.endUs - row.startUs) / 1000);
-                }
+    Lanes lanesOf(const Camera& camera) const {
+        std::map<size_t, std::pair<bool, size_t>> found;  // whether it flickers here, and how many waits
+        for (const auto& [id, row] : camera.rows) {
+            for (const Mark& mark : row.marks) {
+                found[mark.lane].first |= mark.isLoud();
+                found[mark.lane].second += mark.shape == Mark::VALUE ? 0 : 1;
             }
         }
-        if (ends.empty()) return 10;
-        std::sort(ends.begin(), ends.end());
-        const int64_t wanted = ends[(ends.size() - 1) * 98 / 100];
-        int64_t round = 4;
-        for (const int64_t least :
-             {10, 20, 40, 60, 100, 160, 200, 300, 400, 600, 1000, 2000, 4000, 10000, 20000, 40000, 100000}) {
-            round = least;
-            if (round > wanted) break;
-        }
-        return static_cast<int>(round);
+        std::vector<size_t> order;
+        for (const auto& [lane, what] : found) order.push_back(lane);
+        std::stable_sort(order.begin(), order.end(), [&](size_t a, size_t b) { return found[a] > found[b]; });
+        const auto flickering = static_cast<size_t>(
+            std::count_if(order.begin(), order.end(), [&](size_t lane) { return found[lane].first; }));
+        const size_t drawn = std::min(order.size(), std::clamp(flickering, MOST_QUIET_LANES, MOST_LANES));
+        const auto middle = order.begin() + static_cast<std::ptrdiff_t>(drawn);
+        Lanes lanes{{order.begin(), middle}, {middle, order.end()}};
+        std::sort(lanes.drawn.begin(), lanes.drawn.end(),
+                  [&](size_t a, size_t b) { return lane(a).key < lane(b).key; });
+        return lanes;
     }
+
+    const Lane& lane(size_t number) const { return mTimeline.lanes()[number]; }
+    double laneX(size_t column) const { return LEFT + static_cast<double>(column) * mLaneWidth; }
+    std::string tagOf(size_t number) const { return nameOf(lane(number).key.tag, mLog.tags()); }
 
     void drawLegend() {
-        text(10, 20, "What passed through the parameter store: a row for each frame, a lane for each tag")
-            .append_attribute("font-weight") = "bold";
-        text(10, 38,
-             std::string("Each lane runs from 0 to ") + std::to_string(mScaleMs) +
-                 " ms after the first that happened to the frame" +
-                 (mLog.hasTimes() ? "." : "; the log has no times, they are the least that the waits allow."),
-             "#666666");
+        mCanvas.text(Layer::QUIET, 10, 22, "A row for each frame, a lane for each tag", {color::TEXT, 14, true});
+        static const std::pair<Mark, const char*> ENTRIES[] = {
+            {exampleOf(Mark::TIMED_OUT, Answer::ITSELF, 0, 30), "wait that timed out"},
+            {exampleOf(Mark::READ, Answer::EARLIER, 5, 5), "value of an earlier frame, so many back"},
+            {exampleOf(Mark::READ, Answer::FRAME_0, 5, 5), "value of frame 0"},
+            {exampleOf(Mark::WAIT, Answer::ITSELF, 0, 30), "wait"},
+            {exampleOf(Mark::VALUE, Answer::NOT_KNOWN, 15, 15), "value set or delivered"}};
         double x = 10;
-        for (size_t i = 0; i < std::size(STYLES); ++i) {
-            drawMark(Mark::Shape(i), x, x + 22, LEGEND_HEIGHT - 17, 12, 3);
-            text(x + 28, LEGEND_HEIGHT - 7, STYLES[i].words);
-            x += 60 + 6.2 * static_cast<double>(std::string_view(STYLES[i].words).size());
+        for (const auto& [mark, words] : ENTRIES) {
+            Scale scale;
+            scale.spanMs = 1;
+            const double y = mark.isLoud() ? 32 : 20;
+            scale.width = 1000;
+            drawCell(mCanvas, layOut({&mark}, 2, 0, scale), {x, y, LINE_HEIGHT + QUIET_HEIGHT, 2, 0, "example"});
+            mCanvas.text(Layer::QUIET, x + 38, 44, words, {color::TEXT, 12});
+            x += 62 + widthOf(words, 12) * 0.9;
         }
-        mY = LEGEND_HEIGHT + 8;
+        const std::string clock =
+            "A row's clock starts with the frame's first value. A bar with a point goes on, for as "
+            "long as its number says. Point at a mark for its numbers.";
+        mCanvas.text(Layer::QUIET, 10, 68,
+                     clock + (mLog.hasTimes() ? "" : " The log has no times: they are the least that the waits allow."),
+                     {color::GREY, 12});
+        mY = 84;
     }
 
-    void drawCamera(int64_t cam, const std::map<uint32_t, FrameRow>& rows) {
-        const std::vector<Key> lanes = mTimeline.lanesOf(cam);
-        const size_t rowsPerHeader = static_cast<size_t>(1000 / mRowHeight);
-        size_t left = rows.size();
-        size_t drawn = 0;
-        for (const auto& [frame, row] : rows) {
-            if (drawn > 0 && drawn % rowsPerHeader == 0) mY += 16;
-            if (drawn % rowsPerHeader == 0) drawHeader(cam, lanes, std::min(left, rowsPerHeader));
-            drawRow(frame, row, lanes, drawn);
-            ++drawn;
-            --left;
+    void drawCamera(int64_t cam, const Camera& camera) {
+        const bool isWhole = camera.rows.size() >= camera.frames;
+        const std::string frames = std::to_string(camera.frames) + (camera.frames == 1 ? " frame" : " frames");
+        mCanvas.text(Layer::QUIET, 10, mY + 14,
+                     "camera " + std::to_string(cam) + ": " + frames + ", " + inWords(camera.tally),
+                     {colorOf(camera.tally), 14, true});
+        mY += 26;
+        if (!isWhole) {
+            mCanvas.text(Layer::QUIET, 10, mY + 12, "all frames", {color::GREY, 11});
+            mCanvas.text(Layer::QUIET, 10, mY + 37, "shown", {color::GREY, 11});
+            drawStrip(mCanvas, camera, LEFT, mY, mWidth - LEFT - RIGHT);
+            mY += STRIP_HEIGHT;
         }
-        mY += 10;
+        drawRows(camera);
+        mY += 14;
     }
 
-    double laneX(size_t lane) const { return LEFT + static_cast<double>(lane) * (LANE_WIDTH + LANE_GAP); }
-
-    void drawHeader(int64_t cam, const std::vector<Key>& lanes, size_t rows) {
-        text(10, mY + 16, "camera " + std::to_string(cam)).append_attribute("font-weight") = "bold";
-        text(10, mY + 40, "frame", "#666666");
-        const double top = mY + HEADER_HEIGHT;
-        const double height = static_cast<double>(rows) * mRowHeight;
-        for (size_t i = 0; i < lanes.size(); ++i) {
-            const double x = laneX(i);
-            text(x, mY + 16, shortened(nameOf(lanes[i].tag, mLog.tags()))).append_attribute("font-weight") = "bold";
-            text(x, mY + 30, "pipe " + std::to_string(lanes[i].pipe) + ", tag " + std::to_string(lanes[i].tag),
-                 "#666666");
-            place(shape("rect", "#f4f5f7"), x, top, LANE_WIDTH, height);
-            for (int part = 0; part <= 4; ++part) {
-                const double tick = x + LANE_WIDTH * part / 4.0;
-                place(shape("rect", "#d5d8dc"), tick, top - 3, 0.7, height + 3);
-                if (part % 2 != 0) continue;
-                const std::string ms = std::to_string(mScaleMs * part / 4) + (part == 4 ? " ms" : "");
-                pugi::xml_node number = text(tick, top - 5, ms, "#888888");
-                number.append_attribute("font-size") = 9;
-                if (part > 0) number.append_attribute("text-anchor") = part == 4 ? "end" : "middle";
+    void drawRows(const Camera& camera) {
+        if (camera.rows.empty()) return;
+        const Lanes lanes = lanesOf(camera);
+        double headerAt = -HEADER_EVERY;
+        RowId last{0, 0};
+        for (const auto& [id, row] : camera.rows) {
+            if (mY - headerAt >= HEADER_EVERY) {
+                headerAt = mY;
+                drawHeader(lanes);
             }
+            drawFold(last, id);
+            drawRow(id.frame, row, lanes);
+            last = id;
+        }
+        for (const RowId& end : camera.ends) {
+            if (end.stream == last.stream && end.frame == last.frame + 1) drawNote("the stream ends here");
+        }
+        if (last < camera.newest && camera.newest.frame > last.frame + 1)
+            drawFold(last, {camera.newest.stream, camera.newest.frame + 1});
+    }
+
+    void drawNote(const std::string& words) {
+        mCanvas.line(Layer::BACKGROUND, "M" + pixels(LEFT) + " " + pixels(mY + 8) + "H" + pixels(mWidth - RIGHT),
+                     color::GREY, 0.7);
+        mCanvas.rect(Layer::BACKGROUND, LEFT + 20, mY, widthOf(words, 11) + 8, 16, "#ffffff");
+        mCanvas.text(Layer::QUIET, LEFT + 24, mY + 12, words, {color::GREY, 11});
+        mY += 18;
+    }
+
+    /// The frames between two rows that are not shown.
+    void drawFold(const RowId& before, const RowId& next) {
+        if (next.stream != before.stream) return drawNote("the camera starts anew");
+        const uint32_t folded = next.frame - before.frame - 1;
+        if (folded == 0) return;
+        drawNote(std::to_string(folded) + (folded == 1 ? " frame" : " frames") + " not shown");
+    }
+
+    void drawHeader(const Lanes& lanes) {
+        mCanvas.text(Layer::QUIET, LEFT - 14, mY + HEADER_HEIGHT - 5, "frame", {color::GREY, 11, false, "end"});
+        for (size_t column = 0; column < lanes.drawn.size(); ++column) {
+            const Lane& drawn = lane(lanes.drawn[column]);
+            const double x = laneX(column), room = mLaneWidth - LANE_GAP;
+            mCanvas.text(Layer::QUIET, x, mY + 14, fitted(nameOf(drawn.key.tag, mLog.tags()), 12.5, room),
+                         {color::TEXT, 12.5, true});
+            mCanvas.text(Layer::QUIET, x, mY + 28,
+                         "pipe " + std::to_string(drawn.key.pipe) + ", tag " + std::to_string(drawn.key.tag),
+                         {color::GREY, 11});
+            drawTally(x, mY + 42, drawn.tally);
+            drawTicks(x);
+        }
+        if (!lanes.others.empty()) {
+            const double x = laneX(lanes.drawn.size());
+            mCanvas.text(Layer::QUIET, x, mY + 14, std::to_string(lanes.others.size()) + " more tags",
+                         {color::TEXT, 12.5, true});
+            mCanvas.text(Layer::QUIET, x, mY + 28, "--tag shows them", {color::GREY, 11});
         }
         mY += HEADER_HEIGHT;
     }
 
-    static std::string shortened(const std::string& name) {
-        constexpr size_t MOST = 24;
-        return name.size() <= MOST ? name : name.substr(0, MOST - 1) + "~";
-    }
-
-    void drawRow(uint32_t frame, const FrameRow& row, const std::vector<Key>& lanes, size_t index) {
-        const uint32_t every = mRowHeight >= 20 ? 1 : mRowHeight >= 10 ? 5 : 10;
-        if (frame % every == 0 || index == 0) {
-            text(LEFT - 10, mY + mRowHeight / 2.0 + 4, std::to_string(frame), "#666666")
-                .append_attribute("text-anchor") = "end";
-            place(shape("rect", "#e3e5e8"), LEFT - 6, mY, mWidth - LEFT - 4, 0.5);
+    void drawTally(double x, double y, const Tally& tally) {
+        if (tally.timeOuts + tally.fallBacks == 0) mCanvas.text(Layer::QUIET, x, y, "no flicker", {color::GREY, 11});
+        if (tally.timeOuts > 0) {
+            mCanvas.text(Layer::LOUD, x, y, inWords({tally.timeOuts, 0}), {color::TIMED_OUT, 11});
+            y += 13;
         }
-        for (size_t i = 0; i < lanes.size(); ++i) {
-            const auto cell = row.lanes.find(lanes[i]);
-            if (cell == row.lanes.end()) continue;
-            std::vector<Mark> marks = cell->second;
-            std::stable_sort(marks.begin(), marks.end(),
-                             [](const Mark& a, const Mark& b) { return rank(a) < rank(b); });
-            for (const Mark& mark : marks) drawCell(frame, row, laneX(i), mark);
-            drawBacks(frame, row, laneX(i), marks);
+        if (tally.fallBacks > 0)
+            mCanvas.text(Layer::LOUD, x, y, inWords({0, tally.fallBacks}), {color::EARLIER_TEXT, 11});
+    }
+
+    void drawTicks(double x) {
+        for (const int64_t ms : {int64_t{0}, mScale.spanMs / 2, mScale.spanMs}) {
+            mCanvas.text(Layer::QUIET, x + mScale.at(ms * 1000), mY + HEADER_HEIGHT - 5,
+                         std::to_string(ms) + (ms == mScale.spanMs ? " ms" : ""), {color::GREY, 9.5, false, "middle"});
         }
-        mY += mRowHeight;
     }
 
-    /// Waits lie below what happens in them.
-    static int rank(const Mark& mark) { return mark.shape <= Mark::TIMED_OUT ? 0 : mark.shape == Mark::VALUE ? 1 : 2; }
-
-    double pixelsOf(int64_t us) const { return static_cast<double>(us) * LANE_WIDTH / (mScaleMs * 1000.0); }
-
-    /// How far back the frames are that answered: to the right of all marks, so that it covers none.
-    void drawBacks(uint32_t frame, const FrameRow& row, double x, const std::vector<Mark>& marks) {
-        constexpr int WORD_WIDTH = 16;
-        std::string words;
-        double left = 0;
-        double width = 0;
-        for (const Mark& mark : marks) {
-            left = std::max(left, pixelsOf(mark.endUs - row.startUs) + 8);
-            const std::string word = "\u2212" + std::to_string(frame - mark.other) + " ";
-            if (mark.shape != Mark::EARLIER || words.find(word) != std::string::npos) continue;
-            words += word;
-            width += WORD_WIDTH;
+    void drawRow(uint32_t frame, const FrameRow& row, const Lanes& lanes) {
+        const int64_t startUs = row.startUs();
+        std::vector<Cell> cells;
+        double height = LEAST_ROW;
+        for (const size_t number : lanes.drawn) {
+            std::vector<const Mark*> marks;
+            for (const Mark& mark : row.marks) {
+                if (mark.lane == number) marks.push_back(&mark);
+            }
+            cells.push_back(layOut(marks, frame, startUs, mScale));
+            height = std::max(height, cells.back().lines * LINE_HEIGHT + QUIET_HEIGHT);
         }
-        if (words.empty() || mRowHeight < 20 || left + width > LANE_WIDTH) return;
-        text(x + left, mY + mRowHeight - 6, words, "#8a5500").append_attribute("font-size") = 10;
-    }
-
-    void drawCell(uint32_t frame, const FrameRow& row, double x, const Mark& mark) {
-        const double from = std::min(LANE_WIDTH - 2.0, pixelsOf(mark.startUs - row.startUs));
-        const double to = std::min<double>(LANE_WIDTH, pixelsOf(mark.endUs - row.startUs));
-        pugi::xml_node node = drawMark(mark.shape, x + from, x + to, mY + 1, mRowHeight - 2, mRowHeight >= 20 ? 3 : 2);
-        std::string words = "frame " + std::to_string(frame) + ": " + STYLES[mark.shape].words;
-        if (mark.shape == Mark::EARLIER) words += ", " + std::to_string(mark.other);
-        if (mark.endUs > mark.startUs) words += ", " + std::to_string((mark.endUs - mark.startUs) / 1000) + " ms";
-        words += ", at " + std::to_string((mark.startUs - row.startUs) / 1000) + " ms";
-        node.append_child("title").text() = words.c_str();
-    }
-
-    pugi::xml_node drawMark(Mark::Shape kind, double from, double to, double y, double height, double thickness) {
-        pugi::xml_node node = shape(kind <= Mark::VALUE ? "rect" : "path", STYLES[kind].color);
-        if (kind == Mark::VALUE) {
-            place(node, from - thickness / 2, y, thickness, height);
-        } else if (kind <= Mark::TIMED_OUT) {
-            place(node, from, y, std::max(1.0, to - from), height);
-            node.append_attribute("fill-opacity") = 0.75;
-            if (kind == Mark::TIMED_OUT && height >= 6) drawCross(to, y + height / 2);
-        } else {
-            const double r = std::min(height, 10.0) / 2;
-            const double middle = y + height / 2;
-            node.append_attribute("d") = ("M" + std::to_string(from - r) + " " + std::to_string(middle) + "l" +
-                                          std::to_string(r) + " " + std::to_string(-r) + "l" + std::to_string(r) + " " +
-                                          std::to_string(r) + "l" + std::to_string(-r) + " " + std::to_string(r) + "z")
-                                             .c_str();
+        const Tally others = drawnElsewhere(row, lanes);
+        if (others.timeOuts + others.fallBacks > 0) height = std::max(height, LINE_HEIGHT + QUIET_HEIGHT);
+        drawFrameNumber(frame, row, height);
+        std::map<uint64_t, std::string> stories;
+        for (const Flicker& flicker : row.flickers) stories[flicker.line] = mWords.storyOf(flicker);
+        for (size_t column = 0; column < cells.size(); ++column) {
+            drawGround(laneX(column), height, cells[column].flickers);
+            drawCell(mCanvas, cells[column],
+                     {laneX(column), mY, height, frame, startUs, tagOf(lanes.drawn[column]), &stories});
         }
-        return node;
+        if (others.timeOuts + others.fallBacks > 0) {
+            mCanvas.text(Layer::LOUD, laneX(lanes.drawn.size()), mY + 12, inWords(others), {colorOf(others), 11, true});
+        }
+        mY += height;
     }
 
-    void drawCross(double x, double y) {
-        pugi::xml_node cross = mSvg.append_child("path");
-        const std::string at = std::to_string(x - 9) + " " + std::to_string(y - 3);
-        cross.append_attribute("d") = ("M" + at + "l6 6m0 -6l-6 6").c_str();
-        cross.append_attribute("stroke") = "#ffffff";
-        cross.append_attribute("stroke-width") = 1.6;
+    void drawGround(double x, double height, bool isBad) {
+        mCanvas.rect(Layer::BACKGROUND, x, mY, isBad ? mLaneWidth - LANE_GAP : mScale.width, height - 0.7,
+                     isBad ? color::TINT : color::GROUND);
+        for (const int64_t ms : {int64_t{0}, mScale.spanMs / 2, mScale.spanMs}) {
+            mCanvas.rect(Layer::BACKGROUND, x + mScale.at(ms * 1000), mY, 0.7, height,
+                         ms == 0 ? "#aab1bb" : color::LIGHT);
+        }
+    }
+
+    void drawFrameNumber(uint32_t frame, const FrameRow& row, double height) {
+        const bool isBad = row.isBad();
+        mCanvas.text(isBad ? Layer::LOUD : Layer::QUIET, LEFT - 14, mY + (isBad ? 12 : height - 3.5),
+                     std::to_string(frame),
+                     {isBad ? color::TIMED_OUT : color::GREY, isBad ? 12.0 : 10.5, isBad, "end"});
+    }
+
+    Tally drawnElsewhere(const FrameRow& row, const Lanes& lanes) const {
+        Tally tally;
+        for (const Mark& mark : row.marks) {
+            if (std::find(lanes.others.begin(), lanes.others.end(), mark.lane) == lanes.others.end()) continue;
+            tally.add({mark.shape == Mark::TIMED_OUT ? 1u : 0u, mark.isFallBack() ? 1u : 0u});
+        }
+        return tally;
     }
 
     const Timeline& mTimeline;
     const Interpreter& mLog;
-    pugi::xml_document mDocument;
-    pugi::xml_node mSvg;
+    FlickerText mWords;
+    Canvas mCanvas;
+    Scale mScale;
+    double mLaneWidth = 0;
+    double mWidth = 0;
     double mY = 0;
-    int mRowHeight = 20;
-    int mScaleMs = 10;
-    int mWidth = 0;
 };
 
 }  // namespace

@@ -5,7 +5,6 @@
 
 #include "commands.h"
 #include "output.h"
-#include "paramset.h"
 #include "timeline.h"
 
 namespace pslog {
@@ -16,8 +15,7 @@ struct Options {
     LogInput log;
     std::string svg;
     std::string trace;
-    size_t frames = 500;
-    uint32_t last = THE_LAST - 1;
+    Choice choice;
     bool force = false;
 };
 
@@ -25,25 +23,31 @@ int run(const Options& options) {
     if (options.svg == options.trace) throw std::runtime_error("--svg and --trace name the same place");
     OutputFile svg(options.svg, {options.log.name, options.trace}, options.force);
     OutputFile trace(options.trace, {options.log.name, options.svg}, options.force);
-    Timeline timeline(options.frames, options.last);
+    Timeline timeline(options.choice);
     Interpreter interpreter(timeline);
-    if (readLog(options.log, interpreter).used == 0) return 1;
+    const Count count = readLog(options.log, interpreter);
+    if (count.used == 0) return 1;
+    if (timeline.isEmpty()) throw std::runtime_error("the log has nothing of these frames, tags, pipes or cameras");
     svg.write([&](std::ostream& out) { writeSvg(out, timeline, interpreter); });
     trace.write([&](std::ostream& out) { writeTrace(out, timeline, interpreter); });
-    return 0;
+    return resultOf(count);
 }
 
 }  // namespace
 
 void addTimelineCommand(Program& program) {
     const auto options = std::make_shared<Options>();
-    Subcommand command = program.add("timeline", "draw the pipeline over time", [options] { return run(*options); });
-    command.option("--svg", options->svg, "write a picture; '-' is standard output");
+    Subcommand command = program.add("timeline", "draw the frames around the worst flickers, or others",
+                                     [options] { return run(*options); });
+    command.option("--svg", options->svg, "write a picture for a browser; '-' is standard output");
     command.option("--trace", options->trace, "write JSON trace events, for a trace viewer");
     command.needsOneOf({"--svg", "--trace"});
     command.flag("--force", options->force, "replace a file that is no picture and no trace");
-    command.option("--frames", options->frames, "most frames of a camera, the newest ones", size_t{1}, size_t{100000});
-    command.option("--last", options->last, "the last frame to show");
+    command.option("--around", options->choice.around, "draw this frame and its surroundings");
+    command.option("--tag", options->choice.tags, "draw this tag alone, by number or name; may be given several times");
+    command.option("--camera", options->choice.cam, "draw this camera alone");
+    command.option("--pipe", options->choice.pipe, "draw this pipe alone");
+    command.option("--frames", options->choice.frames, "most frames of a camera", size_t{1}, size_t{100000});
     addLogInput(command, options->log);
 }
 

@@ -1,8 +1,10 @@
-// The timeline as trace events: cameras are processes, tags are threads. Waits for one tag may overlap, which a thread
-// cannot show; then they go to further threads of the same name.
+// The timeline as trace events. Cameras are processes. Threads are those of the log; if it has none, each tag has one,
+// and further ones of the same name where waits for it overlap, which a thread cannot show. An arrow leads from each
+// delivery to the waits that it ended.
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
+#include <set>
 
 #include "names.h"
 #include "timeline.h"
@@ -13,14 +15,10 @@ namespace {
 
 using nlohmann::json;
 
-constexpr int MOST_SLOTS = 16;
-
-json eventOf(const char* phase, const std::string& name, int64_t cam, int thread) {
-    return {{"ph", phase}, {"name", name}, {"pid", cam}, {"tid", thread}};
-}
-
-struct Slot {
-    int64_t busyUntil = INT64_MIN;
+struct Placed {
+    uint32_t frame;
+    const Mark* mark;
+    uint32_t thread;
 };
 
 class Writer {
@@ -28,65 +26,167 @@ public:
     Writer(const Timeline& timeline, const Tags& tags) : mTimeline(timeline), mTags(tags) {}
 
     json events() {
-        for (const auto& [cam, rows] : mTimeline.cameras()) {
-            json name = eventOf("M", "process_name", cam, 0);
-            name["args"]["name"] = "camera " + std::to_string(cam);
-            mEvents.push_back(name);
-            for (const Key& lane : mTimeline.lanesOf(cam)) writeLane(lane, rows);
+        for (const auto& [cam, camera] : mTimeline.cameras()) {
+            mProcess = cam + 1;  // viewers take 0 for the idle process
+            write("M", "process_name", 0, 0)["args"]["name"] = "camera " + std::to_string(cam);
+            for (const auto& [id, row] : camera.rows) writeArrows(writeRow(id.frame, row));
+            for (size_t lane = 0; lane < mTimeline.lanes().size(); ++lane) {
+                if (mTimeline.lanes()[lane].key.cam == cam) writeCounts(lane, camera);
+            }
+            nameThreads();
         }
         return std::move(mEvents);
     }
 
 private:
-    using Placed = std::pair<uint32_t, Mark>;
-
-    void writeLane(const Key& lane, const std::map<uint32_t, FrameRow>& rows) {
-        std::vector<Placed> marks;
-        for (const auto& [frame, row] : rows) {
-            const auto found = row.lanes.find(lane);
-            if (found == row.lanes.end()) continue;
-            for (const Mark& mark : found->second) marks.emplace_back(frame, mark);
-        }
-        std::stable_sort(marks.begin(), marks.end(),
-                         [](const Placed& a, const Placed& b) { return a.second.startUs < b.second.startUs; });
-        std::vector<Slot> slots;
-        for (const auto& [frame, mark] : marks) writeMark(lane, frame, mark, slots);
-        for (size_t i = 0; i < slots.size(); ++i) {
-            json name = eventOf("M", "thread_name", lane.cam, mThread + static_cast<int>(i));
-            name["args"]["name"] = "pipe " + std::to_string(lane.pipe) + " " + labelOf(lane.tag, mTags);
-            mEvents.push_back(name);
-        }
-        mThread += MOST_SLOTS;
+    json& write(const char* phase, const std::string& name, uint32_t thread, int64_t timeUs) {
+        mEvents.push_back({{"ph", phase}, {"name", name}, {"pid", mProcess}, {"tid", thread}, {"ts", timeUs}});
+        return mEvents.back();
     }
 
-    void writeMark(const Key& lane, uint32_t frame, const Mark& mark, std::vector<Slot>& slots) {
-        static constexpr const char* NAMES[] = {"wait", "time-out", "value", "answered by an earlier frame",
-                                                "answered by frame 0"};
-        const bool lasts = mark.endUs > mark.startUs;
-        auto slot = std::find_if(slots.begin(), slots.end(),
-                                 [&](const Slot& s) { return !lasts || s.busyUntil <= mark.startUs; });
-        if (slot == slots.end() && slots.size() < MOST_SLOTS) slot = slots.insert(slots.end(), Slot{});
-        if (slot == slots.end()) slot = slots.begin();
-        const int thread = mThread + static_cast<int>(slot - slots.begin());
-        json event = eventOf(lasts ? "X" : "i", "frame " + std::to_string(frame), lane.cam, thread);
-        event["cat"] = NAMES[mark.shape];
-        event["ts"] = mark.startUs;
-        event["args"] = {{"frame", frame}, {"what", NAMES[mark.shape]}};
-        if (mark.shape == Mark::EARLIER) event["args"]["answered by"] = mark.other;
-        if (lasts) {
-            event["dur"] = mark.endUs - mark.startUs;
-            slot->busyUntil = mark.endUs;
-            if (mark.shape == Mark::TIMED_OUT) event["cname"] = "terrible";
-        } else {
-            event["s"] = "t";
-        }
-        mEvents.push_back(event);
+    std::string tagOf(size_t lane) const {
+        const int64_t tag = mTimeline.lanes()[lane].key.tag;
+        const std::string name = nameOf(tag, mTags);
+        return name == "-" ? "tag " + std::to_string(tag) : name;
     }
+
+    std::string trackOf(size_t lane) const {
+        return "pipe " + std::to_string(mTimeline.lanes()[lane].key.pipe) + " " + tagOf(lane);
+    }
+
+    std::vector<Placed> writeRow(uint32_t frame, const FrameRow& row) {
+        std::vector<Placed> placed;
+        for (const Mark& mark : row.marks) {
+            placed.push_back({frame, &mark, threadOf(mark)});
+            writeMark(placed.back());
+            if (mark.isLoud()) writeFlicker(placed.back());
+        }
+        return placed;
+    }
+
+    /// Of a log without threads: the tag's first one that is free.
+    uint32_t threadOf(const Mark& mark) {
+        constexpr uint32_t PER_LANE = 16;
+        if (mark.thread != 0) {
+            Thread& thread = mThreads[mark.thread];
+            if (mark.shape == Mark::VALUE) thread.gives.insert(mark.lane);
+            return mark.thread;
+        }
+        const uint32_t first = static_cast<uint32_t>(mark.lane) * PER_LANE + 1;
+        uint32_t number = first;
+        while (mark.isWait() && number + 1 < first + PER_LANE && mThreads[number].busyUntil > mark.startUs) ++number;
+        Thread& thread = mThreads[number];
+        if (mark.isWait()) thread.busyUntil = mark.endUs;
+        thread.lane = mark.lane;
+        return number;
+    }
+
+    void writeMark(const Placed& placed) {
+        const Mark& mark = *placed.mark;
+        const char* const done = mark.shape == Mark::VALUE ? mark.synchronous ? "deliver " : "set "
+                                 : mark.isWait()           ? "wait for "
+                                                           : "read ";
+        json& event =
+            write("X", done + tagOf(mark.lane) + " of " + std::to_string(placed.frame), placed.thread, mark.startUs);
+        event["dur"] = std::max<int64_t>(1, mark.endUs - mark.startUs);
+        event["cat"] = mark.shape == Mark::TIMED_OUT ? "time-out"
+                       : mark.isWait()               ? "wait"
+                       : mark.shape == Mark::READ    ? "read"
+                                                     : "value";
+        event["args"] = {{"frame", placed.frame},
+                         {"pipe", mTimeline.lanes()[mark.lane].key.pipe},
+                         {"tag", mTimeline.lanes()[mark.lane].key.tag}};
+        if (mark.answer == Answer::EARLIER) event["args"]["answered by frame"] = mark.other;
+        if (mark.answer == Answer::FRAME_0) event["args"]["answered by frame"] = 0;
+        if (mark.isLoud()) event["cname"] = "terrible";
+    }
+
+    void writeFlicker(const Placed& placed) {
+        const Mark& mark = *placed.mark;
+        std::string what = "flicker: " + tagOf(mark.lane) + " of " + std::to_string(placed.frame);
+        if (mark.answer == Answer::EARLIER) what += " was that of " + std::to_string(mark.other);
+        if (mark.answer == Answer::FRAME_0) what += " was frame 0's";
+        if (!mark.isFallBack()) what += " came after the time-out";
+        json& event = write("i", what, placed.thread, mark.endUs);
+        event["cat"] = "flicker";
+        event["s"] = "p";
+        event["cname"] = "terrible";
+    }
+
+    /// An end is bound to the slice that it lies in.
+    void writeArrows(const std::vector<Placed>& row) {
+        for (const Placed& wait : row) {
+            if (wait.mark->shape != Mark::WAIT) continue;
+            const Placed* delivery = nullptr;
+            for (const Placed& value : row) {
+                const Mark& mark = *value.mark;
+                if (mark.shape == Mark::VALUE && mark.synchronous && mark.lane == wait.mark->lane &&
+                    mark.endUs <= wait.mark->endUs && mark.endUs >= wait.mark->startUs) {
+                    delivery = &value;
+                }
+            }
+            if (delivery == nullptr) continue;
+            const int64_t endUs = std::max(wait.mark->startUs, wait.mark->endUs - 1);
+            for (const auto& [phase, thread, timeUs] :
+                 {std::tuple("s", delivery->thread, std::min(endUs, delivery->mark->endUs)),
+                  std::tuple("f", wait.thread, endUs)}) {
+                json& arrow = write(phase, "wakes", thread, timeUs);
+                arrow["cat"] = "delivery";
+                arrow["id"] = mArrows;
+                if (*phase == 'f') arrow["bp"] = "e";
+            }
+            ++mArrows;
+        }
+    }
+
+    /// How many gets wait, and how many fell back so far.
+    void writeCounts(size_t lane, const Camera& camera) {
+        struct Step {
+            int64_t timeUs;
+            int waits, fallBacks;
+        };
+        std::vector<Step> steps;
+        for (const auto& [id, row] : camera.rows) {
+            for (const Mark& mark : row.marks) {
+                if (mark.lane != lane) continue;
+                if (mark.isWait()) steps.push_back({mark.startUs, 1, 0});
+                if (mark.isWait() || mark.isFallBack())
+                    steps.push_back({mark.endUs, mark.isWait() ? -1 : 0, mark.isFallBack() ? 1 : 0});
+            }
+        }
+        std::stable_sort(steps.begin(), steps.end(), [](const Step& a, const Step& b) { return a.timeUs < b.timeUs; });
+        int waits = 0, fallBacks = 0;
+        const std::string name = trackOf(lane);
+        for (const Step& step : steps) {
+            waits += step.waits;
+            fallBacks += step.fallBacks;
+            write("C", name, 0, step.timeUs)["args"] = {{"waits", waits}, {"fall-backs", fallBacks}};
+        }
+    }
+
+    /// The log has no names of threads, but what they give.
+    void nameThreads() {
+        for (const auto& [number, thread] : mThreads) {
+            std::string name = thread.lane != SIZE_MAX ? trackOf(thread.lane) : std::to_string(number);
+            for (const size_t lane : thread.gives)
+                name += (lane == *thread.gives.begin() ? " gives " : ", ") + tagOf(lane);
+            write("M", "thread_name", number, 0)["args"]["name"] = name;
+        }
+        mThreads.clear();
+    }
+
+    struct Thread {
+        std::set<size_t> gives;  ///< lanes that it sets or delivers
+        size_t lane = SIZE_MAX;  ///< that it stands for
+        int64_t busyUntil = INT64_MIN;
+    };
 
     const Timeline& mTimeline;
     const Tags& mTags;
     json mEvents = json::array();
-    int mThread = 1;
+    std::map<uint32_t, Thread> mThreads;
+    int64_t mProcess = 0;
+    uint64_t mArrows = 0;
 };
 
 }  // namespace

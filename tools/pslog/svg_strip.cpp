@@ -1,0 +1,95 @@
+// See svg_strip.h.
+
+#include "svg_strip.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "svg_marks.h"
+
+namespace pslog {
+
+namespace {
+
+constexpr double GROUND_HEIGHT = 30;
+constexpr double LEAST_TICK = 3;  ///< what a reader still sees
+
+std::string counted(uint64_t count, const char* what) {
+    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
+
+/// One is seen as well as many, but many are more.
+double tickHeight(uint64_t count) {
+    return count == 0 ? 0 : std::min(GROUND_HEIGHT / 2, 7 + 2 * std::log2(static_cast<double>(count)));
+}
+
+class Strip {
+public:
+    Strip(Canvas& canvas, const Camera& camera, double x, double y, double width)
+        : mCanvas(canvas), mCamera(camera), mX(x), mY(y), mBinWidth(width / static_cast<double>(camera.bins.size())) {
+        mCanvas.rect(Layer::BACKGROUND, x, y, width, GROUND_HEIGHT, color::GROUND);
+        mCanvas.rect(Layer::BACKGROUND, x, y + GROUND_HEIGHT / 2, width, 0.5, color::LIGHT);
+    }
+
+    void draw() {
+        const size_t labelEvery = std::max<size_t>(1, static_cast<size_t>(std::ceil(110 / mBinWidth)));
+        size_t number = 0;
+        for (const auto& [bin, tally] : mCamera.bins) {
+            drawTicks(number, bin, tally);
+            if (isShown(bin)) {
+                mCanvas.rect(Layer::LOUD, left(number), mY + GROUND_HEIGHT + 2, std::max(LEAST_TICK, mBinWidth), 4,
+                             color::TEXT);
+            }
+            if (number % labelEvery == 0 && left(number) + 60 < left(mCamera.bins.size())) {
+                mCanvas.rect(Layer::QUIET, left(number), mY + GROUND_HEIGHT, 0.7, 9, color::GREY);
+                mCanvas.text(Layer::QUIET, left(number), mY + GROUND_HEIGHT + 20,
+                             std::to_string(std::max<uint64_t>(1, uint64_t{bin.frame} << mCamera.binShift)),
+                             {color::GREY, 10});
+            }
+            ++number;
+        }
+        mCanvas.text(Layer::QUIET, left(number), mY + GROUND_HEIGHT + 20, std::to_string(mCamera.newest.frame),
+                     {color::GREY, 10, false, "end"});
+    }
+
+private:
+    double left(size_t bin) const { return mX + mBinWidth * static_cast<double>(bin); }
+
+    /// Time-outs stand below the middle, fall-backs above.
+    void drawTicks(size_t number, const RowId& bin, const Tally& tally) {
+        if (tally.timeOuts + tally.fallBacks == 0) return;
+        const double width = std::max(LEAST_TICK, mBinWidth), x = left(number), middle = mY + GROUND_HEIGHT / 2;
+        const uint64_t first = uint64_t{bin.frame} << mCamera.binShift;
+        const uint64_t last = first + (uint64_t{1} << mCamera.binShift) - 1;
+        const std::string words = (first == last ? "frame " : "frames ") + std::to_string(first) +
+                                  (first == last ? "" : " to " + std::to_string(last)) + ": " + inWords(tally);
+        const double up = tickHeight(tally.fallBacks), down = tickHeight(tally.timeOuts);
+        if (up > 0) addTitle(mCanvas.rect(Layer::LOUD, x, middle - up, width, up, color::EARLIER), words);
+        if (down > 0) addTitle(mCanvas.rect(Layer::LOUD, x, middle, width, down, color::TIMED_OUT), words);
+    }
+
+    bool isShown(const RowId& bin) const {
+        const auto row = mCamera.rows.lower_bound({bin.stream, bin.frame << mCamera.binShift});
+        return row != mCamera.rows.end() && row->first.stream == bin.stream &&
+               row->first.frame >> mCamera.binShift == bin.frame;
+    }
+
+    Canvas& mCanvas;
+    const Camera& mCamera;
+    double mX, mY, mBinWidth;
+};
+
+}  // namespace
+
+void drawStrip(Canvas& canvas, const Camera& camera, double x, double y, double width) {
+    Strip(canvas, camera, x, y, width).draw();
+}
+
+std::string inWords(const Tally& tally) {
+    std::string words;
+    if (tally.timeOuts > 0) words = counted(tally.timeOuts, "time-out");
+    if (tally.fallBacks > 0) words += (words.empty() ? "" : ", ") + counted(tally.fallBacks, "fall-back");
+    return words.empty() ? "no flicker" : words;
+}
+
+}  // namespace pslog
