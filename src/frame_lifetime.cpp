@@ -45,7 +45,7 @@ ParamSet::Erasure ParamSet::_erase(uint32_t camID, int pipe, uint32_t frameID) {
     if (loadRelaxed(ps_log_erase) != 0) storeRelaxed(ps_log, 1);
     PS_TRACE("E cam[%d] pipe[%d] frame[%d] and oldest will be erased", camID, pipe, frameID);
     PipeStore& store = pipeStore(camID, pipe);
-    PipeStore::Sweep sweep;
+    PipeStore::Sweep sweep = store.beginSweep();
     if (frameID == THE_LAST && store.frameCount() != 0) {
         PS_LOG(4, "erase all : cam %u pipe %d total %u", camID, pipe, static_cast<uint32_t>(store.frameCount()));
         store.resetFrame0(sweep);
@@ -71,7 +71,7 @@ ParamSet::Erasure ParamSet::_erase(uint32_t camID, int pipe, uint32_t frameID) {
         }
         store.dropUpTo(limit.frameID, tag, sweep);
     }
-    store.leaveRecords(sweep);
+    store.endSweep(sweep);
     if (frameID == THE_LAST) store.shrink();
     PS_TRACE("X:ret:%d, cam[%d] pipe[%d], and finaly frame[%d]save to frame[0]", result, camID, pipe, lastErased);
     storeRelaxed(ps_log, 0);

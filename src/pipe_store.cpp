@@ -37,6 +37,7 @@ void PipeStore::shrink() {
     mTagIndex.clear();
     mFrameIndex.clear();
     mFrame0 = Frame();
+    mSparePasses = {};
     forgetAll();
 }
 
@@ -181,6 +182,7 @@ FrameStatus& PipeStore::record(Frame& frame, Tag& tag) {
 
 FrameStatus* PipeStore::findRecord(Frame& frame, Tag& tag) {
     const std::map<uint32_t, FrameStatus>& records = recordsOf(frame);
+    if (records.empty()) return nullptr;
     const TagPlaces* places = frame.find(tag);
     if (places != nullptr && places->record != nullptr) return places->record;
     const bool isThere = !frame.records.isAll() && records.find(tag.id) != records.end();
@@ -219,7 +221,6 @@ void PipeStore::dropUpTo(uint32_t limit, Tag& tag, Sweep& sweep) {
     }
     auto node = mElem.mFrames.begin();
     if (node == mElem.mFrames.end() || node->first > limit) return;
-    if (sweep.passes.empty()) sweep.passes.reserve(mElem.mCheckPoint.size());
     sweep.passes.push_back({&tag, limit});
     while (node != mElem.mFrames.end() && node->first <= limit) {
         Frame* frame = frameAt(node);
@@ -251,12 +252,20 @@ void PipeStore::leaveRecordsIn(Frame& frame, const Sweep& sweep) {
     }
 }
 
-void PipeStore::leaveRecords(const Sweep& sweep) {
+PipeStore::Sweep PipeStore::beginSweep() {
+    Sweep sweep;
+    sweep.passes.swap(mSparePasses);
+    return sweep;
+}
+
+void PipeStore::endSweep(Sweep& sweep) {
     uint32_t limit = 0;
     for (const Sweep::Pass& pass : sweep.passes) limit = std::max(limit, pass.limit);
     for (auto node = mElem.mFrames.begin(); node != mElem.mFrames.end() && node->first <= limit; ++node) {
         leaveRecordsIn(*frameAt(node), sweep);
     }
+    sweep.passes.clear();
+    sweep.passes.swap(mSparePasses);
 }
 
 void PipeStore::resetFrame0(Sweep& sweep) {

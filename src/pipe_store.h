@@ -102,12 +102,13 @@ public:
         std::vector<Pass> passes;
         std::vector<Woken> woken;
     };
+    Sweep beginSweep();
     // Removes the tag's checkpoints at or below the limit, and the tag from the frames there; wakes the gets that wait
     // for it there. A frame without any value left goes. If there was any frame, the limit becomes the tag's erase
     // point.
     void dropUpTo(uint32_t limit, Tag& tag, Sweep& sweep);
     // Leaves a record of each pass in the frames that it reached and that are still there.
-    void leaveRecords(const Sweep& sweep);
+    void endSweep(Sweep& sweep);
     // Makes frame 0 wait for deliveries again; wakes who waits for any tag there.
     void resetFrame0(Sweep& sweep);
     // Gives back the memory that is not the maps'.
@@ -155,6 +156,7 @@ private:
     size_t mFrameCount = 0;
     size_t mErasePointCount = 0;
     size_t mListCount = 0;
+    std::vector<Sweep::Pass> mSparePasses;  // memory for the next sweep
 };
 
 inline PipeStore::Frame* PipeStore::findFrame(uint32_t id) {
