@@ -3,20 +3,18 @@
 #include <algorithm>
 #include <cinttypes>
 #include <cstdio>
-#include <iostream>
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "commands.h"
 #include "flicker_finder.h"
+#include "flicker_json.h"
 #include "flicker_text.h"
+#include "json_output.h"
 #include "text.h"
 
 namespace pslog {
 
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 struct Options {
     LogInput log;
@@ -26,10 +24,6 @@ struct Options {
 
 std::string orQuestion(int64_t number) {
     return number == UNKNOWN ? "?" : std::to_string(number);
-}
-
-Json orNull(int64_t number) {
-    return number == UNKNOWN ? Json() : Json(number);
 }
 
 void print(const std::vector<Flicker>& flickers, const FlickerFinder& finder, const FlickerText& text) {
@@ -47,58 +41,13 @@ void print(const std::vector<Flicker>& flickers, const FlickerFinder& finder, co
     }
 }
 
-Json jsonOf(const Reason& reason, const FlickerText& text) {
-    Json json = {{"cause", nameOf(reason.cause)},
-                 {"tag", orNull(reason.key.tag)},
-                 {"name", text.tagOf(reason.key)},
-                 {"frame", reason.frame}};
-    const auto add = [&json](const char* name, int64_t number, bool isKnown) {
-        if (isKnown) json[name] = number;
-    };
-    if (reason.orElse != Cause::NOT_KNOWN) json["or_else"] = nameOf(reason.orElse);
-    const std::string thread = text.threadOf(reason.thread);
-    if (!thread.empty()) json["whose"] = thread;
-    add("late_us", reason.lateUs, reason.lateUs != UNKNOWN);
-    add("waited_us", reason.waitUs, reason.waitUs != UNKNOWN);
-    add("busy_us", reason.busyUs, reason.busyUs != UNKNOWN);
-    add("busy_frame", reason.busyFrame, reason.busyFrame != 0);
-    add("retain", reason.retain, reason.retain != UNKNOWN);
-    add("line", static_cast<int64_t>(reason.line), reason.line != 0);
-    return json;
-}
-
-Json jsonOf(const Flicker& flicker, const FlickerText& text) {
-    static constexpr const char* ANSWERS[] = {"not known", "itself", "earlier", "frame 0"};
-    const std::optional<int64_t> off = flicker.framesOff();
-    const bool isAnswered = !flicker.failed && flicker.answer != Answer::NOT_KNOWN;
-    Json chain = Json::array();
-    for (const Reason& reason : flicker.chain) chain.push_back(jsonOf(reason, text));
-    return {{"when", text.whenOf(flicker.timeUs, flicker.line)},
-            {"line", flicker.line},
-            {"camera", orNull(flicker.key.cam)},
-            {"pipe", orNull(flicker.key.pipe)},
-            {"tag", orNull(flicker.key.tag)},
-            {"name", text.tagOf(flicker.key)},
-            {"frame", flicker.frame},
-            {"reader", text.threadOf(flicker.thread)},
-            {"answer", flicker.failed ? "nothing" : ANSWERS[static_cast<int>(flicker.answer)]},
-            {"answered_by", flicker.answeredBy == 0 ? Json() : Json(flicker.answeredBy)},
-            {"frames_off", isAnswered && off ? Json(*off) : Json()},
-            {"time_outs", flicker.timeOuts},
-            {"waited_ms", orNull(flicker.waitMs)},
-            {"cause", nameOf(flicker.root().cause)},
-            {"story", text.storyOf(flicker)},
-            {"advice", text.adviceFor(flicker)},
-            {"chain", std::move(chain)}};
-}
-
-void printJson(const std::vector<Flicker>& flickers, const FlickerFinder& finder, const FlickerText& text) {
-    Json json = {{"flickers", Json::array()}, {"causes", Json::object()}};
+void printAsJson(const std::vector<Flicker>& flickers, const FlickerFinder& finder, const FlickerText& text) {
+    nlohmann::json json = {{"flickers", nlohmann::json::array()}, {"causes", nlohmann::json::object()}};
     for (const Flicker& flicker : flickers) json["flickers"].push_back(jsonOf(flicker, text));
     for (size_t cause = 0; cause < CAUSE_COUNT; ++cause) {
         if (finder.counts()[cause] > 0) json["causes"][nameOf(static_cast<Cause>(cause))] = finder.counts()[cause];
     }
-    std::printf("%s\n", json.dump(2).c_str());
+    printJson(stdout, json, 2);
 }
 
 int run(const Options& options) {
@@ -107,11 +56,11 @@ int run(const Options& options) {
     const Count count = readLog(options.log, interpreter);
     std::vector<Flicker> flickers = finder.flickers();
     std::sort(flickers.begin(), flickers.end(), isWorse);
-    (options.json ? printJson : print)(flickers, finder, FlickerText(finder, interpreter));
+    (options.json ? printAsJson : print)(flickers, finder, FlickerText(finder, interpreter));
     if (!finder.hasCauses() && count.used > 0) {
         std::fprintf(stderr, "pslog: most causes need a log of level 5, this has %d: %s\n", count.level(), MORE_LEVELS);
     }
-    return count.used == 0 ? 1 : 0;
+    return resultOf(count);
 }
 
 }  // namespace

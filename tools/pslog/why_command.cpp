@@ -5,8 +5,10 @@
 
 #include "commands.h"
 #include "flicker_finder.h"
+#include "flicker_json.h"
 #include "flicker_text.h"
 #include "frame_story.h"
+#include "json_output.h"
 #include "text.h"
 
 namespace pslog {
@@ -17,6 +19,7 @@ struct Options {
     LogInput log;
     int64_t cam = 0;
     uint32_t frame = 0;
+    bool json = false;
 };
 
 class Both : public Listener {
@@ -60,6 +63,23 @@ void printReasons(const FlickerFinder& finder, const FlickerText& text, uint32_t
     }
 }
 
+void printAsJson(const std::vector<FrameStory::Happening>& story, const FlickerFinder& finder, const FlickerText& text,
+                 const Options& options) {
+    nlohmann::json json = {{"camera", options.cam}, {"frame", options.frame}};
+    json["story"] = nlohmann::json::array();
+    json["flickers"] = nlohmann::json::array();
+    for (const FrameStory::Happening& happening : story) {
+        json["story"].push_back({{"when", text.whenOf(happening.timeUs, happening.line)},
+                                 {"us", happening.timeUs - story.front().timeUs},
+                                 {"line", happening.line},
+                                 {"pipe", jsonOf(happening.pipe)},
+                                 {"thread", text.threadOf(happening.thread)},
+                                 {"text", happening.text}});
+    }
+    for (const Flicker& flicker : finder.flickers()) json["flickers"].push_back(jsonOf(flicker, text));
+    printJson(stdout, json, 2);
+}
+
 int run(const Options& options) {
     FlickerFinder finder;
     finder.keepOnly(options.cam, options.frame);
@@ -74,13 +94,17 @@ int run(const Options& options) {
         return 1;
     }
     const FlickerText text(finder, interpreter);
+    if (options.json) {
+        printAsJson(happenings, finder, text, options);
+        return resultOf(count);
+    }
     std::printf("camera %d frame %u\n", static_cast<int>(options.cam), options.frame);
     printStory(happenings, text, interpreter.hasTimes());
     printReasons(finder, text, options.frame);
     if (!finder.hasCauses()) {
         std::fprintf(stderr, "pslog: most causes need a log of level 5, this has %d: %s\n", count.level(), MORE_LEVELS);
     }
-    return 0;
+    return resultOf(count);
 }
 
 }  // namespace
@@ -93,6 +117,7 @@ void addWhyCommand(Program& program) {
                                      [options] { return run(*options); });
     command.option("CAM", options->cam, "camera id").required();
     command.option("FRAME", options->frame, "frame id").required();
+    command.flag("--json", options->json, "print JSON");
     addLogInput(command, options->log);
 }
 
