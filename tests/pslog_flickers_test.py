@@ -145,6 +145,13 @@ CASES = [
                       (380, "isp", "waited G 10 29"), (380, "isp", "got G 10 10")], ["G 10: late"]),
     ("plain get too early", [(300, "isp", "get S 10 9"), (310, "stats", "deliver S 10")] +
      [(30 * f + 5, "isp", f"get S {f} {f}") for f in range(1, 9)], ["S 10: late"]),
+    ("late for a value that never came", [
+        *FELL_BACK, (301, "gains", "ask S 10"), (351, "gains", "timeout S 10 50"), (351, "gains", "got S 10 9"),
+        (352, "gains", "deliver G 10")], ["S 10: never delivered", "G 10: never delivered"]),
+    ("late for a frame that was gone", [
+        *FELL_BACK, (301, "gains", "ask S 10"), (310, "other", "erase G 16 9"), (330, "stats", "deliver S 10"),
+        (351, "gains", "timeout S 10 50"), (351, "gains", "failed S 10 4"), (352, "gains", "deliver G 10")],
+     ["S 10: frame gone", "G 10: frame gone"]),
     # What is as it should be.
     ("tag without history", [(300, "isp", "get T 10 0")], []),
     ("tag that is set now and then", [(40, "other", "set Q 1"), (250, "other", "set Q 8")] +
@@ -179,8 +186,8 @@ def check(problem, pslog):
     for what, steps, expected in [
         ("store ended", [*FELL_BACK, (320, "other", "end")], ["G 10: store ended"]),
         ("log ended", FELL_BACK, ["G 10: never delivered or late"]),
-        ("another store", [*FELL_BACK, (360, "other", "begin"), (380, "gains", "deliver G 10")],
-         ["G 10: never delivered or late"]),
+        ("another store", [(360, "other", "begin"), (400, "isp", "ask G 9"), (450, "isp", "timeout G 9 50"),
+                           (450, "isp", "got G 9 0")], ["G 9: never delivered or late"]),
     ]:
         found = named(flickers_of(pslog, log_of([*BEFORE, *steps])))
         if found != expected:
@@ -205,10 +212,24 @@ def check_words(problem, pslog):
         problem(f"the numbers of a late value are wrong: {late}")
 
 
+# Gains waits 25 ms for each S, which is usual; then it is busy for 22 ms with frame 10, which is not.
+PACED = [step for f in range(1, 11) for step in [
+    (30 * f - 25, "gains", f"ask S {f}"), (30 * f, "stats", f"wake S {f}"), (30 * f, "gains", f"waited S {f} 25"),
+    (30 * f, "gains", f"got S {f} {f}"), (30 * f + (22 if f == 10 else 1), "gains", f"wake G {f}")]]
+
+
+def check_unusual(problem, pslog):
+    waits = [(276, "isp", "ask G 10"), (306, "isp", "timeout G 10 30"), (306, "isp", "got G 10 9")]
+    last = flickers_of(pslog, log_of([*PACED, *waits]))[0]["chain"][-1]
+    if (last["name"], last.get("busy_us"), last.get("busy_frame")) != ("G", 22000, 10):
+        problem(f"what a thread always does is taken for the cause: {last}")
+
+
 def main():
     problems = []
     check(problems.append, sys.argv[1])
     check_words(problems.append, sys.argv[1])
+    check_unusual(problems.append, sys.argv[1])
     for problem in problems:
         print(problem)
     return 1 if problems else 0

@@ -86,8 +86,11 @@ Index Recent::add(const Event& event) {
             break;
         }
         case EventType::WAIT: addWait(index); break;
-        case EventType::GET:
-        case EventType::FAILURE: addAnswer(index); break;
+        case EventType::FAILURE:
+            if (event.failure == Failure::NOT_REGISTERED && event.key.tag != UNKNOWN) {
+                factsOf(event.key).isUnregistered = true;
+            }
+            break;
         case EventType::STORE_ENDED: mStoreEnded = std::min(mStoreEnded, index); break;
         default: break;
     }
@@ -116,6 +119,7 @@ void Recent::assign(Index index, uint32_t number) {
     if (own.event.type == EventType::SET) thread.sets[own.event.key] += own.event.synchronous ? 2 : 1;
     const Event* before = at(own.before);
     if (before == nullptr) return;
+    if (own.event.type == EventType::GET || own.event.type == EventType::FAILURE) addAnswer(index);
     const uint64_t kind =
         own.event.type == EventType::WAIT ? kindOfWait(number, own.event) : kindOf(number, *before, own.event);
     mUsual[kind].add(stretchTo(index).us);
@@ -191,7 +195,6 @@ void Recent::addWait(Index index) {
 /// A wait's note has also what came of it.
 void Recent::addAnswer(Index index) {
     const Event& event = note(index).event;
-    if (event.failure == Failure::NOT_REGISTERED && event.key.tag != UNKNOWN) factsOf(event.key).isUnregistered = true;
     if (!event.synchronous || at(note(index).before) == nullptr) return;
     Event& before = note(note(index).before).event;
     if (before.type != EventType::WAIT || !(before.key == event.key) || before.frame != event.frame) return;
