@@ -183,6 +183,8 @@ TEST_F(PipelineTest, WrongCommandLineIsExplainedAndExitsWith2) {
         {{"--fps", "nan"}, "0.1 to 1000"},
         {{"--stall", "lens:5"}, "lens:5"},
         {{"--stall", "isp:1001"}, "1 to 1000"},
+        {{"--stall", "isp:5@9-3"}, "the last frame is before the first"},
+        {{"--stage", "drop:lens@3"}, "no such tag"},
         {{"--input", ""}, "empty file name"},
         {{"stray"}, "stray"},
         {{"--cameras", "2", "--input", "-"}, "several cameras"},

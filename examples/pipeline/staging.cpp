@@ -115,8 +115,6 @@ void Staging::add(const std::string& text) {
     if (syntax == std::end(SYNTAX)) parts.refuse("no such fault");
     Staged staged{};
     staged.fault = syntax->fault;
-    staged.module = MODULE_COUNT;
-    staged.last = UINT32_MAX;
     if (syntax->hasTag) staged.tag = tagOf(parts, parts.next());
     if (syntax->hasModule) staged.module = moduleOf(parts, parts.next());
     if (syntax->hasNumber) staged.number = static_cast<int>(parts.number(parts.next(), "it needs a number"));
@@ -126,6 +124,7 @@ void Staging::add(const std::string& text) {
         staged.first = parts.number(frames.substr(0, dash), "the frame is no number");
         staged.last = dash == std::string::npos ? staged.first
                                                 : parts.number(frames.substr(dash + 1), "the last frame is no number");
+        if (staged.last < staged.first) parts.refuse("the last frame is before the first");
     }
     if (!parts.rest.empty()) parts.refuse("too much of it");
     if (isRefused(staged.fault, staged.tag)) parts.refuse("without it the pipeline cannot go on");
