@@ -164,13 +164,29 @@ TEST_F(PslogTimelineTest, LeadsToTheFrameThatFlickers) {
         labels += shape.child_value() == std::string(MINUS) + "1";
     }
     EXPECT_EQ(ticks, 2u);
-    EXPECT_EQ(bars, 2u + 0u) << "the bar and its diamond";
+    EXPECT_EQ(bars, 2u) << "the bar and its diamond";
     EXPECT_EQ(labels, 2u) << "the legend and the row";
     EXPECT_EQ(mPicture.select_nodes("//g[@class='quiet']/following-sibling::g[@class='loud']").size(), 1u) << "on top";
 
     draw(streamOf(30, 0));
     EXPECT_EQ(count(texts(0, 70), "camera 0: 30 frames, no flicker"), 1u);
     EXPECT_EQ(count(texts(0, 130), "the stream ends here"), 1u);
+}
+
+TEST_F(PslogTimelineTest, ShowsTheFirstEpisodeAndTheHeightOfTheWorst) {
+    LogMaker log;
+    for (uint32_t frame = 1; frame <= 600; ++frame) {
+        log.at(frame * 100000);
+        log.deliver(frame, LUT, 41);
+        log.deliver(frame, AE, 42);
+        const uint32_t back = frame == 421 ? 3 : frame % 40 == 0 || frame == 413 ? 1 : 0;
+        log.wait(frame, AE, 43, 20, back > 0, frame - back);
+    }
+    pslog::Choice choice;
+    choice.frames = 20;
+    draw(log.text(), choice);
+    for (const char* frame : {"36", "40", "417", "421", "425"}) EXPECT_EQ(count(texts(0, 70), frame), 1u) << frame;
+    for (const char* frame : {"80", "413", "440"}) EXPECT_EQ(count(texts(0, 70), frame), 0u) << frame;
 }
 
 TEST_F(PslogTimelineTest, ShowsWhatIsAskedFor) {
