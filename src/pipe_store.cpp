@@ -110,11 +110,10 @@ const Buffer* PipeStore::lookUpValue(Frame& frame, Tag& tag) {
     return place != values.end() ? &rememberValue(frame, tag, place) : nullptr;
 }
 
+// Of a value whose place is unknown.
 const Buffer& PipeStore::rememberValue(Frame& frame, Tag& tag, Values::iterator place) {
-    TagPlaces& places = mFrameIndex.placesOf(frame, tag);
-    if (places.value == frame.frame->mTags.end()) ++frame.values.places;
-    places.value = place;
-    frame.values.size = static_cast<uint32_t>(frame.frame->mTags.size());
+    mFrameIndex.placesOf(frame, tag).value = place;
+    frame.values = {frame.values.places + 1, static_cast<uint32_t>(frame.frame->mTags.size())};
     return place->second;
 }
 

@@ -102,6 +102,7 @@ public:
         std::vector<Pass> passes;
         std::vector<Woken> woken;
     };
+    // Begins one; the memory is that of the one before.
     Sweep beginSweep();
     // Removes the tag's checkpoints at or below the limit, and the tag from the frames there; wakes the gets that wait
     // for it there. A frame without any value left goes. If there was any frame, the limit becomes the tag's erase

@@ -302,6 +302,23 @@ TEST(Allocation, SteadyStreamUsesAgainWhatItErases) {
     host::setLogLevel(3);
 }
 
+TEST(Allocation, ValueThatGotNoMemoryIsNotKept) {
+    zarn::ParamSet::createInstance();
+    registerTag(kTag);
+    registerTag(kOther);
+    for (uint32_t frame : {9u, 10u, 11u}) set(frame);  // the list has room for one more
+    erasePs(0, kPipe, 17);
+    set(30);  // takes the value that was kept
+    set(12, kOther);
+    tLeft = 1;
+    EXPECT_EQ(set(12), PS_NO_BUFFER);
+    EXPECT_EQ(tLeft, 0);
+    EXPECT_EQ(erasePs(0, kPipe, 18), PS_OK) << "that of the other tag was saved later";
+    EXPECT_EQ(set(31), PS_OK);
+    zarn::ParamSet::destroyInstance();
+    zarn::gTagInfo.clear();
+}
+
 TEST(Allocation, EachThatFailsEndsItsOperationAsTheHeaderSays) {
     host::setLogLevel(0);
     prepare();
