@@ -4,6 +4,7 @@
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -299,6 +300,22 @@ TEST(Allocation, SteadyStreamUsesAgainWhatItErases) {
     RecordProperty("allocations of 100 frames", std::to_string(inFrames));
     zarn::ParamSet::destroyInstance();
     zarn::gTagInfo.clear();
+    host::setLogLevel(3);
+}
+
+TEST(Allocation, StoresThatEndLeaveNothingBehind) {
+    host::setLogLevel(0);
+    const auto buildAndEnd = [](int stores) {
+        for (int i = 0; i < stores; ++i) {
+            zarn::ParamSet::createInstance();
+            zarn::ParamSet::destroyInstance();
+            zarn::ParamSet::destroyInstance();
+        }
+    };
+    buildAndEnd(10);
+    const size_t before = mallinfo2().uordblks;
+    buildAndEnd(1000);
+    EXPECT_LT(mallinfo2().uordblks, before + 1000 * sizeof(void*));
     host::setLogLevel(3);
 }
 
