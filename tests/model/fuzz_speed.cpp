@@ -23,5 +23,5 @@ extern "C" int pthread_cond_clockwait(pthread_cond_t*, pthread_mutex_t*, clockid
 }
 
 extern "C" const char* __asan_default_options() {
-    return "allocator_may_return_null=1:malloc_context_size=3:quarantine_size_mb=16";
+    return "allocator_may_return_null=1:malloc_context_size=1:quarantine_size_mb=1:thread_local_quarantine_size_kb=256";
 }
