@@ -35,6 +35,8 @@ private:
     }
 
     static void checkPipe(PipeStore& pipe, std::string& text) {
+        // Told of changes, which it looks at when it is used next.
+        if (pipe.mChanges != changeCount()) return;
         const auto expect = [&](bool holds, const char* what, uint32_t id = 0) {
             if (!holds) text += std::string(what) + " " + std::to_string(id) + "\n";
         };
