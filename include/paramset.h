@@ -143,7 +143,7 @@ PARAMSET_API void registerPsDynamicParam(uint32_t tag, uint32_t size, int tagTyp
                                          const char* dataType);
 
 /**
- * Registers a tag with a retain number of the caller's.
+ * Registers a tag with a retain number that the caller chooses.
  *
  * @param retainNum  an erase of a frame removes the values that are this many or more frames behind it. For type 2 it
  *                   is the number of checkpoints that the history holds. Numbers below 7 are ignored: they give 6, or 1
@@ -194,8 +194,8 @@ PARAMSET_API uint32_t getPsParam(uint32_t cam, int32_t pipe, uint32_t frame, uin
  *
  * A frame that does not have the tag yet gets a buffer and a checkpoint, and is made if it does not exist; a frame that
  * has it is overwritten in place. Frame 0, a tag of type 1 and a frame at or below the erase point go to frame 0.
- * A new checkpoint first lets the history be trimmed: to 299 checkpoints, or for type 2 to one less than the retain
- * number; what is trimmed moves the erase point.
+ * Before a checkpoint is added, the history is trimmed: to 299 checkpoints, or for type 2 to one less than the retain
+ * number. The last checkpoint that is trimmed becomes the erase point.
  *
  * @param cam    camera id, 0 to 4
  * @param pipe   pipe index, 0 to 13
@@ -636,9 +636,9 @@ public:
      * tools and set-up. Null, and a line at level 1, if there is no such camera; a line at level 5 else.
      *
      * The members are for reading; frames change by their own operations. The store remembers where in the maps things
-     * are: after a change by other means call this again before the store is used. Without that the store notices a map
-     * that has another size, another frame 0, and another frame in the entry of one; it does not notice as many entries
-     * put in as taken out, and may then use what is gone.
+     * are: after a change by other means call this again before the store is used. Without that call the store notices
+     * if the size of a map, frame 0 or the frame in an entry has changed. It does not notice if a program adds as many
+     * entries as it removes, and may then use freed memory.
      */
     PARAMSET_API cam_elem* getPsHandle(uint32_t cam);
 
@@ -664,18 +664,19 @@ private:
     friend struct IndexCheck;  // a test's
 
     class Hold;       // keeps the store alive for the length of a call
-    class Pipes;      // what each pipe holds, and where
+    class Pipes;      // the pipes of all cameras, and the registry as the store reads it
     struct Request;   // an access to a value
     struct Answer;    // what answers it
     struct Awaited;   // what a synchronous get found
     struct Writable;  // where a synchronous set writes
-    struct Erasure;   // what an erase came to
+    struct Erasure;   // the outcome of an erase
     struct Command;   // for the external processor
-    struct Layout;    // holds the data members in their places
+    struct Layout;    // checks at compile time that no data member moves
 
     ParamSet();
 
-    // Begins an access to a pipe: notices what others have changed there. Camera and pipe are within their limits.
+    // Begins an access to a pipe: if a program has changed the pipe, forgets the remembered addresses. Camera and pipe
+    // must be within their limits.
     PipeStore& pipeStore(uint32_t camID, int pipe) PARAMSET_REQUIRES(mMutex);
     // The registry as this store reads it.
     TagReader& tagReader() PARAMSET_REQUIRES(mMutex);
@@ -683,7 +684,8 @@ private:
     Request requestFor(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, int modifiable)
         PARAMSET_REQUIRES(mMutex);
 
-    // Resolution. A buffer is returned where its frame holds it, and counted by nobody; an empty one is none.
+    // Resolution. A buffer is returned as a reference to the frame's own entry, without counting a reference. An empty
+    // shared pointer means that there is no buffer.
 
     // What answers a plain get, or where a plain set writes. Refuses a pipe out of limit.
     Answer getParamInternal(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, int modifiable)
@@ -713,8 +715,8 @@ private:
         PARAMSET_EXCLUDES(mMutex);
     uint32_t _setParamSyn(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag, void* data)
         PARAMSET_EXCLUDES(mMutex);
-    // What answers the synchronous get of frame 0, or of another frame. The lock is the mutex's, and is released for
-    // the time of a wait: nothing that was looked up before is good afterwards.
+    // What answers the synchronous get of frame 0, or of another frame. The lock holds mMutex. A wait releases it, so
+    // everything that was looked up before the wait must be looked up again.
     Awaited awaitF0(const Request& request, StoreLock& lock, uint32_t timeout) PARAMSET_REQUIRES(mMutex);
     Awaited awaitFrame(const Request& request, StoreLock& lock, uint32_t timeout) PARAMSET_REQUIRES(mMutex);
     // The frame that is named, made if there is none, and its buffer.
@@ -743,7 +745,7 @@ private:
     std::unique_ptr<Pipes> mPipes PARAMSET_PT_GUARDED_BY(mMutex);
 };
 
-/** The one kind of value that there is: plain bytes. */
+/** The only specialisation: values are plain bytes. */
 template <>
 PARAMSET_API void ParamSet::register_tag<char>(uint32_t tag, param_creator_t<char>* creator, int tagType,
                                                const char* name, const char* dataType, int retainNum);

@@ -1,7 +1,7 @@
-// What the library does when there is no memory (but for a string's, where the C++ library allocates it): it says so,
-// and ends the process. It is built without exceptions, and one that passed through it would leave its mutex locked
-// behind a caller that catches it. The version script keeps this to the library: a program's own operator new is what
-// it falls back on, as everywhere.
+// If an allocation of the library fails, it prints a line and ends the process. The exception is the memory of a
+// std::string that the C++ library allocates. The library is built without exceptions: one that passed through it would
+// leave its mutex locked, even if the caller caught it. The version script makes this operator new the library's alone.
+// It calls the global one, which a program may replace.
 
 #include <new>
 

@@ -1,5 +1,5 @@
-// Counts the changes that others than PipeStore may have made to what pipes and frames hold. PipeStore compares the
-// count at the begin of each access, and forgets where things were if it differs. Thread-safe.
+// Counts the changes to pipes and frames that were, or may have been, made by others than PipeStore. PipeStore compares
+// the count at the beginning of each access, and forgets its remembered addresses if it differs. Thread-safe.
 
 #ifndef PARAMSET_CHANGES_H
 #define PARAMSET_CHANGES_H

@@ -1,6 +1,6 @@
 // Commands for parameters that live in an external processor: forwarded through the installed operations, with the
-// camera's handles. Takes no lock; the handles and operations are set before commands are issued. A pointer that is
-// replaced while commands run is still read whole.
+// camera's handles. Takes no lock; the handles and operations are set before commands are issued. Pointers are read and
+// written atomically: if one is replaced while a command runs, the command sees either the old or the new one.
 
 #include <cstring>
 #include <iterator>
@@ -35,7 +35,7 @@ T readFrom(const void* in) {
     return value;
 }
 
-// Calls an operation that is there, for a camera that is there.
+// Calls an operation, unless its slot is null or there is no such camera.
 template <typename Operation, typename... Args>
 uint32_t call(Operation const& slot, const cam_elem* elem, size_t handle, Args... args) {
     const Operation operation = load(slot);
@@ -44,7 +44,7 @@ uint32_t call(Operation const& slot, const cam_elem* elem, size_t handle, Args..
     return static_cast<uint32_t>(operation(load(elem->mHandle[handle]), args...));
 }
 
-// Whether an operation that is there reads a value that the caller did not give.
+// Whether the operation is installed and would read a value at the caller's null pointer.
 bool lacksInput(const zarn_ops& ops, uint32_t code, const void* in) {
     if (in != nullptr) return false;
     switch (code) {
@@ -87,7 +87,7 @@ void ParamSet::setPsHandle(uint32_t cam, void* handle0, void* handle1, void* han
     for (size_t i = 0; i < std::size(handles); ++i) store(it->second->mHandle[i], handles[i]);
 }
 
-// A program that is given the pipes may change them.
+// The caller may change the pipes through the pointer, so this counts as a change.
 cam_elem* ParamSet::getPsHandle(uint32_t cam) {
     announceChange();
     return const_cast<cam_elem*>(std::as_const(*this).getPsHandle(cam));
@@ -112,7 +112,7 @@ int ParamSet::getParamExternal(uint32_t cam, int32_t /*pipe*/, uint32_t /*frame*
         return -1;
     }
     if (elem == nullptr) return -1;
-    // The data may be null: a number, since arithmetic on a null pointer is undefined.
+    // Calculated as an integer: the data may be null, and arithmetic on a null pointer is undefined.
     const uintptr_t address = reinterpret_cast<uintptr_t>(data) + kExternalDataOffset;
     return cmd3(load(elem->mHandle[6]), static_cast<int32_t>(tag), reinterpret_cast<void*>(address));
 }

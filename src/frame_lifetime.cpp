@@ -1,6 +1,6 @@
-// How values go by request: the explicit erase of a pipe's old frames, which saves the newest erased value of each tag
-// into frame 0 and wakes the readers of what it erases. (New values trim their own history: PipeStore::autoErase.) The
-// entry takes ParamSet::mMutex; everything below it runs with mMutex held.
+// The explicit erase of a pipe's old frames. It saves the newest erased value of each tag into frame 0 and wakes the
+// gets that wait for what it erases. (Trimming, by which a new value removes old ones, is PipeStore::autoErase.) The
+// entry takes ParamSet::mMutex; everything that it calls runs with mMutex held.
 
 #include "src/hold.h"
 #include "src/pipes.h"
@@ -11,7 +11,7 @@ namespace zarn {
 
 struct ParamSet::Erasure {
     uint32_t result;
-    std::vector<Woken> woken;  // to be woken again when mMutex is released
+    std::vector<Woken> woken;  // to be notified again after mMutex is released
 };
 
 namespace {
@@ -19,11 +19,11 @@ namespace {
 constexpr uint32_t kLowestErasableFrame = 8;
 constexpr uint32_t kMetadataRetainNum = 6;
 
-// What an erase request means for one tag: everything at or below the limit goes.
+// What an erase request means for one tag: its values at or below the limit are removed.
 struct EraseLimit {
     bool skipped;
-    bool counts;  // whether the closing line may name it
-    uint32_t frameID;
+    bool counts;       // the log line at the end of the erase shows the last limit that counts
+    uint32_t frameID;  // the limit
 };
 
 EraseLimit eraseLimitOf(const PipeStore::Tag& tag, uint32_t frameID) {
@@ -38,7 +38,7 @@ EraseLimit eraseLimitOf(const PipeStore::Tag& tag, uint32_t frameID) {
 }  // namespace
 
 ParamSet::Erasure ParamSet::_erase(uint32_t camID, int pipe, uint32_t frameID) {
-    // Only for its two lines, which frame the erase in the log.
+    // Only for the lines that a frame logs when it is built and destroyed: they enclose the erase in the log.
     const ParamFrame scratch(camID, frameID, this, &gTagInfo);
     if (frameID < kLowestErasableFrame) return {PS_OK, {}};
 
@@ -78,7 +78,6 @@ ParamSet::Erasure ParamSet::_erase(uint32_t camID, int pipe, uint32_t frameID) {
     return {result, std::move(sweep.woken)};
 }
 
-// Copies what a read of the frame would see into frame 0.
 uint32_t ParamSet::saveToF0(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag) {
     const Answer read = getParamInternal(camID, pipe, frameID, tag, 0);
     return _setParam(camID, pipe, 0, tag, read.value.get());

@@ -1,5 +1,5 @@
 // Which buffer answers a request for (camera, pipe, frame, tag): the frame's own, the one of the newest earlier frame
-// that was given a value, or the one of the pipe's frame 0; and the plain get and set on top of it.
+// that was given a value, or the one of the pipe's frame 0. Also the plain get and set, which copy from and to it.
 // Everything here runs with ParamSet::mMutex held by the caller.
 
 #include <cstring>
@@ -11,7 +11,7 @@ namespace zarn {
 
 namespace {
 
-// The retain number that would have kept the tag's value for this frame, as the log names it.
+// The smallest retain number with which the frame would be above the erase point; for the log.
 int32_t neededLife(const tag_info_t& info, uint32_t frameID, uint32_t erasePoint) {
     return static_cast<int32_t>(erasePoint - frameID + static_cast<uint32_t>(info.mRetainNum) + 1);
 }
@@ -71,8 +71,8 @@ const Buffer& ParamSet::getF0(const Request& request) {
     PipeStore::Frame& f0 = request.pipe.frame0();
     if (const Buffer* own = request.pipe.value(f0, request.tag)) return *own;
     const Buffer& made = request.pipe.createTag(f0, request.tag);
-    // A read would give away what the allocator left there. A write may have nothing to copy: an erase that saves a
-    // value finds none if the tag was registered late.
+    // Zeros, so that no read returns uninitialised memory. A write needs them too, since it may copy nothing: an erase
+    // finds no value to save if the tag was registered after it was set.
     if (made != nullptr && request.tag.registered->hasLibraryCreator()) {
         std::memset(made.get(), 0, getSize(request.tag.registered));
     }
@@ -89,7 +89,7 @@ uint32_t ParamSet::findRelated(const Checkpoints* ids, uint32_t desID) {
     return related;
 }
 
-// A write needs its frame in the pipe; a read does without.
+// For a write the pipe must have the frame; for a read it need not.
 const Buffer& ParamSet::permiProc(const Request& request) {
     auto& [pipe, tag, frameID, modifiable] = request;
     const Checkpoints* ids = pipe.checkpoints(tag);
@@ -97,7 +97,7 @@ const Buffer& ParamSet::permiProc(const Request& request) {
         const uint32_t related = findRelated(ids, frameID);
         PS_TRACE("cam %u pipe %d tag %d destID %u relatedID:%u", pipe.camID(), pipe.pipe(), tag.id, frameID, related);
         if (related == 0) return getF0(request);
-        // The checkpoint's frame may have gone with another tag's last value.
+        // The checkpoint's frame may be gone: it is removed with its last value, even if this tag still lists it.
         PipeStore::Frame* checkpoint = pipe.findFrame(related);
         const Buffer* value = checkpoint != nullptr ? pipe.value(*checkpoint, tag) : nullptr;
         return value != nullptr ? *value : kNoBuffer;
@@ -141,7 +141,7 @@ uint32_t ParamSet::_setParam(uint32_t camID, int pipe, uint32_t frameID, uint32_
     if (size == 0 || data == nullptr || value == nullptr) {
         PS_LOG(1, "fail " PS_COPY_TEXT, camID, pipe, frameID, tag, value.get(), data, size);
     } else {
-        // An erase may save what frame 0 itself answered: then both are the same buffer.
+        // If an erase saves a value that frame 0 itself answered, source and target are the same buffer.
         std::memmove(value.get(), data, size);
         PS_TRACE("success " PS_COPY_TEXT, camID, pipe, frameID, tag, value.get(), data, size);
         result = PS_OK;

@@ -1,4 +1,4 @@
-// Holding the store: its beginning and its end. Takes no lock; createInstance keeps publications apart.
+// How a store is published, retired and destroyed. Takes no lock; createInstance lets one thread at a time publish.
 
 #include "src/hold.h"
 
@@ -21,7 +21,8 @@ void ParamSet::Hold::publish(const std::shared_ptr<ParamSet>& store) {
     record.mOwner = store;
     record.mStore.store(store.get(), std::memory_order_relaxed);
     record.mUsers.store(1, std::memory_order_release);
-    // The pointer that calls look at comes last here and goes first in retire: whoever finds it null finds no store.
+    // sCurrent is what calls look at. It is set last here and cleared first in retire, so a call that finds it null
+    // finds no store anywhere.
     std::atomic_store(&sInstance, store);
     sCurrent.store(&record, std::memory_order_release);
 }
@@ -29,7 +30,7 @@ void ParamSet::Hold::publish(const std::shared_ptr<ParamSet>& store) {
 void ParamSet::Hold::retire() {
     Record* record = sCurrent.exchange(nullptr, std::memory_order_acq_rel);
     if (record == nullptr) return;
-    // A store that was published meanwhile stays.
+    // If another store was published meanwhile, sInstance keeps that one.
     std::shared_ptr<ParamSet> store = record->mOwner;
     std::atomic_compare_exchange_strong(&sInstance, &store, std::shared_ptr<ParamSet>());
     store.reset();

@@ -2,9 +2,9 @@
 //
 // One pointer, sCurrent, decides whether there is a store: for calls, for getInstance and for createInstance alike. It
 // points to a record that counts the users of one store: the store's own existence, and each running call. A call adds
-// itself unless the count is 0. destroyInstance takes the pointer away, and then the user that stands for the store's
-// existence; whoever takes the last user away destroys the store. Records are reused and never freed, so that a call
-// may look at one late: it then finds no users, or those of another store.
+// itself unless the count is 0. destroyInstance clears the pointer, then removes the user that stands for the store's
+// existence. Whoever removes the last user destroys the store. Records are reused and never freed: a call that has read
+// the pointer may look at its record late, and then finds no users, or those of another store.
 // tests/protocol/hold.pml is a model of this.
 
 #ifndef PARAMSET_HOLD_H
@@ -16,7 +16,7 @@
 
 namespace zarn {
 
-// The store for the length of one call; none if there is none.
+// Keeps the store alive during one call. Empty if there is no store.
 class ParamSet::Hold {
 public:
     Hold();
@@ -30,17 +30,17 @@ public:
     ParamSet* operator->() const { return mStore; }
     ParamSet& operator*() const { return *mStore; }
 
-    // The store that calls find now, not held; null if there is none.
+    // The store that calls find now, null if there is none. Does not keep it alive.
     static ParamSet* current();
-    // Makes sInstance own a store, and lets calls find it. Calls to this exclude one another.
+    // Makes sInstance own a store, and lets calls find it. The caller keeps other threads from publishing meanwhile.
     static void publish(const std::shared_ptr<ParamSet>& store);
-    // Lets no further call find the store, and takes it from sInstance.
+    // From now on no call finds the store, and sInstance no longer owns it.
     static void retire();
-    // Lets no store be found or built any more. Waits for threads that build or retire one, but not for long: it may be
-    // this very thread. Tells whether calls still use a store.
+    // From now on no store is found or built. Waits for threads that build or retire one; the wait is bounded, because
+    // it may be this very thread. Returns whether calls still use a store.
     static bool end();
 
-    // The building of a store, for as long as this lives. One at a time.
+    // Lives while a store is being built. One at a time.
     class Creation {
     public:
         Creation() { sIsRunning = true; }
@@ -64,14 +64,14 @@ private:
         std::atomic<size_t> mUsers{0};           // 0: unused, or its store is being destroyed
         std::atomic<ParamSet*> mStore{nullptr};  // null: unused
         std::shared_ptr<ParamSet> mOwner;        // changed only while nobody else is a user
-        Record* mNext = nullptr;                 // of all records
+        Record* mNext = nullptr;                 // in the list of all records
     };
 
     static bool addUser(Record& record);
     static void release(Record& record) {
         if (record.mUsers.fetch_sub(1, std::memory_order_acq_rel) == 1) destroyStore(record);
     }
-    // Rare, and kept out of the calls' way.
+    // Rare, so it is kept out of the code of every call.
     [[gnu::cold]] static void destroyStore(Record& record);
     static Record& unusedRecord();
 
@@ -84,7 +84,7 @@ private:
 };
 
 inline ParamSet::Hold::Hold() {
-    // Without a user the record has lost its store since it was read here: look again.
+    // If the record has no user, its store was retired after sCurrent was read: read again.
     while (Record* record = sCurrent.load(std::memory_order_acquire)) {
         if (!addUser(*record)) continue;
         mRecord = record;

@@ -21,7 +21,7 @@ uint32_t ParamSet::_setMetadata(uint32_t camID, uint32_t frameID, const camera_m
 
     PipeStore::Frame* frame = pipe.findFrame(frameID);
     if (frame == nullptr) frame = &pipe.addFrame(frameID);
-    // A frame that is stored to again is listed again.
+    // Every call adds an entry, even if the frame is listed already.
     pipe.addCheckpoint(tag, frameID);
     frame->frame->setMetadata(metadata);
     return PS_OK;
@@ -42,7 +42,7 @@ camera_metadata* ParamSet::_getMetadata(uint32_t camID, uint32_t frameID) {
     if (related == 0) return f0.getMetadata();
     PipeStore::Frame* frame = pipe.findFrame(related);
     if (frame == nullptr) {
-        // It held nothing but metadata, and went with another tag's erase while the list still names it.
+        // A frame is removed with its last value, even if it has metadata. The metadata's list still names it.
         PS_LOG(2, "fail to match accurate metadata, but give frame 0");
         return f0.getMetadata();
     }

@@ -1,6 +1,6 @@
 // The core of the store: the tag registry, the one instance and its layout, a frame's container, and the plain get and
-// set entries. gTagInfo is inserted into under gRigisterMutex and read under no lock; sInstance is touched with atomic
-// operations only; what lies below mElem is guarded by mMutex.
+// set entries. gTagInfo changes under gRigisterMutex; operations read its entries without a lock, through TagTable.
+// sInstance is accessed with atomic operations only. What the pipes hold is guarded by mMutex.
 
 #include "paramset.h"
 
@@ -13,11 +13,11 @@
 
 namespace zarn {
 
-// Destroyed in reverse order.
+// Destroyed in reverse order of their definitions: sAtUnload first, the registry last.
 std::map<uint32_t, tag_info_t> gTagInfo;
 std::mutex gRigisterMutex;
 std::shared_ptr<ParamSet> ParamSet::sInstance;
-ParamSet::Hold::AtUnload ParamSet::Hold::sAtUnload;  // before them all
+ParamSet::Hold::AtUnload ParamSet::Hold::sAtUnload;
 
 int ps_log = 0;
 int ps_log_tag = 0;
@@ -35,7 +35,7 @@ int32_t retainNumOf(int tagType, int asked) {
     return tagType == kTagTypeStatic ? kStaticRetainNum : kDynamicRetainNum;
 }
 
-// A name of its own for the log: compilers disagree about that of a specialised template.
+// An ordinary function, because the log shows its name: compilers disagree about __func__ in a specialised template.
 void register_tag(uint32_t tag, const std::shared_ptr<param_creator_t<char>>& creator, bool isLibrarys, int tagType,
                   const char* name, const char* dataType, int retainNum) {
     const std::optional<bool> isRegistered = TagTable::isRegistered(tag);
@@ -46,7 +46,7 @@ void register_tag(uint32_t tag, const std::shared_ptr<param_creator_t<char>>& cr
 
     if (TagTable::hasEnded()) return;
     const std::lock_guard<std::mutex> lock(gRigisterMutex);
-    // If another thread has registered the tag since it was looked for, the later registration stands.
+    // If another thread has registered the tag since isRegistered answered "no", this registration replaces that one.
     const bool isThere = isRegistered == std::nullopt && gTagInfo.count(tag) != 0;
     if (TagTable::hasEnded() || isThere) return;
     tag_info_t& info = TagTable::newEntry(tag);
@@ -135,7 +135,7 @@ ParamSet::Hold::AtUnload::~AtUnload() {
 
 namespace {
 
-// Bound to the frame that it is a member of, and so never outlives it.
+// Part of the frame's mMetadata, so the frame still exists when this runs.
 struct MetadataDeleter {
     const ParamFrame* frame;
 
@@ -162,7 +162,7 @@ ParamFrame::~ParamFrame() {
     PS_LOG(5, "delete cam[%d] frame[%d], and total tag Num:%d", mCamID, mFrameID, getActiveTagSize());
 }
 
-// The creator runs first: it may be a program's own, and use the frame.
+// The creator runs before the frame changes, because a program's own creator may use the frame.
 std::shared_ptr<void> ParamFrame::createTag(uint32_t tag, void* src) {
     const std::shared_ptr<creator_base_t> creator = creatorOf(*mTagInfo, tag);
     if (creator == nullptr) {

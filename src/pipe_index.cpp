@@ -1,4 +1,4 @@
-// The rare paths of the index: something new is met, something is forgotten.
+// The rare paths of the index: adding entries and forgetting them.
 
 #include "src/pipe_index.h"
 

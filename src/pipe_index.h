@@ -1,6 +1,5 @@
-// Where in the maps of one pipe things are. The nodes of a map do not move, so their addresses are remembered here, and
-// what was found once is found again in one step. The maps stay the truth: nothing but addresses is kept, and all of
-// them may be forgotten at any time.
+// An index of one pipe's maps. The nodes of a map do not move, so their addresses are remembered here, and the next
+// look-up takes one step. The maps stay the truth: the addresses may be forgotten at any time.
 // Used by PipeStore alone. Guarded by ParamSet::mMutex.
 
 #ifndef PARAMSET_PIPE_INDEX_H
@@ -26,7 +25,7 @@ using Checkpoints = std::vector<uint32_t>;                       // ascending fr
 // A tag in one pipe.
 struct IndexedTag {
     uint32_t id;
-    uint32_t number;                            // the tags of a pipe are numbered in the order in which it met them
+    uint32_t number;                            // 0, 1, 2 ... in the order in which the pipe's tags were first used
     const RegisteredTag* registered = nullptr;  // null: not registered
     uint32_t* erasePoint = nullptr;             // null: unknown
     std::shared_ptr<Checkpoints>* checkpoints = nullptr;  // null: unknown
@@ -35,7 +34,7 @@ struct IndexedTag {
 
 class TagIndex {
 public:
-    // The tag, made if the pipe has not met it. Stays valid until clear.
+    // The tag's entry, made at its first use in the pipe. Stays valid until clear.
     IndexedTag& of(uint32_t id) {
         if (mLast != nullptr && mLast->id == id) return *mLast;
         IndexedTag* known = mSlots.empty() ? nullptr : slotOf(id).tag;
@@ -48,14 +47,14 @@ public:
 private:
     friend struct IndexCheck;  // a test's
 
-    // Open addressing; at most half of the slots are taken. As many as 2 to the power of a number.
+    // A hash table with open addressing. Its length is a power of two; at most half of it is taken.
     struct Slot {
         uint32_t id;
         IndexedTag* tag;  // null: free
     };
 
     Slot& slotOf(uint32_t id) {
-        constexpr uint32_t kSpread = 0x9E3779B1u;  // 2^32 by the golden ratio: neighbouring ids do not share a slot
+        constexpr uint32_t kSpread = 0x9E3779B1u;  // 2^32 divided by the golden ratio: spreads neighbouring ids
         size_t i = (id * kSpread) >> mShift;
         while (mSlots[i].tag != nullptr && mSlots[i].id != id) i = (i + 1) & (mSlots.size() - 1);
         return mSlots[i];
@@ -63,12 +62,12 @@ private:
     [[gnu::cold]] IndexedTag& add(uint32_t id);
 
     std::vector<Slot> mSlots;
-    int mShift = 32;  // leaves as many of 32 bits as number a slot
+    int mShift = 32;  // 32 minus the bits of a slot's number
     std::deque<IndexedTag> mAll;
-    IndexedTag* mLast = nullptr;  // asked for last, and often asked for again
+    IndexedTag* mLast = nullptr;  // of the last look-up; the next one is often for the same tag
 };
 
-// A value and a record of one tag in one frame.
+// Where the value and the record of one tag are in one frame.
 struct TagPlaces {
     Values::iterator value;  // end: unknown
     FrameStatus* record;     // null: unknown
@@ -76,15 +75,15 @@ struct TagPlaces {
 
 // How much of a map is remembered.
 struct Known {
-    uint32_t places = 0;
-    uint32_t size = 0;  // of the map, when it was last used here
+    uint32_t places = 0;  // remembered entries
+    uint32_t size = 0;    // size of the map when it was last used here
 
     bool isAll() const { return places == size; }
 };
 
 // A frame of one pipe.
 struct IndexedFrame {
-    // Places by the numbers of their tags, in pieces: a frame with few tags of many is small.
+    // An array by the tag's number, allocated in pieces: a frame that has few of many tags needs few pieces.
     static constexpr size_t kPiece = 32;
     using Piece = std::array<TagPlaces, kPiece>;
 
@@ -95,7 +94,7 @@ struct IndexedFrame {
     Known records;
     std::vector<std::unique_ptr<Piece>> pieces;
 
-    // Nothing is known of its maps but how large they are.
+    // Starts anew: notes the sizes of the frame's maps, with no entry remembered.
     void noteSizes();
 
     // Null: nothing is known of the tag in this frame.
@@ -114,15 +113,15 @@ public:
         IndexedFrame& frame = mRing[id & mMask];
         return frame.frame != nullptr && frame.id == id ? &frame : nullptr;
     }
-    // The frame must be unknown. May forget another one.
+    // The frame must be unknown. If the ring cannot grow, the frame that had its slot is forgotten.
     IndexedFrame& add(Frames::iterator node);
     void forget(IndexedFrame& frame);
     void forgetAll();
-    // As forgetAll, and gives the memory back.
+    // As forgetAll, and frees the memory.
     void clear();
     size_t size() const { return mSize; }
 
-    // What is known of a tag in a frame, be it one of these or frame 0; to be filled.
+    // The places of a tag in a frame (of this index, or frame 0), for the caller to fill; made if there are none.
     TagPlaces& placesOf(IndexedFrame& frame, const IndexedTag& tag);
     void forgetPlacesIn(IndexedFrame& frame);
 
@@ -135,7 +134,7 @@ private:
 
     void grow();
 
-    std::vector<IndexedFrame> mRing;  // by the low bits of their ids
+    std::vector<IndexedFrame> mRing;  // a frame's slot is the low bits of its id
     size_t mMask = 0;
     size_t mSize = 0;
     std::vector<std::unique_ptr<IndexedFrame::Piece>> mSpare;

@@ -1,4 +1,4 @@
-// The pipe's operations that change something, and what they look up for the first time.
+// The operations of a pipe that change something, and the look-ups in the maps for what the index does not have.
 
 #include "src/pipe_store.h"
 
@@ -61,14 +61,14 @@ std::vector<uint32_t> PipeStore::listedTags() const {
 // ---- frames
 
 PipeStore::Frame* PipeStore::lookUpFrame(uint32_t id) {
-    // One of this id was known at another address: the program has put another one in its place.
+    // The index has a frame of this id at another address: the program has replaced the frame.
     if (Frame* replaced = mFrameIndex.find(id)) mFrameIndex.forget(*replaced);
     const auto node = mElem.mFrames.find(id);
     if (node == mElem.mFrames.end() || node->second == nullptr) return nullptr;
     return &mFrameIndex.add(node);
 }
 
-// As findFrame, for a frame whose node is at hand.
+// As findFrame, for a caller that has the map's node already.
 PipeStore::Frame* PipeStore::frameAt(Frames::iterator node) {
     Frame* frame = mFrameIndex.find(node->first);
     if (frame != nullptr && node->second.get() == frame->frame) return frame;
@@ -91,7 +91,7 @@ void PipeStore::removeFrame(Frames::iterator node) {
 
 // ---- values and records
 
-// The frame's values, with nothing known of them that is not so.
+// The frame's values. If their number was changed from outside, first forgets what is remembered of the frame.
 Values& PipeStore::valuesOf(Frame& frame) {
     Values& values = frame.frame->mTags;
     if (frame.values.size != values.size()) forgetPlacesIn(frame);
@@ -160,11 +160,13 @@ void PipeStore::removeValue(Frame& frame, Tag& tag) {
     frame.values.size = static_cast<uint32_t>(values.size());
 }
 
-// Its bytes are overwritten by the set that takes it, and its creator would have made the same.
+// Whether the tag's next new frame can reuse the buffer. The set that takes it overwrites all of its bytes, and the
+// library's creator would make the same buffer.
 bool PipeStore::isWorthKeeping(const Tag& tag, const Buffer& buffer) {
-    // The count of a buffer that could not be allocated is 1 as well.
+    // A null buffer is checked too, because its reference count is 1 as well: a failed allocation leaves one.
     if (!tag.kept.empty() || buffer == nullptr || buffer.use_count() != 1) return false;
-    // To take and drop a share orders what others did with theirs before what the next set does.
+    // Another thread may just have released its reference. Taking and releasing one here orders that thread's accesses
+    // to the bytes before those of the next set.
     Buffer(buffer).reset();
     return tag.registered != nullptr && tag.registered->hasLibraryCreator();
 }
@@ -230,8 +232,8 @@ void PipeStore::dropUpTo(uint32_t limit, Tag& tag, Sweep& sweep) {
     setErasePoint(tag, static_cast<int32_t>(limit) >= 1 ? limit : 0);
 }
 
-// Tells whether the frame is to leave the pipe. A frame that stays gets its records at the end of the sweep, since most
-// do not stay; one that leaves, while a get waits in it, gets them now.
+// Returns whether the frame is to be removed. A frame that stays gets its records at the end of the sweep, because most
+// frames are removed before it. A frame that is removed while a get waits in it gets its records now.
 bool PipeStore::drop(Frame& frame, Tag& tag, Sweep& sweep) {
     FrameStatus* status = findRecord(frame, tag);
     const bool isWaitedFor = status != nullptr && wakeWaiters(*status);
@@ -239,7 +241,7 @@ bool PipeStore::drop(Frame& frame, Tag& tag, Sweep& sweep) {
     if (!frame.frame->mTags.empty()) return false;
     if (frame.node->second.use_count() > 1) {
         leaveRecordsIn(frame, sweep);
-        // Nobody begins to wait in a frame that has left its pipe.
+        // The state stays kWaitedFor: a removed frame is no longer delivered to.
         if (isWaitedFor) sweep.woken.push_back({frame.node->second, status, kWaitedFor});
     }
     return true;

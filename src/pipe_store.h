@@ -1,8 +1,8 @@
 // What one pipe of a camera holds: its frames with their values and records, frame 0, and each tag's checkpoints and
-// erase point. The only code that changes pipe_elem's maps, and the mTags and mStatus of its frames. Which buffer
-// answers, who waits and what is erased is decided above; nothing here calls back up.
-// Beside the maps an index remembers where in them things are. What a program changes in the maps by itself, through
-// ParamSet::getPsHandle, is noticed by that call, by the maps' sizes and by the frames' addresses, and forgotten.
+// erase point. The only code that changes pipe_elem's maps, and the mTags and mStatus of its frames. The callers decide
+// which buffer answers, who waits and what is erased; nothing here calls them.
+// An index remembers the addresses of the maps' entries. If a program itself changes the maps, through
+// ParamSet::getPsHandle, that call, the maps' sizes or the frames' addresses show it, and the addresses are forgotten.
 // Guarded by ParamSet::mMutex.
 
 #ifndef PARAMSET_PIPE_STORE_H
@@ -31,7 +31,8 @@ public:
     uint32_t camID() const { return mCamID; }
     int pipe() const { return mPipe; }
 
-    // At the begin of each access: forgets the places of what somebody else has changed. Tells whether it did.
+    // Called at the beginning of each access: if the maps have been changed from outside, forgets all remembered
+    // addresses. Returns whether it did.
     bool noticeChanges() {
         const bool isUnchanged = mChanges == changeCount() && isAsLeft();
         if (!isUnchanged) forgetAll();
@@ -45,20 +46,20 @@ public:
         if (tag.registered == nullptr) tag.registered = mRegistry.find(id);
         return tag;
     }
-    // The one that metadata is listed under, which is never registered.
+    // The tag that metadata is listed under. It is never registered.
     Tag& metadataTag() { return mTagIndex.of(METADATA_TAG); }
 
-    // 0 if the tag had none: then it is made.
+    // If the tag has none, it is made as 0.
     uint32_t erasePoint(Tag& tag) { return *erasePointOf(tag); }
     void setErasePoint(Tag& tag, uint32_t frameID) { *erasePointOf(tag) = frameID; }
 
     // ---- checkpoints
 
-    // The tag's list, ascending; null if it has none: then an empty entry is made for it.
+    // The tag's list, ascending. If the tag has none, makes an entry without a list and returns null.
     const Checkpoints* checkpoints(Tag& tag) { return listOf(tag).get(); }
-    // The newest one at or before a frame; 0 if there is none.
+    // The newest checkpoint at or before a frame; 0 if there is none.
     static uint32_t newestCheckpoint(const Checkpoints& ids, uint32_t frameID);
-    // Adds a frame, after equal ones, to the tag's list, which is made if there is none. Returns its length.
+    // Adds a frame to the tag's list, after equal ids; makes the list if there is none. Returns the list's length.
     size_t addCheckpoint(Tag& tag, uint32_t frameID);
     // The ids of the tags that have an entry for a list, ascending.
     std::vector<uint32_t> listedTags() const;
@@ -73,24 +74,24 @@ public:
     Frame* findFrame(uint32_t id);
     // A new frame; the pipe must not have it.
     Frame& addFrame(uint32_t id);
-    // Keeps a frame of findFrame or addFrame alive.
+    // A reference that keeps a frame of findFrame or addFrame alive.
     static std::shared_ptr<ParamFrame> share(const Frame& frame) { return frame.node->second; }
 
     // ---- values and records of a tag in a frame
 
-    // Null if the frame does not have the tag. The buffer stays where the frame holds it.
+    // The frame's own entry, not a copy. Null if the frame does not have the tag.
     const Buffer* value(Frame& frame, Tag& tag);
-    // Gives a frame that does not have the tag a buffer with undefined bytes; logs it. Empty if there is none to be
-    // had.
+    // Gives the frame, which must not have the tag, a buffer with undefined bytes; logs it. Empty if the tag is not
+    // registered, if memory ran out, or if the program's own creator removed the frame.
     const Buffer& createTag(Frame& frame, Tag& tag);
-    // Made if there is none.
+    // Makes the record if there is none.
     FrameStatus& record(Frame& frame, Tag& tag);
 
     // ---- erasing
 
-    // Trims the tag's checkpoints, for one more that a write to a frame is about to add: removes the oldest, with their
-    // values, until fewer than the tag's limit are left. A frame without any value left goes, unless it is the written
-    // one. The erase point follows.
+    // Trims the tag's history before a write to a frame adds a checkpoint: removes the oldest checkpoints, with their
+    // values, until fewer than the tag's limit are left. A frame without any value left is removed, unless it is the
+    // written one. The last removed checkpoint becomes the erase point.
     void autoErase(Tag& tag, uint32_t frameID);
 
     // What one erase has done so far.
@@ -105,14 +106,14 @@ public:
     // Begins one; the memory is that of the one before.
     Sweep beginSweep();
     // Removes the tag's checkpoints at or below the limit, and the tag from the frames there; wakes the gets that wait
-    // for it there. A frame without any value left goes. If there was any frame, the limit becomes the tag's erase
-    // point.
+    // for it there. A frame without any value left is removed. If there was any frame, the limit becomes the tag's
+    // erase point.
     void dropUpTo(uint32_t limit, Tag& tag, Sweep& sweep);
-    // Leaves a record of each pass in the frames that it reached and that are still there.
+    // For each pass: makes a record of the tag in every frame at or below the limit that is still in the pipe.
     void endSweep(Sweep& sweep);
-    // Makes frame 0 wait for deliveries again; wakes who waits for any tag there.
+    // Marks all tags of frame 0 as not delivered, and wakes the gets that wait there.
     void resetFrame0(Sweep& sweep);
-    // Gives back the memory that is not the maps'.
+    // Frees the memory of the index and of the kept values.
     void shrink();
 
 private:
@@ -152,7 +153,7 @@ private:
     TagIndex mTagIndex;
     FrameIndex mFrameIndex;
     Frame mFrame0;
-    // As the maps were left: changes announced by then, and sizes.
+    // The announced changes and the sizes of the maps, when this object last changed or checked them.
     uint32_t mChanges = 0;
     size_t mFrameCount = 0;
     size_t mErasePointCount = 0;
@@ -163,7 +164,7 @@ private:
 inline PipeStore::Frame* PipeStore::findFrame(uint32_t id) {
     Frame* frame = mFrameIndex.find(id);
     if (frame != nullptr && frame->node->second.get() == frame->frame) return frame;
-    // Every frame of the pipe is known, and this one is not.
+    // The index has every frame of the pipe, and not this one.
     if (frame == nullptr && mFrameIndex.size() == mFrameCount) return nullptr;
     return lookUpFrame(id);
 }
@@ -194,7 +195,7 @@ inline std::shared_ptr<Checkpoints>& PipeStore::listOf(Tag& tag) {
     return *tag.checkpoints;
 }
 
-// Most requests are for a frame that no checkpoint comes after.
+// The last checkpoint is tried first: most requests are for that frame or a later one.
 inline uint32_t PipeStore::newestCheckpoint(const Checkpoints& ids, uint32_t frameID) {
     if (!ids.empty() && ids.back() <= frameID) return ids.back();
     const auto later = std::upper_bound(ids.begin(), ids.end(), frameID);

@@ -20,7 +20,7 @@ public:
             }
         }
     }
-    // Both within their limits.
+    // Camera and pipe must be within their limits.
     PipeStore& at(uint32_t camID, int pipe) { return *of(camID, pipe); }
 
     TagReader& tagReader() { return mTagReader; }

@@ -1,5 +1,5 @@
-// Plain integers that threads share without a lock: the log switches, and FrameStatus::mState while a get is on its way
-// into its wait. Their declared types stay plain, so they are read and written by relaxed atomic builtins.
+// Plain integers that threads share without a lock: the log switches, and FrameStatus::mState when a get looks at it
+// just before its wait. Their declared types stay plain, so they are read and written by relaxed atomic builtins.
 
 #ifndef PARAMSET_RELAXED_H
 #define PARAMSET_RELAXED_H

@@ -1,5 +1,5 @@
-// One access to a value of a pipe, and what comes of it. Each is complete when it is made, and lives for one stretch
-// under ParamSet::mMutex.
+// One access to a value of a pipe, and its outcome. Both are complete when they are made, and are valid until
+// ParamSet::mMutex is released.
 
 #ifndef PARAMSET_REQUEST_H
 #define PARAMSET_REQUEST_H
@@ -22,7 +22,7 @@ struct ParamSet::Request {
 
 // What answers.
 struct ParamSet::Answer {
-    const Buffer& value;              // where its frame holds it; empty: none
+    const Buffer& value;              // the frame's own entry, not a copy; empty: no buffer
     const RegisteredTag* registered;  // null: the tag is not registered
 };
 

@@ -1,6 +1,6 @@
-// Holds ParamSet::mMutex for a scope. The mutex is mostly held for less than a microsecond, and being woken from a
-// sleep takes many, so it is tried a bounded number of times before the thread sleeps for it. The macros tell clang
-// what takes and releases a mutex, see PARAMSET_REQUIRES.
+// Holds ParamSet::mMutex for a scope. The mutex is mostly held for less than a microsecond, and waking a thread takes
+// many, so the lock spins a bounded number of times before it sleeps. The macros tell clang which functions take and
+// release a mutex, see PARAMSET_REQUIRES.
 
 #ifndef PARAMSET_STORE_LOCK_H
 #define PARAMSET_STORE_LOCK_H
@@ -12,12 +12,12 @@
 #define PARAMSET_SCOPED_LOCK PARAMSET_LOCK_ATTRIBUTE(scoped_lockable)
 #define PARAMSET_ACQUIRES(...) PARAMSET_LOCK_ATTRIBUTE(acquire_capability(__VA_ARGS__))
 #define PARAMSET_RELEASES(...) PARAMSET_LOCK_ATTRIBUTE(release_capability(__VA_ARGS__))
-// For what the check cannot follow; a comment says why.
+// Turns the check off for a function that it cannot follow; a comment there says why.
 #define PARAMSET_LOCKS_UNCHECKED PARAMSET_LOCK_ATTRIBUTE(no_thread_safety_analysis)
 
 namespace zarn {
 
-// Not const where it is released before the end of its scope.
+// Declared const, unless it is released before the end of its scope.
 class PARAMSET_SCOPED_LOCK StoreLock {
 public:
     explicit StoreLock(std::mutex& mutex) PARAMSET_ACQUIRES(mutex) : mMutex(mutex) { lock(); }
@@ -27,7 +27,7 @@ public:
     StoreLock(const StoreLock&) = delete;
     StoreLock& operator=(const StoreLock&) = delete;
 
-    // Unchecked: the check does not know that mMutex is what the constructor was given.
+    // Unchecked: clang does not know that mMutex is the mutex that the constructor was given.
     void lock() PARAMSET_ACQUIRES() PARAMSET_LOCKS_UNCHECKED {
         if (!mMutex.try_lock()) lockContended();
         mIsHeld = true;
@@ -48,12 +48,12 @@ private:
         mMutex.lock();
     }
 
-    // Tells the processor that this thread only looks whether something has changed.
+    // Tells the processor that this thread is spinning.
     static void pause() {
 #if defined(__x86_64__) || defined(__i386__)
         __builtin_ia32_pause();
 #elif defined(__aarch64__)
-        asm volatile("isb" : : : "memory");  // "yield" does nothing on most of these
+        asm volatile("isb" : : : "memory");  // "yield" does nothing on most aarch64 processors
 #endif
     }
 

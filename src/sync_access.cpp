@@ -1,9 +1,9 @@
 // Reads that wait for a value and writes that deliver one. A get and a set meet in the FrameStatus record of their
 // (frame, tag). Its state changes under ParamSet::mMutex; its own mutex is held by a waiting get alone.
-// A set never takes the record's mutex, so that it cannot block on a reader. A notification that falls between a get's
-// release of mMutex and its wait is therefore lost, by design: the wait is bounded, and the value is found after it.
-// Two things make that rare: the get looks at the state once more before it waits, and the set notifies once more after
-// it has released mMutex.
+// A set never takes the record's mutex, so that it cannot block on a reader. So if it notifies after a get has released
+// mMutex but before that get waits, the notification is lost. This is accepted: the wait is bounded, and the get finds
+// the value when it ends. Two things make it rare: the get looks at the state again just before it waits, and the set
+// notifies again after it has released mMutex.
 
 #include <pthread.h>
 #include <time.h>
@@ -22,8 +22,8 @@ namespace zarn {
 // What a synchronous get found, after its wait if it had to wait.
 struct ParamSet::Awaited {
     Answer answer;
-    std::optional<uint32_t> result = {};    // none: as the check before it says
-    std::shared_ptr<ParamFrame> held = {};  // the frame that was waited in, which may have left the pipe
+    std::optional<uint32_t> result = {};    // none: the result of preproc
+    std::shared_ptr<ParamFrame> held = {};  // keeps the frame alive that the get waited in; it may have been erased
 };
 
 // Where a synchronous set writes.
@@ -45,7 +45,8 @@ timespec toTimespec(steady_clock::time_point time) {
     return {static_cast<time_t>(sinceBoot / seconds(1)), static_cast<long>((sinceBoot % seconds(1)).count())};
 }
 
-// One wait on a record, begun and ended with the store's mutex held. Tells whether it timed out.
+// One wait on a record. Called with the store's mutex held; releases it for the wait and takes it again. Returns
+// whether the wait timed out.
 struct TimedWait {
     uint32_t camID;
     int pipe;
@@ -53,7 +54,7 @@ struct TimedWait {
     uint32_t tag;
     uint32_t timeout;  // milliseconds
 
-    // Unchecked: the check does not know that the lock given is that of the store, which is held again at the end.
+    // Unchecked: clang cannot tell that this lock is the store's, and that it is held again at the end.
     bool operator()(FrameStatus& status, StoreLock& storeLock) const PARAMSET_LOCKS_UNCHECKED {
         const int32_t state = status.mState;
         storeLock.unlock();
@@ -61,8 +62,9 @@ struct TimedWait {
         const steady_clock::time_point start = steady_clock::now();
         storeRelaxed(ps_log, 0);
         const timespec deadline = toTimespec(start + milliseconds(timeout));
-        // In another state by now, it was notified before this wait could begin. From here to the wait there is as
-        // little as can be. Some C++ libraries would wait on the wall clock, which can be set.
+        // If the state has changed, the notification has come already: do not wait. There is as little code as possible
+        // between this look and the wait. Not mCond.wait_until: some C++ libraries use the wall clock, which can be
+        // set.
         if (loadRelaxed(status.mState) == state) {
             pthread_cond_clockwait(status.mCond.native_handle(), status.mMutex.native_handle(), CLOCK_MONOTONIC,
                                    &deadline);
@@ -115,7 +117,7 @@ ParamSet::Awaited ParamSet::awaitF0(const Request& request, StoreLock& lock, uin
     storeRelaxed(status.mState, kWaitedFor);
     const TimedWait wait = {request.pipe.camID(), request.pipe.pipe(), request.frameID, request.tag.id, timeout};
     const bool timedOut = wait(status, lock);
-    // Whatever was looked up before the wait may have moved.
+    // The mutex was released during the wait, so everything is looked up again.
     const Request now = requestFor(wait.camID, wait.pipe, wait.frameID, wait.tag, 0);
     Awaited awaited = {{getF0(now), now.tag.registered}};
     if (timedOut) awaited.result = PS_TIMED_OUT;
@@ -137,7 +139,8 @@ ParamSet::Awaited ParamSet::awaitFrame(const Request& request, StoreLock& lock, 
     const TimedWait wait = {pipe.camID(), pipe.pipe(), request.frameID, request.tag.id, timeout};
     const bool timedOut = wait(status, lock);
 
-    // Whatever was looked up before the wait may have moved; the frame may have been erased, and even made again.
+    // The mutex was released during the wait, so everything is looked up again. The frame may have been erased, and
+    // even made again.
     const Request now = requestFor(wait.camID, wait.pipe, wait.frameID, wait.tag, 0);
     PipeStore::Frame* frameNow = now.pipe.findFrame(wait.frameID);
     if (frameNow == nullptr || now.pipe.value(*frameNow, now.tag) == nullptr) {
@@ -166,11 +169,11 @@ uint32_t ParamSet::_setParamSyn(uint32_t camID, int pipe, uint32_t frameID, uint
     FrameStatus& status = request.pipe.record(frame, request.tag);
     Woken woken;
     if (status.mState == kWaitedFor) {
-        // A line each for frame 0, for a frame that was there and for a new one: their numbers tell them apart.
+        // Three statements with one text, for frame 0, an existing frame and a new one: their line numbers differ.
         if (frameID == 0) PS_LOG(5, "set notify all");
         if (frameID != 0 && !isNew) PS_LOG(5, "set notify all");
         if (isNew) PS_LOG(5, "set notify all");
-        // The gets that wake retake mMutex before they read, so that they see what is copied in below.
+        // The woken gets take mMutex again before they read, so they see the value that is copied below.
         status.mCond.notify_all();
         woken = {frameID != 0 ? PipeStore::share(frame) : nullptr, &status, kDelivered};
     }

@@ -1,4 +1,4 @@
-// Publishing the registry. Registrations wait for gRigisterMutex; everybody else only tries it.
+// Publishing the registry. Registrations wait for gRigisterMutex; everything else only tries to take it.
 
 #include "src/tag_table.h"
 
@@ -17,8 +17,8 @@ constexpr int kTriesInOperation = 8;  // the store's mutex is held meanwhile
 constexpr int kTriesOutside = 1000;
 constexpr int kTriesAtEnd = 100000;
 
-// gRigisterMutex, if it can be had without waiting, and the library has not been unloaded. Its holder may be this very
-// thread: POSIX lets a thread try a mutex that it holds, which std::mutex::try_lock does not.
+// Takes gRigisterMutex for a scope, if it is free within so many tries and the library has not been unloaded. This very
+// thread may hold it already: POSIX lets a thread try a mutex that it holds, std::mutex::try_lock does not.
 class RegistryTry {
 public:
     explicit RegistryTry(int tries) {
@@ -41,8 +41,8 @@ private:
 
 }  // namespace
 
-// An entry of the map, with its texts in memory that the library itself allocates. A text of the standard library's may
-// throw when it is allocated, and what is thrown passes through the library without releasing gRigisterMutex.
+// A copy of an entry of the map, whose texts are not std::string. Copying a std::string may throw inside the C++
+// library; the exception would pass through this library, which is built without them, and leave gRigisterMutex locked.
 class TagTable::EntryCopy {
 public:
     EntryCopy(uint32_t id, const tag_info_t& info)
@@ -65,7 +65,7 @@ private:
     std::vector<char> mName;
 };
 
-// All that a reader may still look at.
+// Everything that a reader may still use; never freed.
 struct TagTable::Storage {
     std::deque<RegisteredTag> tags;
     std::deque<Slots> tables;
@@ -125,8 +125,8 @@ std::optional<bool> TagTable::isRegistered(uint32_t id) {
     return std::nullopt;
 }
 
-// Whether the map may be read after a try of the mutex. If the table is not to be trusted, and the library has not been
-// unloaded, then the mutex is held by this very thread.
+// Whether the map may be read after an attempt to take the mutex. If the attempt failed, but the table is not trusted
+// and the library has not been unloaded, then this very thread holds the mutex.
 bool TagTable::isMapReadable(bool isMutexHeld) {
     return isMutexHeld || (!isTrusted() && !hasEnded());
 }
@@ -196,7 +196,7 @@ void TagTable::publish(uint32_t id, const tag_info_t& info, bool hasLibraryCreat
     if (2 * slots.count > slots.mask) rebuild();
 }
 
-// A table of what the map has, and nothing else.
+// Publishes a new table that has exactly the entries of the map.
 void TagTable::rebuild() {
     if (sStorage == nullptr) sStorage = new Storage;
     Slots& slots = sStorage->tables.emplace_back(gTagInfo.size());
@@ -217,7 +217,7 @@ void TagTable::put(Slots& slots, const RegisteredTag& tag) {
 }
 
 void TagTable::end(bool callsStillRun) {
-    // A registration that is under way is about to end; none begins any more.
+    // Lets a running registration finish, within bounds. After sHasEnded is set, none begins.
     const RegistryTry registry(kTriesAtEnd);
     sHasEnded = true;
     if (callsStillRun && sStorage != nullptr) sStorage->kept.swap(gTagInfo);

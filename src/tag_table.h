@@ -3,8 +3,8 @@
 // gTagInfo is a map that changes under gRigisterMutex, and no operation of the store waits for that mutex. So the
 // address of each entry of the map is published in a table that is read without a lock: a slot that has an entry never
 // loses it, and a table that is full is replaced whole by a larger one. Replaced tables and entries stay until the
-// library is unloaded, since a reader may still look at them. While there is no store, a program may change the map at
-// will: what the table has is then not to be trusted.
+// library is unloaded, since a reader may still use them. While there is no store, a program may change the map as it
+// likes, so the table is not trusted then.
 // tests/protocol/tag_table.pml is a model of this.
 
 #ifndef PARAMSET_TAG_TABLE_H
@@ -25,8 +25,8 @@ constexpr int32_t kTagTypeQueue = 2;   // history trimmed to the retain number
 struct RegisteredTag {
     uint32_t id;
     const tag_info_t& info;
-    // Made by a C registration function; null if a program brought its own. Shared, so that no other object can come to
-    // have its address.
+    // The creator that a C registration function made; null if the program brought its own. Owned here, so that its
+    // address cannot be reused: hasLibraryCreator compares addresses.
     std::shared_ptr<creator_base_t> libraryCreator;
 
     bool hasLibraryCreator() const { return libraryCreator != nullptr && libraryCreator == info.mCreator; }
@@ -34,19 +34,20 @@ struct RegisteredTag {
 
 class TagTable {
 public:
-    // Whether the map has the tag; none if that cannot be told without waiting for gRigisterMutex.
+    // Whether the map has the tag; none if the answer would have to wait for gRigisterMutex.
     static std::optional<bool> isRegistered(uint32_t id);
     // The map's creator of the tag; null if there is none.
     static std::shared_ptr<creator_base_t> creatorOf(uint32_t id);
     // Copies the map.
     static void copyTo(std::map<uint32_t, tag_info_t>& out);
 
-    // gRigisterMutex held. An empty entry of the map; an earlier one is taken out, and stays for who reads it.
+    // gRigisterMutex held. Makes an empty entry in the map. An earlier entry is taken out, but not freed: readers may
+    // still use it.
     static tag_info_t& newEntry(uint32_t id);
     // gRigisterMutex held. Publishes an entry of the map.
     static void publish(uint32_t id, const tag_info_t& info, bool hasLibraryCreator);
 
-    // The library is unloaded: nothing is registered any more. Calls that still run go on reading what was.
+    // Called when the library is unloaded. After it nothing is registered; calls that still run can read on.
     static void end(bool callsStillRun);
     static bool hasEnded() { return sHasEnded.load(); }
 
@@ -59,7 +60,7 @@ private:
         std::atomic<const RegisteredTag*>& of(uint32_t id) const;
 
         size_t mask;
-        int shift;         // leaves as many of 32 bits as the mask has
+        int shift;         // 32 minus the bits of the mask
         size_t count = 0;  // gRigisterMutex held
         std::unique_ptr<std::atomic<const RegisteredTag*>[]> slots;
     };
@@ -73,7 +74,7 @@ private:
 
     static void copyPublishedTo(std::vector<EntryCopy>& out);
 
-    // While there is a store that has read the map, the map only grows.
+    // Whether a store that has read the map is still there. While it is, the map only grows, so the table stays right.
     static bool isTrusted() { return sReaders.load(std::memory_order_acquire) != 0; }
 
     static bool isMapReadable(bool isMutexHeld);
@@ -90,17 +91,17 @@ private:
     static Storage* sStorage;  // gRigisterMutex held
 };
 
-// The table as one store reads it. The store begins with the map as it is then.
+// The table as one store reads it. It begins with what the map holds when the store is built.
 class TagReader {
 public:
-    // While gRigisterMutex is held elsewhere, a store without another one beside it knows no tag yet.
+    // If gRigisterMutex is held elsewhere, and no other store is still in use, the new store knows no tags at first.
     TagReader();
     ~TagReader();
     TagReader(const TagReader&) = delete;
     TagReader& operator=(const TagReader&) = delete;
 
-    // Null if the map does not have the tag. Never waits: what a program put into the map by itself is not found while
-    // gRigisterMutex is held elsewhere.
+    // Null if the map does not have the tag. Never waits: while gRigisterMutex is held elsewhere, it does not find what
+    // a program itself put into the map.
     const RegisteredTag* find(uint32_t id) {
         const RegisteredTag* tag = TagTable::find(id);
         return tag != nullptr && TagTable::isTrusted() ? tag : lookUp(id);
@@ -118,7 +119,7 @@ private:
 };
 
 inline std::atomic<const RegisteredTag*>& TagTable::Slots::of(uint32_t id) const {
-    constexpr uint32_t kSpread = 0x9E3779B1u;  // 2^32 by the golden ratio: neighbouring ids do not share a slot
+    constexpr uint32_t kSpread = 0x9E3779B1u;  // 2^32 divided by the golden ratio: spreads neighbouring ids
     for (size_t i = (id * kSpread) >> shift;; i = (i + 1) & mask) {
         std::atomic<const RegisteredTag*>& slot = slots[i];
         const RegisteredTag* tag = slot.load(std::memory_order_acquire);

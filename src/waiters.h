@@ -1,5 +1,5 @@
-// Waking the synchronous gets that wait on a record. Under ParamSet::mMutex, and a second time after it was released:
-// the first notification misses a get that is still on its way into its wait.
+// Waking the synchronous gets that wait on a record. They are notified with ParamSet::mMutex held, and again after it
+// was released: the first notification misses a get that has released mMutex but does not wait yet.
 // tests/protocol/wait.pml is a model of this, of sync_access.cpp and of the erase.
 
 #ifndef PARAMSET_WAITERS_H
@@ -19,7 +19,7 @@ constexpr int32_t kWaitedFor = 2;
 struct Woken {
     std::shared_ptr<ParamFrame> frame;  // keeps the record alive; null for frame 0's, which lives as long as its store
     FrameStatus* status = nullptr;      // null: nobody waited
-    int32_t state = 0;                  // that the waiters were woken to; in another one there are others
+    int32_t state = 0;                  // after the first notification; if it has changed, there is no second one
 
     // mMutex not held.
     void wakeAgain() const {
@@ -27,7 +27,7 @@ struct Woken {
     }
 };
 
-// mMutex held. Tells whether anybody waited.
+// mMutex held. Returns whether any get waited.
 inline bool wakeWaiters(FrameStatus& status) {
     if (status.mState != kWaitedFor) return false;
     status.mCond.notify_all();
