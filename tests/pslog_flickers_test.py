@@ -116,6 +116,8 @@ CHAIN = [(300, "stats", "ask T 10"), (400, "stats", "timeout T 10 100"), (400, "
          (352, "gains", "timeout S 10 50"), (352, "gains", "got S 10 9"), (420, "gains", "ask S 11"),
          (470, "gains", "timeout S 11 50"), (470, "gains", "got S 11 9")]
 
+ERASED = [(300, "isp", "erase G 15 9"), (310, "isp", "get G 8 0 9")]
+
 # What, the steps, and for each flicker "tag frame: root's cause [or else]"; in any order.
 CASES = [
     ("nothing", [], []),
@@ -133,7 +135,7 @@ CASES = [
                                   (410, "gains", "wake G 11"), (480, "isp", "timeout G 11 80"),
                                   (480, "isp", "got G 11 11")],
      ["G 10: wake-up lost", "G 11: reader not run or wake-up lost"]),
-    ("erased", [(300, "isp", "erase G 15 9"), (310, "isp", "get G 8 0 9")], ["G 8: erased too early"]),
+    ("erased", ERASED, ["G 8: erased too early"]),
     ("erased while it waited", [(300, "isp", "ask G 10"), (310, "other", "erase G 16 9"),
                                 (311, "isp", "waited G 10 11"), (311, "isp", "got G 10 0")],
      ["G 10: erased too early"]),
@@ -195,6 +197,9 @@ def check(problem, pslog):
     found = named(flickers_of(pslog, log_of([*BEFORE, *FELL_BACK, (380, "gains", "deliver G 10")], level="W")))
     if found != ["tag 2 10: not known"]:
         problem(f"a log of level 2: {found}")
+    found = named(flickers_of(pslog, log_of([*BEFORE, *ERASED], level="I")))
+    if found != ["G 8: erased too early"]:
+        problem(f"a log of level 3: {found}")
 
 
 def check_words(problem, pslog):
@@ -204,12 +209,27 @@ def check_words(problem, pslog):
                 "thread 12 (S) slept on (or else: reader not run)")
     if story != expected:
         problem(f"the chain reads: {story}")
-    erased = flickers_of(pslog, log_of([*BEFORE, *CASES[9][1], *AFTER]))
+    erased = flickers_of(pslog, log_of([*BEFORE, *ERASED, *AFTER]))
     if erased[0]["chain"][-1].get("retain") != 8 or "retain number of 8" not in erased[0]["advice"]:
         problem(f"the retain number that would have served is not named: {erased[0]}")
     late = flickers_of(pslog, log_of([*BEFORE, *CASES[1][1], *AFTER]))[0]
     if (late["frames_off"], late["waited_ms"], late["chain"][0]["late_us"]) != (1, 50, 30000):
         problem(f"the numbers of a late value are wrong: {late}")
+
+
+def check_why(problem, pslog):
+    def why(frame):
+        return subprocess.run([pslog, "why", "0", str(frame)], input=log_of([*BEFORE, *CHAIN]), text=True,
+                              stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+    told = why(10).stdout
+    for part in ("11-22 10:00:00.302      2.000 ms  pipe 2   thread 13 (G) ", "asks for tag 1 S, ready to wait\n",
+                 "because the wake-up for T of 10 was lost", " to change it: "):
+        if part not in told:
+            problem(f"the story of a frame lacks {part}: {told}")
+    if "every read of frame 5 was answered" not in why(5).stdout:
+        problem(f"the story of a frame without flickers: {why(5).stdout}")
+    if why(99).returncode != 1 or "nothing about frame 99" not in why(99).stderr:
+        problem("a frame that the log does not have has a story")
 
 
 # Gains waits 25 ms for each S, which is usual; then it is busy for 22 ms with frame 10, which is not.
@@ -230,6 +250,7 @@ def main():
     check(problems.append, sys.argv[1])
     check_words(problems.append, sys.argv[1])
     check_unusual(problems.append, sys.argv[1])
+    check_why(problems.append, sys.argv[1])
     for problem in problems:
         print(problem)
     return 1 if problems else 0
