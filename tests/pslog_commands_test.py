@@ -147,13 +147,13 @@ def test_json_is_utf_8_whatever_the_log_has():
     with open("wild", "wb") as log:
         log.write(content("bad").replace(b"statistics", b"st\xff\x1b[31m\x00\xe2\x82\xac") + bytes(range(128, 256)))
     for command in (["summary"], ["top"], ["diff", "wild"], ["check", "--max-time-outs", "0"],
-                    ["frame", "0", "1", "9"]):
+                    ["frame", "0", "1", "9"], ["why", "0", "9"], ["flickers"]):
         run = pslog(*command, "--json", "wild")
         told = json.loads(run.stdout.splitlines()[-1] if command == ["top"] else run.stdout)
         names = {tag["name"] for tag in told.get("tags", [])}
         texts = [happening["text"].partition("4098 ")[2] for happening in told.get("happenings", [])]
         names.update(text.partition(",")[0] for text in texts)
-        expect(command[0] == "check" or "st\\xff\\x1b[31m\\x00\u20ac" in names, f"{command}: {names}")
+        expect(command[0] in ("check", "why", "flickers") or "st\\xff\\x1b[31m\\x00\u20ac" in names, f"{command}: {names}")
         expect(not re.search(r"[\x00-\x09\x0b-\x1f\x7f-\x9f]", run.stdout), f"{command}: control characters")
 
 

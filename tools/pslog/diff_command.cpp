@@ -61,7 +61,7 @@ Difference compareShares(const char* what, uint64_t a, uint64_t ofA, uint64_t b,
     return result;
 }
 
-/// Without the number of waits, what is left is how often.
+/// Without the number of gets, what is left is how often.
 Difference compareRates(const char* what, uint64_t a, double secondsA, uint64_t b, double secondsB) {
     const auto words = [](uint64_t number, double seconds) {
         char text[64];
@@ -97,9 +97,9 @@ double secondsOf(const Count& count) {
 std::vector<Difference> compare(const CountedLog& logA, const TagRow& a, const CountedLog& logB, const TagRow& b) {
     const int level = levelOfBoth(logA, logB);
     std::vector<Difference> all;
-    if (level >= level::WAITS) {
-        all.push_back(compareShares("time-outs", a.timeouts, a.waits.count(), b.timeouts, b.waits.count()));
-        all.push_back(compareWaits(a.waits, b.waits));
+    if (level >= level::WAITS) all.push_back(compareWaits(a.waits, b.waits));
+    if (level >= level::EVERYTHING) {
+        all.push_back(compareShares("time-outs", a.timeouts, a.gets, b.timeouts, b.gets));
     } else if (level >= level::TIMEOUTS) {
         all.push_back(compareRates("time-outs", a.timeouts, secondsOf(logA.count), b.timeouts, secondsOf(logB.count)));
     }
