@@ -17,8 +17,8 @@ namespace pslog {
 
 namespace {
 
-constexpr double LEAST_WIDTH = 800;
-constexpr double GOOD_WIDTH = 1400;  ///< of a screen; more lanes than fit into it are as narrow as can be
+constexpr double LEAST_WIDTH = 1230;  ///< of the legend
+constexpr double GOOD_WIDTH = 1400;   ///< of a screen; more lanes than fit into it are as narrow as can be
 constexpr double LEFT = 76;
 constexpr double RIGHT = 10;
 constexpr double LANE_GAP = 8;
