@@ -1,12 +1,12 @@
-// What the dumps do not hold, or not by themselves: the numbers that programs are compiled with, the places of the
-// store's own members, and the public types that only containers and smart pointers name. What fails to compile here is
-// another interface.
+// The parts of the binary interface that the dumps lack: the numbers that programs are compiled with, the offsets of
+// the store's data members, and the public types that only containers and smart pointers name (declared here, so that
+// the dumps have them). If this file does not compile, the interface has changed.
 
 #include <cstddef>
 
 #include "paramset_typed.h"
 
-// Of the types here that are no plain C the language leaves offsetof to the compilers. Ours support it.
+// For types that are not plain C, a compiler need not support offsetof. Ours do.
 #pragma GCC diagnostic ignored "-Winvalid-offsetof"
 
 static_assert(MAX_CAM_NUM == 5);
@@ -36,7 +36,7 @@ static_assert(Registration::OTHER_SIZE == Registration{1});
 static_assert(Registration::OTHER_KIND == Registration{2});
 static_assert(Registration::RESERVED_TAG == Registration{3});
 
-// A member, since the store keeps its data to itself.
+// A member of the class, because the data are private.
 struct ParamSet::Layout {
     static_assert(offsetof(ParamSet, mOps) == 0);
     static_assert(offsetof(ParamSet, mMutex) == sizeof(zarn_ops));

@@ -1,5 +1,5 @@
-# clang for aarch64 with libc++ and lld, as a device has them: with Debian's cross C library, and the arm64 packages
-# that scripts/setup unpacks. What it builds runs under user-mode emulation.
+# clang for aarch64 with libc++ and lld, as on a device. Uses Debian's cross C library and the arm64 packages that
+# scripts/setup unpacks. The built programs run under user-mode emulation.
 include(${CMAKE_CURRENT_LIST_DIR}/aarch64-linux-gnu.cmake)
 
 get_filename_component(sysroot ${CMAKE_CURRENT_LIST_DIR}/../build/sysroot ABSOLUTE)

@@ -1,4 +1,4 @@
-# Debian's cross compiler for aarch64; what it builds runs under user-mode emulation.
+# Debian's cross compiler for aarch64. The built programs run under user-mode emulation.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)
 

@@ -15,7 +15,7 @@ endif()
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
-# Whatever the umask of who builds them.
+# The packages' permissions do not depend on the umask.
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
     OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
@@ -24,7 +24,7 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libparamset${PROJECT_VERSION_MAJOR})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/debian/triggers)
-set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "The shared library, and the stand-ins for a device's platform that it runs on.")
+set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "The shared library, and the stand-ins for a device's platform that it needs.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libparamset-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
@@ -37,7 +37,7 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS lldb)
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION "The log reader pslog, and a command for lldb that shows the store of a process.")
 
-# What a Debian package has beside; `cmake --install` leaves it out.
+# Files that only a Debian package has; `cmake --install` does not install them.
 string(TIMESTAMP package_date "%a, %d %b %Y %H:%M:%S +0000" UTC)
 configure_file(cmake/debian/changelog.in debian/changelog @ONLY)
 execute_process(COMMAND gzip --best --no-name --force debian/changelog

@@ -1,4 +1,4 @@
-# GoogleTest from Debian's sources: built like the tests, for whatever standard library, architecture or sanitizer.
+# GoogleTest from Debian's sources: built with the tests' own standard library, architecture and sanitizer.
 include(GoogleTest)
 
 if(NOT EXISTS /usr/src/googletest/googletest/CMakeLists.txt)

@@ -9,7 +9,7 @@ set(pkgconfig_requires "")
 install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 
 if(platform STREQUAL "host")
-    # The library needs it to run, and a program on a host may want to steer it.
+    # The library needs it to run, and a program on a host may want to control it.
     list(APPEND installed_targets paramset_host)
     set(pkgconfig_requires "paramset_host = ${PROJECT_VERSION}")
     install(FILES platform/platform.h
@@ -27,7 +27,7 @@ write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/paramset-config-ver
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/paramset-config-version.cmake
     DESTINATION ${package_dir} COMPONENT development)
 
-# The installed folder may be moved, or chosen when it is installed: its files find it from where they lie.
+# The installed folder may be chosen at installation or moved later, so the files in it use relative paths.
 file(RELATIVE_PATH prefix_from_pkgconfig /usr/${pkgconfig_dir} /usr)
 foreach(name ${installed_targets})
     configure_file(cmake/${name}.pc.in ${name}.pc @ONLY)

@@ -1,8 +1,8 @@
-# Options of the machine's code: for all targets, and for the library.
+# Options for the generated code: of all targets, and of the library.
 
 include(CheckCXXSourceCompiles)
 
-# A device may have pages of 16 KiB, and a processor that checks where jumps and returns lead to.
+# A device may have pages of 16 KiB, and a processor that checks the targets of jumps and returns.
 check_cxx_source_compiles("
 #ifndef __aarch64__
 #error another architecture
@@ -13,8 +13,8 @@ if(PARAMSET_ON_AARCH64)
     add_link_options(-Wl,-z,max-page-size=16384)
 endif()
 
-# An entry and what it calls lie in different files: optimised as one. Nobody is to replace an exported function for the
-# library itself, so that calls among them may be direct.
+# A public function calls operations in other files, so the library is optimised across its files. Calls from one
+# exported function to another may be direct: a program cannot replace them for the library itself.
 function(optimise_across_files target)
     target_compile_options(${target} PRIVATE -fno-semantic-interposition)
     if(PARAMSET_SANITIZE)
@@ -22,14 +22,14 @@ function(optimise_across_files target)
     endif()
     set(optimised $<CONFIG:Release,RelWithDebInfo>)
     if(ANDROID)
-        # In so many words: for Android CMake's own check asks for a linker that a development kit does not have.
+        # Not check_ipo_supported: for Android it asks for a linker that a development kit does not have.
         set(CMAKE_REQUIRED_FLAGS -flto=thin)
         set(CMAKE_REQUIRED_LINK_OPTIONS -fuse-ld=lld)
         check_cxx_source_compiles("int main() { return 0; }" PARAMSET_THIN_LTO)
         if(NOT PARAMSET_THIN_LTO)
             message(FATAL_ERROR
-                "The library of a device is built with -flto=thin and -fuse-ld=lld, which this compiler does not do; "
-                "${CMAKE_BINARY_DIR}/CMakeFiles/CMakeError.log tells why.")
+                "The library of a device is built with -flto=thin and -fuse-ld=lld, which this compiler does not "
+                "support; ${CMAKE_BINARY_DIR}/CMakeFiles/CMakeError.log tells why.")
         endif()
         target_compile_options(${target} PRIVATE $<${optimised}:-flto=thin>)
         target_link_options(${target} PRIVATE -fuse-ld=lld $<${optimised}:-flto=thin>)

@@ -1,12 +1,13 @@
 # Errors that say what to install.
 
-# Ends with the Debian package of what is missing, the scripts/setup that installs it, and what the caller adds.
+# Ends with an error that names the missing Debian package and the call of scripts/setup that installs it, followed by
+# the caller's own text.
 macro(missing_package what package setup)
     message(FATAL_ERROR "${what} is missing. Run \"scripts/setup ${setup}\", or install the Debian package ${package}."
         ${ARGN})
 endmacro()
 
-# As find_package; what the caller adds to the message comes last.
+# As find_package, with an error like that of missing_package.
 macro(require_package name package setup)
     find_package(${name} QUIET)
     if(NOT ${name}_FOUND)
@@ -14,7 +15,7 @@ macro(require_package name package setup)
     endif()
 endmacro()
 
-# What a preset names; without it CMake's own message comes before any of ours.
+# For a program that a preset names. Called before project(), because CMake's own error message would come first.
 function(require_program name package setup)
     find_program(found_program NAMES ${name} NO_CACHE)
     if(NOT found_program)

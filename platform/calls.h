@@ -1,5 +1,5 @@
-// What the store wants of the platform, beside the log: its calls into system properties and the metadata library, and
-// the end of a process that has no memory.
+// The store's calls into the platform, except the log: system properties, the metadata library, and the end of a
+// process that has run out of memory.
 
 #ifndef PARAMSET_PLATFORM_CALLS_H
 #define PARAMSET_PLATFORM_CALLS_H
@@ -15,7 +15,7 @@ int readSwitch(const char* key);
 camera_metadata* cloneMetadata(const camera_metadata* source);
 void freeMetadata(camera_metadata* metadata);
 
-/// Ends the process, after the line has been told on standard error and where the platform keeps such a line.
+/// Prints the line on standard error, passes it to platform_last_words, and ends the process.
 [[noreturn]] void endProcess(const char* line);
 
 }  // namespace zarn

@@ -17,8 +17,8 @@ inline bool isLogged(int level) {
     return __builtin_expect(level <= __atomic_load_n(&pipeline_log_greatest, __ATOMIC_RELAXED), 0) != 0;
 }
 
-/// To be called when the store is built and before each erase takes the mutex: often enough for a setting that is
-/// changed by hand, and never in a get or a set, which on a device cost less than to ask.
+/// Called when the store is built and before each erase takes the mutex. That is often enough for a setting that is
+/// changed by hand. Not called by a get or a set: on a device, asking for the level takes longer than either.
 inline void refreshLogLevel() {
     platform_refresh_log_level();
 }
@@ -27,7 +27,7 @@ inline void refreshLogLevel() {
 
 #define PS_LOG(level, ...) PS_LOG_PICK_(__VA_ARGS__, A, A, A, A, A, A, A, A, A, T, )(level, __VA_ARGS__)
 
-// A text alone and a text with arguments are two macros, since C++17 has no portable way to drop the comma between.
+// Two macros, for a text with and without arguments: C++17 has no portable way to drop the comma before no arguments.
 #define PS_LOG_PICK_(a1, a2, a3, a4, a5, a6, a7, a8, a9, a10, kind, ...) PS_LOG_##kind##_
 #define PS_LOG_T_(level, text) PS_LOG_LINE_(level, "%d, %s: " text, __LINE__, __func__)
 #define PS_LOG_A_(level, text, ...) PS_LOG_LINE_(level, "%d, %s: " text, __LINE__, __func__, __VA_ARGS__)

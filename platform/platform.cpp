@@ -1,4 +1,5 @@
-// The store's calls into the platform's property service and metadata library, and its last words. No state, no lock.
+// The store's calls into the platform's property service and metadata library, and the end of a process that has run
+// out of memory. No state, no lock.
 
 #include "platform/platform.h"
 

@@ -1,14 +1,15 @@
-// The three platform interfaces that the store calls, declared once: system properties, the camera metadata library
-// and the pipeline log facility; and the last words of a process. On a device they are other libraries' symbols; on a
-// host platform/host supplies them. The library leaves them undefined (but for what platform/android has for a device),
-// so whoever links definitions of their own first replaces them.
+// The platform's interfaces that the store calls: system properties, the camera metadata library, the pipeline log
+// facility, and the report of a process that is about to end. On a device other libraries define them (platform/android
+// those that a device lacks); on a host platform/host does. The library leaves them undefined, except those of
+// platform/android, so a program that links its own definitions first replaces them.
 
 #ifndef PARAMSET_PLATFORM_H
 #define PARAMSET_PLATFORM_H
 
 struct camera_metadata;
 
-/// Longest value of a property, with its terminating zero. A macro, since a device's own header has it as one.
+/// Bytes of the longest value of a property, with its terminating zero. A macro, because it is one in a device's
+/// header.
 #ifndef PROP_VALUE_MAX
 #define PROP_VALUE_MAX 92
 #endif
@@ -23,13 +24,14 @@ int property_get(const char* key, char* value, const char* default_value);
 camera_metadata* clone_camera_metadata(const camera_metadata* source);
 void free_camera_metadata(camera_metadata* metadata);
 
-/// Greatest level that the log facility prints now, 0 if none. It may change at any time: relaxed atomic builtins.
+/// Greatest level that the log facility prints now, 0 if none. It may change at any time, so it is read and written
+/// with relaxed atomic builtins.
 extern int pipeline_log_greatest;
 
-/// Brings pipeline_log_greatest up to date, where the facility has to be asked for it.
+/// Updates pipeline_log_greatest, on a platform where the log facility must be asked for the level.
 void platform_refresh_log_level(void);
 
-/// Tells why the process is about to end, wherever the platform keeps that beside standard error. Allocates nothing.
+/// Reports why the process is about to end to the platform's own places, beside standard error. Allocates nothing.
 void platform_last_words(const char* line);
 }
 
@@ -47,7 +49,7 @@ enum pipeline_loglevel {
     PIPELINE_LOG_VERBOSE = 5,
 };
 
-/// One line on its way to the log. Made by _log.
+/// One line to be printed to the log. Made by _log.
 class LogMessage {
 public:
     LogMessage(const char* module, pipeline_loglevel level) : mModule(module), mLevel(level) {}

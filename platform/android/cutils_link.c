@@ -1,4 +1,4 @@
-/* For the linker alone: the symbol of the device's libcutils that the library calls. */
+/* A stub to link with: the symbol of the device's libcutils that the library calls. */
 
 int property_get(void);
 

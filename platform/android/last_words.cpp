@@ -1,5 +1,6 @@
-// The last words of a process on a device, whose services have no standard error: the abort message, which the crash
-// report shows, and the platform's log, also where the camera stack has one of its own, which may allocate.
+// What a process on a device reports before it ends, since services have no standard error there: the line goes to the
+// abort message, which the crash report shows, and to the platform's log. Never to the camera stack's own log facility,
+// because that may allocate.
 
 #include <android/log.h>
 #include <android/set_abort_message.h>

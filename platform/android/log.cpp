@@ -1,6 +1,6 @@
 // The pipeline log facility of a device whose camera stack brings none: each line goes to the platform's log.
-// State: pipeline_log_greatest, atomic. Hidden in the library, so that no other module's facility takes its place or is
-// replaced.
+// State: pipeline_log_greatest, atomic. Its symbols are hidden in the library, so that they neither replace the log
+// facility of another module nor are replaced by it.
 
 #include <android/log.h>
 
@@ -13,10 +13,10 @@
 
 namespace {
 
-// What is printed where the device sets nothing: one level more, and the line of each wait fills the log.
+// The greatest level that is printed if the device sets none. At the next level, one line for each wait fills the log.
 constexpr pipeline_loglevel kDefault = PIPELINE_LOG_INFO;
 
-// What the log takes at once: a byte of priority, the module and the message, both with their terminating zero.
+// The most bytes of one log entry: one for the priority, then the module and the message with their terminating zeros.
 constexpr size_t kLogPayload = 4068;
 
 int priorityOf(pipeline_loglevel level) {
@@ -53,7 +53,7 @@ void LogMessage::__print_log_(const char* format, ...) const noexcept {
     const size_t taken = 1 + std::strlen(mModule) + 1;
     va_list arguments;
     va_start(arguments, format);
-    // Not the log library's own printing, whose buffer is a quarter of that.
+    // Not __android_log_print: its buffer is a quarter of kLogPayload.
     const int length = std::vsnprintf(message, sizeof(message) - taken, format, arguments);
     va_end(arguments);
     __android_log_write(priority, mModule, length < 0 ? format : message);

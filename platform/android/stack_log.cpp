@@ -1,5 +1,5 @@
-// The threshold of the log statements where the camera stack has a log facility of its own: that alone knows what it
-// prints, and is given every line.
+// The log level if the camera stack has a log facility of its own. Only that facility knows what it prints, so it is
+// given every line.
 
 #include "platform/platform.h"
 

@@ -1,4 +1,4 @@
-// Standard error, as the parts of the host platform share it.
+// How the parts of the host platform write to standard error.
 
 #ifndef PARAMSET_HOST_ERROR_LINE_H
 #define PARAMSET_HOST_ERROR_LINE_H
@@ -7,8 +7,9 @@
 
 namespace host {
 
-/// Writes one whole line to standard error, never interleaved with another: line breaks within it become blanks and a
-/// line end is added. Where standard error is closed, or its reader gone, the line is lost and nothing else happens.
+/// Writes one whole line to standard error, never interleaved with another. Line breaks within it become blanks, and a
+/// line end is added. If standard error is closed, or is a pipe that nobody reads any more, the line is lost and
+/// nothing else happens.
 void writeErrorLine(std::string line);
 
 }  // namespace host

@@ -1,8 +1,8 @@
 // Host log facility: whole lines on standard error, or to a sink.
 // State: pipeline_log_greatest, atomic; gSink and gSinkContext, guarded by gSinkMutex, which is held while a sink runs;
-// standard error itself, one line at a time under gErrorMutex. No thread takes gSinkMutex while it holds gErrorMutex.
-// All of it is constant-initialised and never destroyed, since lines are printed from the first constructor of any
-// library to the last destructor.
+// standard error, guarded by gErrorMutex for each line. No thread takes gSinkMutex while it holds gErrorMutex.
+// All of it is constant-initialised and never destroyed, because lines may be printed before the first constructor of
+// this library and after its last destructor.
 
 #include <poll.h>
 #include <pthread.h>
@@ -46,8 +46,8 @@ __attribute__((constructor)) void takeSettingsFromEnvironment() {
     host::setLogLevel(*text - '0');
 }
 
-/// Keeps a write to a pipe without a reader from ending the process: the signal that it raises for this thread is held
-/// back, and taken away again.
+/// Keeps a write to a pipe without a reader from ending the process: blocks SIGPIPE for this thread, and removes the
+/// pending signal after such a write.
 class PipeSignalGuard {
 public:
     PipeSignalGuard() {
@@ -62,7 +62,7 @@ public:
     PipeSignalGuard(const PipeSignalGuard&) = delete;
     PipeSignalGuard& operator=(const PipeSignalGuard&) = delete;
 
-    /// To be called once a write has failed for want of a reader.
+    /// Call it after a write has failed with EPIPE.
     void takeSignalAway() const {
         const timespec noWait = {};
         while (!mWasPending && sigtimedwait(&mPipeSignal, nullptr, &noWait) == -1 && errno == EINTR) {
@@ -92,7 +92,7 @@ bool writeWhole(const char* next, size_t left) {
     return true;
 }
 
-/// The printed message, whole whatever its length.
+/// The formatted message, never cut off.
 __attribute__((format(printf, 1, 0))) std::string formatted(const char* format, va_list arguments) {
     char shortText[512];
     const int errorNumber = errno;
@@ -101,7 +101,7 @@ __attribute__((format(printf, 1, 0))) std::string formatted(const char* format, 
     const int length = vsnprintf(shortText, sizeof(shortText), format, arguments);
     std::string message;
     if (length < 0) {
-        message = format;  // not printable in this locale; it is still worth knowing that the line was reached
+        message = format;  // cannot be printed in this locale; the format still shows that the line was reached
     } else if (static_cast<size_t>(length) < sizeof(shortText)) {
         message.assign(shortText, static_cast<size_t>(length));
     } else {
@@ -161,13 +161,14 @@ void host::setLogSink(LogSink sink, void* context) {
     gSinkContext = context;
 }
 
-// The level is the program's to set, or the environment's, and standard error has the last words already.
+// Nothing to do in these two: the program or the environment sets the level, and endProcess has already printed the
+// line on standard error.
 
 void platform_refresh_log_level() {}
 
 void platform_last_words(const char*) {}
 
-// Weak, for a program that is linked with this file itself and brings a log of its own.
+// Weak, so that a program that is linked with this file can still define a log of its own.
 __attribute__((weak)) void LogMessage::__print_log_(const char* format, ...) const noexcept {
     if (mLevel < PIPELINE_LOG_ERROR || mLevel > PIPELINE_LOG_VERBOSE || mLevel > host::logLevel()) {
         return;

@@ -1,4 +1,4 @@
-// Host metadata: a record that says its size, followed by its bytes in the same allocation.
+// Host metadata: a record is its size, followed by its bytes in the same allocation.
 // State: gLiveRecords, atomic. Records belong to their callers.
 
 #include <atomic>

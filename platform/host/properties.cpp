@@ -1,4 +1,4 @@
-// Host properties: what this process set, over the file that PARAMSET_PROPERTIES names.
+// Host properties: those of the file that PARAMSET_PROPERTIES names, overridden by those that this process sets.
 // State: gProperties, guarded by gPropertyMutex. Both outlive every static destructor, since libraries may still ask
 // for a property while the process exits.
 
@@ -79,7 +79,7 @@ void readFile(const std::string& path, Properties& properties) {
         }
     }
     const int readError = errno;
-    if (!feof(file)) {  // a directory opens like a file, and fails here
+    if (!feof(file)) {  // a directory can be opened like a file; reading it fails
         complain(path, strerror(readError));
     }
     free(line);
@@ -116,7 +116,7 @@ extern "C" int property_get(const char* key, char* value, const char* default_va
         source = default_value != nullptr ? default_value : "";
     }
     const size_t length = strnlen(source, kLongestValue);
-    memmove(value, source, length);  // the default may lie in the caller's buffer
+    memmove(value, source, length);  // the default may overlap the caller's buffer
     value[length] = '\0';
     return static_cast<int>(length);
 }
