@@ -82,7 +82,7 @@ void FlickerFinder::take(const Event& event, const Tags& tags) {
 void FlickerFinder::finish(const Tags& tags) {
     for (const auto& [of, opens] : mOpen) {
         for (const Open& open : opens) {
-            if (open.timedOut != NEVER) mCandidates.push_back(candidateOf(open.timedOut, open));
+            if (mRecent.at(open.timedOut) != nullptr) mCandidates.push_back(candidateOf(open.timedOut, open));
         }
     }
     mOpen.clear();
