@@ -1,11 +1,11 @@
-"""What the store is to reach, as ratios of one run."""
+"""The aims: the ratios that the store should not exceed in a run."""
 
 from results import FLOOR, STORE
 
 AIMED_TAGS = (32, 128, 1024)
 AIMED_BYTES = 16
-# By the floor, for each of these numbers of tags; None: no aim. Those of the erases are what the store took before it
-# had an index.
+# Greatest ratio of the store's time to the floor's, for each number in AIMED_TAGS; None: no aim. The aims of the erases
+# are the ratios that the store had before it had an index.
 MOST_TO_FLOOR = {
     "a": (0.60, 0.45, 0.27),
     "b": (0.70, 0.58, 0.32),
@@ -20,13 +20,13 @@ MOST_TO_FLOOR = {
     "i": (0.72, 0.58, 0.55),
 }
 ANSWERS_EARLIER = ("yes", "by a walk", "interpolated")
-# A hash has no order: it finds a frame's own value in one step, and does nothing of what else the store does there.
+# The aims beside the hash table are weaker: it finds a frame's own value in one step and does nothing else.
 HASH = "oneTBB hash"
 MOST_TO_HASH = {"a": 1.2, "d": 1.2}
 
 
 class Aim:
-    """One aim with what was measured for it."""
+    """An aim and the measured ratio."""
 
     def __init__(self, text, measured, most):
         self.text, self.measured, self.most = text, measured, most
@@ -37,7 +37,7 @@ class Aim:
 
 
 def floor_aim(row):
-    """The most that the store may take by the floor in a row of the table; None where there is no such aim."""
+    """The aim for the ratio of store to floor in a row of the table; None if there is none."""
     workload, tags, size, threads = row
     if workload not in MOST_TO_FLOOR or tags not in AIMED_TAGS or (size, threads) != (AIMED_BYTES, 1):
         return None
@@ -45,7 +45,7 @@ def floor_aim(row):
 
 
 def further_aims(results):
-    """The aims that compare other things than the store and the floor of one row."""
+    """The aims that do not compare the store with the floor within one row."""
     return [*_growth(results), *_hand_offs(results), *_tails(results), *_peers(results)]
 
 
@@ -85,7 +85,7 @@ def _hand_offs(results):
 
 
 def _tails(results):
-    """Four modules at once, beside the floor, whose lock sleeps at once."""
+    """Four modules at once. The floor's lock sleeps immediately, the store's spins first."""
     aims = []
     for quantile, most in (("median", float("inf")), ("99th percentile", float("inf")), ("99.9th percentile", 0.25)):
         store, floor = (results.tail(which, quantile) for which in (STORE, FLOOR))
@@ -107,7 +107,7 @@ def _peers(results):
 
 
 def _fastest(results, row, names, most):
-    """The store beside the fastest of some peers that answer from an earlier frame."""
+    """The store compared with the fastest of the named peers that can answer from an earlier frame."""
     workload, *shape = row
     times = {name: results.ns.get((workload, name, *shape)) for name in names}
     peers = {name: ns for name, ns in times.items() if ns and results.abilities[name][0] in ANSWERS_EARLIER}

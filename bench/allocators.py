@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Prints a Markdown table of what the store costs, by 'maps', on the C library's allocator and on a device's.
+"""Prints a Markdown table of the store's times as multiples of 'maps', with the C library's allocator and a device's.
 
-usage: allocators.py FOLDER, which has the runs on the one in libc/ and on the other in scudo/
+usage: allocators.py FOLDER, which has the runs with the C library's in libc/ and with the device's in scudo/
 """
 
 import sys

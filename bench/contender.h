@@ -1,5 +1,6 @@
-// What every contender offers to the workloads, in the manner of a concept: the parameter store itself, two floors, and
-// what else one would use. A contender keeps values of (camera, frame, tag) in one pipe; tags count from 0.
+// The interface that the workloads need of every contender: the parameter store itself, two floors (minimal baselines),
+// and the peers (alternatives to the store). A contender keeps values of (camera, frame, tag) in one pipe; tags count
+// from 0.
 //
 //     class Contender {
 //     public:
@@ -7,10 +8,10 @@
 //         static constexpr Abilities kAbilities;
 //         Contender(uint32_t tags, uint32_t size);
 //         void set(uint32_t cam, uint32_t frame, uint32_t tag, const void* value);
-//         bool get(uint32_t cam, uint32_t frame, uint32_t tag, void* value);  // by the newest frame up to `frame`
-//         void erase(uint32_t cam, uint32_t frame);           // what lies kRetained frames and more behind `frame`
-//         void deliver(uint32_t cam, ...);                    // as set and get, with the waiting in between;
-//         bool await(uint32_t cam, ...);                      // the store and the floor alone
+//         bool get(uint32_t cam, uint32_t frame, uint32_t tag, void* value);  // of the newest frame up to `frame`
+//         void erase(uint32_t cam, uint32_t frame);  // values that are kRetained or more frames behind `frame`
+//         void deliver(uint32_t cam, ...);           // a set that wakes the waiting gets (Store and Maps only)
+//         bool await(uint32_t cam, ...);             // a get that waits for deliver (Store and Maps only)
 //     };
 
 #ifndef PARAMSET_BENCH_CONTENDER_H
@@ -35,7 +36,7 @@ struct Abilities {
     bool keepsAll = true;  // values of hundreds of frames, until they are erased
 };
 
-// An access to one camera's pipe as an ordered key, for the contenders that have one flat space of keys.
+// The key of a value, for contenders that keep the values of all cameras in one container.
 struct Key {
     uint32_t cam;
     uint32_t pipe;

@@ -18,10 +18,10 @@ using Clock = std::chrono::steady_clock;
 
 constexpr uint32_t kSize = 16;
 constexpr std::chrono::microseconds kTimeToFallAsleep{60};
-constexpr double kLostNs = 20e6;  // a lost one takes the whole wait, 50 ms
+constexpr double kLostNs = 20e6;  // longer than this: the notification was lost, and the get waited its whole 50 ms
 
-// The getter waits on the record's mutex and condition and retakes the big lock before it goes on; the setter notifies
-// under the big lock.
+// As in the store: the getter waits on a record's mutex and condition variable, and takes the big lock again before it
+// continues; the setter notifies with the big lock held.
 class BareHandOff {
 public:
     void await(uint32_t, void* value) {
@@ -61,7 +61,7 @@ private:
     Store mStore{1, kSize};
 };
 
-// One thread waits for values, this one delivers each when the other has had time to fall asleep.
+// Another thread waits for the values. This one delivers each value after the other has had time to fall asleep.
 template <class HandOff>
 void handOver(HandOff& by, uint32_t first, uint32_t count, std::vector<double>& times, uint32_t& lost) {
     std::atomic<uint32_t> aboutToWait{0};

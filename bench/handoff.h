@@ -1,5 +1,5 @@
-// (g) how long a value takes from a setter to a getter that waits for it: the store, beside the barest hand-off of the
-// same shape.
+// (g) how long a value takes from a setter to a getter that waits for it: in the store, and in the simplest code that
+// does the same.
 
 #ifndef PARAMSET_BENCH_HANDOFF_H
 #define PARAMSET_BENCH_HANDOFF_H
@@ -12,7 +12,7 @@ namespace bench {
 struct HandOffs {
     std::vector<double> store;  // nanoseconds of each, from before the set to after the get
     std::vector<double> bare;
-    uint32_t storeLost = 0;  // notified before the getter waited, as both designs accept; not among the figures
+    uint32_t storeLost = 0;  // notified before the getter waited, which both designs accept; not in the times
     uint32_t bareLost = 0;
 };
 

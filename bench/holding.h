@@ -1,5 +1,5 @@
-// What it costs to keep the store alive for the length of a call, in the ways that keep the declared type of its owner.
-// The library's own is measured by a call that does nothing else: it is refused for its camera.
+// What it costs to keep the store alive during a call, in ways that do not change the declared type of its owner. The
+// library's own way is measured by a call that does nothing else, because its camera is out of limit.
 
 #ifndef PARAMSET_BENCH_HOLDING_H
 #define PARAMSET_BENCH_HOLDING_H
@@ -22,7 +22,7 @@ inline void holdAsTheLibrary(benchmark::State& state) {
     for (auto _ : state) benchmark::DoNotOptimize(getPsParam(MAX_CAM_NUM, kPipe, 1, 0, value));
 }
 
-// Beside a call that waits in the store, as some call of a pipeline always does.
+// The same while another call waits in the store, as is usual in a pipeline.
 inline void holdBesideAWaiter(benchmark::State& state) {
     Store store(1, 16);
     std::thread waiter([&store] { store.await(kCam, 1, 0, Value(16).out()); });

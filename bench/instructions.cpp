@@ -1,5 +1,5 @@
-// Runs the store and its floor of maps through the workloads under callgrind, which counts the instructions of the
-// steps and of nothing else. Each workload ends in a dump that is named workload/contender/tags/size/steps.
+// Runs the workloads on the store and on Maps under callgrind, which counts the instructions of the steps only. Each
+// workload ends with a dump that is named workload/contender/tags/size/steps.
 
 #include <valgrind/callgrind.h>
 
@@ -21,7 +21,7 @@ template <class Run>
 void count(const char* workload, const char* contender, Shape shape, int steps) {
     Run run(shape);
     if (!run.proves()) std::abort();
-    // The first ones bind symbols and warm up the allocator.
+    // The first steps bind symbols and warm up the allocator.
     for (int i = 0; i < 2; ++i) {
         run.prepare();
         run.step();

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Reads callgrind's dumps of paramset_instructions, and compares the store's counts with the kept figures.
+"""Reads callgrind's dumps of paramset_instructions, and compares the store's counts with those kept in a file.
 
 usage: instructions.py FOLDER_OF_DUMPS FIGURES compare|update
 """
@@ -34,7 +34,7 @@ def read_figures(path):
 
 
 def compare(counts, kept):
-    """Prints store, floor and the kept figure side by side; false if the store strayed from what is kept."""
+    """Prints store, floor and kept count side by side; false if a count of the store differs from the kept one."""
     is_good = True
     print(f"{'':24}{'store':>12}{'maps':>12}{'ratio':>8}{'kept':>12}{'change':>9}")
     for name in (name for name in counts if "/store/" in name):
@@ -42,11 +42,11 @@ def compare(counts, kept):
         text = f"{name.replace('/store', ''):24}{store:12.1f}{floor:12.1f}{store / floor:8.2f}"
         if name in kept:
             change = store / kept[name] - 1
-            strays = abs(change) > TOLERANCE
-            text += f"{kept[name]:12.1f}{change:+9.1%}{'  STRAYS' if strays else ''}"
-            is_good &= not strays
+            differs = abs(change) > TOLERANCE
+            text += f"{kept[name]:12.1f}{change:+9.1%}{'  DIFFERS' if differs else ''}"
+            is_good &= not differs
         else:
-            text += "  no figure is kept"
+            text += "  no count is kept"
             is_good = False
         print(text)
     for name in kept.keys() - counts.keys():

@@ -1,7 +1,7 @@
-// Runs all contenders through all workloads in one process, and the hand-offs after them. Takes Google Benchmark's
-// options, and of its own --all_shapes=0 (the shapes that have an aim alone), --handoffs=COUNT and
-// --handoffs_out=FILE, which also gets the times of several modules at once. A benchmark is named
-// workload/contender/tags/size[/...], or pair/workload/tags/size.
+// Runs all workloads on all contenders in one process, and then the hand-offs. Takes Google Benchmark's options, and
+// three of its own: --all_shapes=0 (only the shapes that have an aim), --handoffs=COUNT, and --handoffs_out=FILE for
+// the times of the hand-offs and of several modules at once. A benchmark is named workload/contender/tags/size[/...],
+// or pair/workload/tags/size.
 
 #include <benchmark/benchmark.h>
 
@@ -58,7 +58,7 @@ void measureWhole(benchmark::State& state, Shape shape) {
     for (auto _ : state) run.step();
 }
 
-// The steps alone are timed, not what prepares each.
+// Times only the steps, not the preparation of each.
 template <class Run>
 void measureSteps(benchmark::State& state, Shape shape) {
     using Clock = std::chrono::steady_clock;
@@ -72,7 +72,7 @@ void measureSteps(benchmark::State& state, Shape shape) {
     }
 }
 
-// Nanoseconds of some steps in a row. What prepares the first of them is not timed.
+// Nanoseconds of some steps in a row, without the preparation of the first.
 template <class Run>
 double timeOf(Run& run, uint32_t steps) {
     using Clock = std::chrono::steady_clock;
@@ -82,7 +82,7 @@ double timeOf(Run& run, uint32_t steps) {
     return std::chrono::duration<double, std::nano>(Clock::now() - start).count();
 }
 
-// Two runs in turn, so that what changes the machine's speed meanwhile changes both.
+// Two interleaved runs, so that a change of the machine's speed affects both. Reports the median ratio of their times.
 template <class Run, class Other>
 void measurePair(benchmark::State& state, Shape shape, uint32_t othersTags, uint32_t steps) {
     Run run(shape);
@@ -123,7 +123,7 @@ void forShapes(Function&& add, uint32_t mostBytes = UINT32_MAX) {
     }
 }
 
-// What all of them can do.
+// The workloads that every contender can do.
 template <class C>
 void addPlain() {
     forShapes([](Shape shape) {
@@ -135,7 +135,7 @@ void addPlain() {
     });
 }
 
-// Histories of hundreds of frames, where the values alone would fill half a gigabyte with the greatest shape.
+// For histories of hundreds of frames: with the greatest shape the values alone would need half a gigabyte.
 constexpr uint32_t kMostBytesOfLongHistory = 128 * 1024;
 
 template <class C>
@@ -167,7 +167,7 @@ void addThreads() {
     }
 }
 
-// What the standard table shows of a contender beside its figures.
+// Adds the abilities of a contender to the output, for the report.
 template <class C>
 void describe() {
     constexpr Abilities can = C::kAbilities;
@@ -185,7 +185,8 @@ void addPeer() {
 
 constexpr int64_t kTurns = 40;
 
-// A step handles all tags where `wholeFrames`; then the same time takes fewer steps with more tags.
+// With `wholeFrames` a step handles all tags. Then fewer steps are made with more tags, so that the time stays the
+// same.
 template <class Run, class Other>
 void addPair(const char* workload, uint32_t steps, bool wholeFrames = false) {
     for (const uint32_t tags : {32u, 128u, 1024u}) {
@@ -196,7 +197,7 @@ void addPair(const char* workload, uint32_t steps, bool wholeFrames = false) {
     }
 }
 
-// A call with many tags beside the same call with few.
+// Compares a call with many tags to the same call with few.
 template <class Run>
 void addGrowth(const char* workload) {
     static constexpr Shape kMany{1024, 16};
@@ -204,7 +205,7 @@ void addGrowth(const char* workload) {
     benchmark::RegisterBenchmark(nameOf("pair", workload, kMany).c_str(), run)->Iterations(kTurns);
 }
 
-// What the store is to reach by the floor.
+// The ratios of store to floor that have an aim.
 void addPairs() {
     addPair<GetOwn<Store>, GetOwn<Maps>>("a", 4096);
     addPair<GetAhead<Store>, GetAhead<Maps>>("b", 4096);
@@ -213,7 +214,7 @@ void addPairs() {
     addPair<Stream<Store>, Stream<Maps>>("e", 16, true);
     addPair<Deliver<Store>, Deliver<Maps>>("f", 2048);
     addPair<Mix<Store>, Mix<Maps>>("i", 16, true);
-    // One at a time, since each needs its frames to be set.
+    // One step at a time, because each needs its frames to be set before.
     addPair<EraseMany<Store>, EraseMany<Maps>>("h-16", 1);
     addPair<SetNew<Store>, SetNew<Maps>>("j", 1);
     addPair<EraseOne<Store, 16>, EraseOne<Maps, 16>>("h-1of16", 1);
@@ -225,7 +226,7 @@ void addPairs() {
     addGrowth<SetInPlace<Store>>("d-growth");
 }
 
-// The store and the floor of its own data members.
+// All workloads, for the store and for Maps.
 template <class C>
 void addEqual() {
     describe<C>();
@@ -262,7 +263,7 @@ void addAll() {
 #endif
 }
 
-// Its second thread makes reference counts atomic in the C library's eyes, as in any camera process.
+// A second thread. Without one the C++ library counts references without atomic operations, unlike in a camera process.
 class IdleThread {
 public:
     ~IdleThread() {
@@ -319,7 +320,7 @@ void writeThreads(const char* path, const HandOffs& handOffs, const Tails& tails
     std::fclose(out);
 }
 
-// The value of our own option, taken out of the arguments; null if it is not there.
+// Removes one of our own options from the arguments and returns its value; null if it was not given.
 const char* takeOption(int& argc, char** argv, const char* prefix) {
     for (int i = 1; i < argc; ++i) {
         if (std::strncmp(argv[i], prefix, std::strlen(prefix)) != 0) continue;

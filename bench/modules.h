@@ -1,6 +1,6 @@
-// (m) four modules of a pipeline on one camera, each on a thread of its own: per frame each sets its tags, reads those
-// of another module twice, and does a little work between the calls; one erases behind them. What counts is the slowest
-// call in a thousand: it is the one that makes a frame late.
+// (m) four modules of a pipeline on one camera, each on its own thread. In each frame a module sets its tags, reads
+// those of another module twice, and does a little work between the calls; one module also erases old frames. The
+// figure that matters is the 99.9th percentile of a call's time, because the slowest calls make a frame late.
 
 #ifndef PARAMSET_BENCH_MODULES_H
 #define PARAMSET_BENCH_MODULES_H
@@ -16,7 +16,7 @@ struct Tail {
     double permille999;
 };
 
-// The store, and the floor, whose lock sleeps at once. Blocks of the two in turn.
+// The store, and Maps, whose lock sleeps at once. The blocks of the two are interleaved.
 struct Tails {
     std::vector<Tail> store;
     std::vector<Tail> maps;

@@ -13,7 +13,7 @@ ABILITIES = ("from an earlier frame", "bounded history", "blocking wait", "erase
 
 
 def number(value):
-    """A ratio with as many decimals as tell something; empty if there is none."""
+    """A ratio with two decimals if it is below 10, else none; empty if there is no ratio."""
     if value is None:
         return ""
     return f"{value:.2f}" if value < 10 else f"{value:.0f}"
@@ -65,7 +65,7 @@ def ability_table(results):
 
 
 def print_aligned(head, rows):
-    # A row of its own text may run over its column into the empty ones beside it.
+    # The first cell of an aim's row is a long text; it may extend over the empty columns beside it.
     widths = [max(len(row[i]) for row in [head, *rows] if i > 0 or row[1] or row is head) for i in range(len(head))]
     for row in [head, *rows]:
         first = row[0].ljust(sum(widths[:4]) + 6) if row[0] and not row[1] else None
@@ -80,11 +80,11 @@ def markdown(head, rows):
 
 
 def cautions(results):
-    """What a reader of the table is to know first."""
+    """What a reader must know before trusting the table."""
     lines = [f"{name} is left out: {package} is not installed" for name, package in results.left_out.items()]
     load = results.context.get("load_avg", [0])[0]
     if load > results.context["num_cpus"] / 2:
-        lines.append(f"the machine was busy (load {load:.1f}): expect ratios to stray by a third, and run again when idle")
+        lines.append(f"the machine was busy (load {load:.1f}): ratios may be off by a third; run again when it is idle")
     return lines
 
 
@@ -120,16 +120,16 @@ def disassembly(program):
 def report(results, facts, assembly):
     parts = ["# The benchmark's report\n"]
     parts += [markdown(["", ""], [[name, value] for name, value in facts.items()])]
-    parts += ["Medians of interleaved repetitions. Each figure of the first table is a multiple of *maps*, the floor of "]
-    parts += ["the lock, the copy and the map operations that the declared data members make necessary. Where the store "]
-    parts += ["has an aim, its figure comes from stretches of both in turn.\n"]
+    parts += ["Medians of interleaved repetitions. The first table shows times as multiples of the time of *maps*, the "]
+    parts += ["floor: it does only the locking, the copying and the map operations that the store's declared data "]
+    parts += ["members require. If the store has an aim, its ratio is the median of interleaved pairs of short runs.\n"]
     parts += [markdown(["workload", ""], [[f"({name})", text] for name, text in WORKLOADS.items()])]
     parts += ["## Ratios\n", markdown(*ratio_table(results))]
     parts += [f"{line}.\n" for line in cautions(results)]
     parts += ["![the store by its floor](ratios.svg)\n", "![how cost grows](growth.svg)\n"]
     parts += ["## What each can do\n", markdown(*ability_table(results))]
-    parts += [f"## Nanoseconds\n\nOf a call; for {' and '.join(f'({w})' for w in PER_TAG)} of all that one tag takes in a "]
-    parts += ["frame; for the erases of the whole call.\n", markdown(*time_table(results))]
+    parts += [f"## Nanoseconds\n\nFor one call; for {' and '.join(f'({w})' for w in PER_TAG)} all calls of one tag in a "]
+    parts += ["frame; for the erases the whole call.\n", markdown(*time_table(results))]
     times = [[which, *(f"{results.hand_off(which, q)[0]:.0f}" for q in (0.5, 0.99))] for which in (STORE, "bare")]
     parts += ["## (g) Hand-offs, nanoseconds\n", markdown(["", "median", "99th percentile"], times)]
     holds = [[way, f"{ns:.1f}"] for way, ns in results.holds.items()]
@@ -148,7 +148,7 @@ def main():
 
     for name, value in facts.items():
         print(f"{name}: {value}")
-    print("\nmultiples of the time of 'maps', the floor\n")
+    print("\ntimes as multiples of the time of 'maps', the floor\n")
     print_aligned(*ratio_table(results))
     for line in cautions(results):
         print(line)

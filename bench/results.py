@@ -1,4 +1,4 @@
-"""What a run measured: medians of the repetitions in all its processes, by workload, contender and shape."""
+"""The results of a run: medians of the repetitions in all its processes, by workload, contender and shape."""
 
 import json
 import statistics
@@ -32,11 +32,11 @@ PEERS = {
     "LMDB": "liblmdb-dev",
     "tf2": "libtf2-dev",
 }  # with the package that each needs
-PER_TAG = ("e", "i", "j")  # a step handles all tags once; its time is told per tag
+PER_TAG = ("e", "i", "j")  # a step handles all tags once; its time is divided by their number
 
 
 class Results:
-    """Nanoseconds by (workload, contender, tags, bytes, threads), the pairs' ratios by the same without contender."""
+    """Nanoseconds by (workload, contender, tags, bytes, threads); ratios of pairs by the same key without contender."""
 
     def __init__(self, folder):
         runs = [json.loads(path.read_text()) for path in sorted(Path(folder).glob("bench.*.json"))]
@@ -71,7 +71,8 @@ class Results:
         if workload == "pair":
             pairs[contender, int(tags), int(size), 1].append(entry["ratio"])
             return
-        # Processor time leaves out what other processes took; of steps and threads there is wall time alone.
+        # Processor time excludes the time of other processes. For timed steps and several threads there is only wall
+        # time.
         wall = "manual_time" in rest or "real_time" in rest
         ns = entry["real_time" if wall else "cpu_time"]
         if workload in PER_TAG:
@@ -85,7 +86,7 @@ class Results:
         return sorted(rows, key=lambda row: (order.index(row[0]), row[2], row[1], row[3]))
 
     def ratio(self, row, contender, to=FLOOR):
-        """Time of a contender by that of another; None where one of them was not measured."""
+        """Time of a contender divided by that of another; None if one of them was not measured."""
         if (contender, to) == (STORE, FLOOR) and row in self.pairs:
             return self.pairs[row]
         workload, *shape = row
@@ -98,7 +99,7 @@ class Results:
         return statistics.median(block[place] for run in self.hand_offs for block in run["modules"][which])
 
     def hand_off(self, which, quantile):
-        """The quantile of a kind's hand-offs, and how many of its notifications were lost."""
+        """A quantile of the hand-offs of the store or the bare one, and how many notifications were lost."""
         runs = [run[which] for run in self.hand_offs]
         times = sorted(ns for run in runs for ns in run["ns"])
         value = statistics.median(times) if quantile == 0.5 else times[int(quantile * len(times))]

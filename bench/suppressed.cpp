@@ -1,4 +1,4 @@
-// A statement whose level is not printed, alone in a function, so that its cost can be read off the disassembly.
+// A log statement alone in a function. The disassembly shows what it costs if its level is not printed.
 
 #include "platform/log.h"
 

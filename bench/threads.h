@@ -1,5 +1,5 @@
-// (k) several threads on one camera, and each on one of its own: three gets to a set in place, at random frames and
-// tags.
+// (k) several threads that share one camera, or use one camera each: three gets for each set in place, at random frames
+// and tags.
 
 #ifndef PARAMSET_BENCH_THREADS_H
 #define PARAMSET_BENCH_THREADS_H

@@ -1,6 +1,6 @@
-// The workloads that one thread runs. Each is a class over its contender: the constructor fills the contender,
-// prepare() is what a step needs and what is not measured, step() is what is, and kOps says how many calls or values a
-// step has. The order of the accesses is random, from a fixed seed, and drawn in advance.
+// The workloads that one thread runs. Each is a class template over the contender. The constructor fills the contender.
+// prepare() does what a step needs, and is not measured; step() is measured; proves() tells whether the contender gives
+// the right answers. The order of the accesses is random, with a fixed seed, and computed in advance.
 
 #ifndef PARAMSET_BENCH_WORKLOADS_H
 #define PARAMSET_BENCH_WORKLOADS_H
@@ -23,10 +23,10 @@ struct Shape {
     uint32_t cam = kCam;
 };
 
-constexpr uint32_t kLiveFrames = 16;  // what an erase with a lag of ten leaves
+constexpr uint32_t kLiveFrames = 16;  // frames that remain after an erase with a lag of ten
 constexpr uint32_t kEraseLag = 10;
 
-// A value that proves itself: it begins with a number made of frame and tag.
+// A value that shows whose it is: it begins with a number that is computed from frame and tag.
 class Value {
 public:
     explicit Value(uint32_t size) : mBytes(size) {}
@@ -70,7 +70,7 @@ private:
     size_t mNext = 0;
 };
 
-// All tags in random order, another one for each frame of a few.
+// All tags in random order: a few different orders, used in turn.
 class RandomTags {
 public:
     explicit RandomTags(uint32_t tags) : mOrders(kOrders, std::vector<uint32_t>(tags)) {
@@ -89,7 +89,7 @@ private:
     size_t mNext = 0;
 };
 
-// What the workloads share: a contender with its tags, the value in hand, and the setting of whole frames.
+// What the workloads share: the contender, a value, and the setting of whole frames.
 template <class C>
 class Workload {
 public:
@@ -106,7 +106,7 @@ protected:
     void setFrames(uint32_t first, uint32_t last, uint32_t stride = 1) {
         for (uint32_t frame = first; frame <= last; frame += stride) setFrame(frame);
     }
-    // A floor that keeps no history need not be right.
+    // A contender that does not answer from earlier frames is not checked.
     bool answers(uint32_t frame, uint32_t tag, uint32_t from) {
         if (std::strcmp(C::kAbilities.earlierFrame, "no") == 0) return true;
         return mContender.get(mCam, frame, tag, mValue.out()) && mValue.is(from, tag);
@@ -154,7 +154,7 @@ private:
     RandomAccesses mOrder;
 };
 
-// (c) get 250 checkpoints back in a list of 300: every other frame has values, the ones between them are asked for
+// (c) get 250 checkpoints back in a list of 300: every other frame has values, and the gets ask for a frame without
 template <class C>
 class GetDeep : Workload<C> {
 public:
@@ -214,7 +214,7 @@ private:
     uint32_t mFrame = 0;
 };
 
-// (f) synchronous set, followed by a get of what is delivered
+// (f) synchronous set, followed by a synchronous get of the delivered value
 template <class C>
 class Deliver : Workload<C> {
 public:
@@ -305,7 +305,7 @@ private:
     uint32_t mFrame = 0;
 };
 
-// (j) set of new values: a frame sets all tags; what erases behind it is not measured
+// (j) set of new values: a frame sets all tags; the erase of old frames is not measured
 template <class C>
 class SetNew : Workload<C> {
 public:

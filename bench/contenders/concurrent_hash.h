@@ -1,5 +1,5 @@
 // oneTBB's concurrent_hash_map from (camera, pipe, tag, frame) to bytes. A hash has no order, so a read walks back
-// frame by frame. There is no mutex but those that the map keeps per bucket and per element.
+// frame by frame. The only locks are those that the map itself has for each bucket and each element.
 
 #ifndef PARAMSET_BENCH_CONCURRENT_HASH_H
 #define PARAMSET_BENCH_CONCURRENT_HASH_H
@@ -36,7 +36,7 @@ public:
         }
         return false;
     }
-    // It knows no range: what a call erases is what has come within reach since the one before.
+    // A hash cannot erase a range, so each frame is erased once: from the limit of the call before up to this one's.
     void erase(uint32_t cam, uint32_t frame) {
         const uint32_t limit = frame - kRetained;
         for (uint32_t old = mErased[cam] + 1; old <= limit; ++old) {

@@ -1,5 +1,5 @@
-// LMDB on a memory file system. Keys sort bytewise as (camera, pipe, tag, frame); a read moves a cursor to the key or
-// the one before it, in a read transaction that is renewed. Each set is a transaction of its own, so that it is seen.
+// LMDB on a memory file system. Keys sort bytewise as (camera, pipe, tag, frame). A read renews its read transaction
+// and moves a cursor to the key or the one before it. Each set is a transaction of its own, so that readers see it.
 
 #ifndef PARAMSET_BENCH_LMDB_H
 #define PARAMSET_BENCH_LMDB_H

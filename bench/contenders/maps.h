@@ -1,6 +1,6 @@
-// The upper floor: the same lock and copy, with the map operations alone that the store's declared data members make
-// necessary. Nothing is counted, checked or logged, each key is looked up once, and its value is remembered while the
-// lock is held. It does what the workloads ask, and is no store: no type of tag, no trimming, no frame 0 on request.
+// The upper floor: the same lock and copy, and only the map operations that the store's declared data members require.
+// Nothing is counted, checked or logged. Each key is looked up once while the lock is held. It can do what the
+// workloads need and no more: it has no tag types, does not trim, and frame 0 answers no request.
 
 #ifndef PARAMSET_BENCH_MAPS_H
 #define PARAMSET_BENCH_MAPS_H

@@ -1,5 +1,5 @@
-// What an engineer writes in an afternoon: one ordered map from (camera, pipe, tag, frame) to bytes under a mutex,
-// where a read takes the entry before upper_bound.
+// The simplest alternative: one ordered map from (camera, pipe, tag, frame) to bytes under a mutex. A read takes the
+// entry before upper_bound.
 
 #ifndef PARAMSET_BENCH_ORDERED_MAP_H
 #define PARAMSET_BENCH_ORDERED_MAP_H

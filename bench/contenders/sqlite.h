@@ -1,5 +1,5 @@
-// SQLite in memory: one table with the key (camera, pipe, tag, frame), and prepared statements under a mutex, with
-// SQLite's own switched off. A read asks for the newest frame up to its own.
+// SQLite in memory: one table with the key (camera, pipe, tag, frame), and prepared statements under a mutex; SQLite's
+// own mutexes are switched off. A read selects the newest frame up to its own.
 
 #ifndef PARAMSET_BENCH_SQLITE_H
 #define PARAMSET_BENCH_SQLITE_H
@@ -86,7 +86,7 @@ private:
 
     const uint32_t mTags;
     const uint32_t mSize;
-    std::mutex mMutex;  // a statement is one thread's at a time
+    std::mutex mMutex;  // only one thread at a time may use a statement
     sqlite3* mDb = nullptr;
     sqlite3_stmt* mSet = nullptr;
     sqlite3_stmt* mGet = nullptr;

@@ -1,4 +1,4 @@
-// The parameter store, through its C functions, in the shared library as its users have it.
+// The parameter store, called through its C functions in the shared library, as by any user.
 
 #ifndef PARAMSET_BENCH_STORE_H
 #define PARAMSET_BENCH_STORE_H
@@ -15,8 +15,9 @@ public:
     static constexpr char kName[] = "store";
     static constexpr Abilities kAbilities{"yes", "yes, by count and by erase", "yes", "yes", "yes, in five levels"};
 
-    // The registry outlives a store: it is emptied while there is none, so that each shape finds its own tags alone.
-    // Two of these share the one store, and are measured on a camera each; the first has all tags of the second.
+    // The registry outlives a store. It is emptied while there is none, so that each shape has only its own tags. If
+    // two objects of this class exist, they share the one store and each uses its own camera. The first one must have
+    // all tags of the second.
     Store(uint32_t tags, uint32_t size) {
         if (sUsers++ == 0) zarn::gTagInfo.clear();
         zarn::ParamSet::createInstance();

@@ -1,7 +1,8 @@
-// The transform buffer tf2 of robotics: transforms between named frames of reference by time, one second of its clock
-// per frame here. A value is always a transform of seven doubles, whatever size is asked for. Between two stamps it
-// interpolates; after the newest it refuses, so that a read from there asks for the newest there is (time 0). A second
-// value for a stamp is ignored. What is older than the cache time goes by itself, and nothing else can be erased.
+// tf2, a transform buffer from robotics: it keeps transforms between named frames of reference, by time. Here a camera
+// frame is one second of its clock. A value is always a transform of seven doubles, whatever size is asked for. Between
+// two time stamps it interpolates. It refuses a time after the newest stamp, so a read there asks for the newest value
+// (time 0). A second value for a stamp is ignored. Values older than the cache time are removed automatically; nothing
+// else can be erased.
 
 #ifndef PARAMSET_BENCH_TRANSFORM_BUFFER_H
 #define PARAMSET_BENCH_TRANSFORM_BUFFER_H
