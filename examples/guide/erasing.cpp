@@ -1,4 +1,4 @@
-// What an erase lets go of.
+// What an erase removes.
 
 #include "guide.h"
 
@@ -11,7 +11,7 @@ int main() {
     registerOrEnd(GAIN);
     registerOrEnd(HISTORY);
 
-    // each frame erases once, behind itself; the first seven erase nothing
+    // every frame calls erase with its own id; the calls of the first seven frames erase nothing
     for (uint32_t frame = 1; frame <= 100; ++frame) {
         setValue(GAIN, Frame{frame}, static_cast<int>(frame));
         if (frame % 20 == 0) setValue(HISTORY, Frame{frame}, static_cast<int>(frame));
@@ -22,10 +22,10 @@ int main() {
     CLAIM(valueOf(GAIN, Frame{94}) == 94);
     CLAIM(valueOf(GAIN, Frame{50}) == 94);
 
-    // a queue is left alone
+    // an ordinary erase removes nothing of a queue
     CLAIM(valueOf(HISTORY, Frame{20}) == 20);
 
-    // a pipe that nobody erases keeps the newest 300
+    // in a pipe that is never erased the newest 300 values are kept
     int got = 0;
     CLAIM(GAIN.set(CAMERA, NEVER_ERASED, FRAME_0, -1) == Result::OK);
     for (int i = 1; i <= 400; ++i) {
@@ -34,7 +34,7 @@ int main() {
     CLAIM(GAIN.get(CAMERA, NEVER_ERASED, Frame{101}, got) == Result::OK && got == 101);
     CLAIM(GAIN.get(CAMERA, NEVER_ERASED, Frame{100}, got) == Result::OK && got == -1);
 
-    // erasing everything leaves the newest value of each in frame 0, and begins anew
+    // erasing everything saves the newest value of each tag to frame 0; after that, frame ids may start at 1 again
     CLAIM(eraseFrames(CAMERA, PIPE, LATEST) == Result::OK);
     CLAIM(valueOf(GAIN, FRAME_0) == 100);
     CLAIM(valueOf(HISTORY, FRAME_0) == 100);

@@ -1,4 +1,5 @@
-// What the guide's programs share: a store for the time of the program, and claims that end it when they do not hold.
+// What the guide's programs share: a store that lives as long as the program, and claims that are checked. If a claim
+// does not hold, the program ends with an error.
 
 #ifndef GUIDE_H
 #define GUIDE_H
@@ -18,12 +19,12 @@ struct Store {
     ~Store() { ParamSet::destroyInstance(); }
 };
 
-#define CLAIM(condition)                                                                             \
-    do {                                                                                             \
-        if (!(condition)) {                                                                          \
-            std::fprintf(stderr, "%s:%d: this does not hold: %s\n", __FILE__, __LINE__, #condition); \
-            std::exit(1);                                                                            \
-        }                                                                                            \
+#define CLAIM(condition)                                                                              \
+    do {                                                                                              \
+        if (!(condition)) {                                                                           \
+            std::fprintf(stderr, "%s:%d: claim does not hold: %s\n", __FILE__, __LINE__, #condition); \
+            std::exit(1);                                                                             \
+        }                                                                                             \
     } while (false)
 
 template <typename Value>

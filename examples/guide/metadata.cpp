@@ -26,18 +26,18 @@ int main() {
     {
         const Store theStore;
 
-        // the store keeps a copy of its own; a frame without is answered by the newest earlier one
+        // the store keeps its own copy; for a frame without metadata the newest earlier frame that has some answers
         store(10, "ten");
         store(20, "twenty");
         CLAIM(metadataOf(10) == "ten");
         CLAIM(metadataOf(19) == "ten");
         CLAIM(metadataOf(5) == "none");
 
-        // storing again replaces the copy: a pointer that was got before is dead from here on
+        // storing again replaces the copy: pointers from an earlier getMetadata must not be used any more
         store(20, "twenty again");
         CLAIM(metadataOf(20) == "twenty again");
 
-        // an erase of pipe 0 keeps six frames; what goes is not saved to frame 0
+        // an erase of pipe 0 keeps the metadata of six frames; erased metadata is not saved to frame 0
         CLAIM(eraseFrames(CAMERA, Pipe{0}, Frame{26}) == Result::OK);
         CLAIM(metadataOf(20) == "none");
         CLAIM(metadataOf(21) == "none");

@@ -23,11 +23,11 @@ constexpr Parameter<int> GAIN{0x703, "gain", dynamicKind()};
 int main() {
     const Store store;
 
-    // two sizes for one tag: with the plain functions a neighbour's memory is overwritten
+    // one tag with two sizes: with the C functions a get would write beyond the caller's variable
     registerOrEnd(OLD_STATISTICS);
     CLAIM(STATISTICS.registerTag() == Registration::OTHER_SIZE);
 
-    // a tag that is used before it is registered may stay without buffers for good
+    // a tag that is used before it is registered may never get a buffer
     CLAIM(EARLY.set(CAMERA, PIPE, Frame{1}, 1) == Result::NO_BUFFER);
     CLAIM(EARLY.set(CAMERA, PIPE, Frame{2}, 1) == Result::NO_BUFFER);
     CLAIM(EARLY.registerTag() == Registration::OTHER_SIZE);
@@ -42,13 +42,13 @@ int main() {
     setValue(GAIN, FRAME_0, 1);
     CLAIM(valueOf(GAIN, Frame{1}) == 1);
 
-    // to wait for the newest frame makes a frame of the greatest number there is, which nobody delivers
+    // a synchronous get of THE_LAST makes a frame with that id: nobody delivers it, and it stays the newest frame
     setValue(GAIN, Frame{5}, 5);
     CLAIM(GAIN.wait(CAMERA, PIPE, LATEST, got, 1ms) == Result::NOT_OF_FRAME);
     CLAIM(GAIN.set(CAMERA, PIPE, LATEST, 6) == Result::OK);
     CLAIM(valueOf(GAIN, Frame{5}) == 5);
 
-    // the metadata's number
+    // the tag id that is reserved for metadata cannot be registered
     constexpr Parameter<int> RESERVED{METADATA_TAG, "mine", dynamicKind()};
     CLAIM(RESERVED.registerTag() == Registration::RESERVED_TAG);
 }

@@ -14,12 +14,12 @@ int main() {
         setValue(LONG, Frame{static_cast<uint32_t>(i)}, i);
     }
 
-    // the erase of a frame keeps so many frames behind it as the retain number says
+    // an erase of a frame keeps the values of the newest frames, as many as the retain number
     CLAIM(eraseFrames(CAMERA, PIPE, Frame{30}) == Result::OK);
     CLAIM(valueOf(SHORT, Frame{25}) == 25);
     CLAIM(valueOf(LONG, Frame{19}) == 19);
 
-    // what is further back is answered by frame 0, with the newest value that went
+    // for older frames, frame 0 answers with the newest erased value
     CLAIM(valueOf(SHORT, Frame{20}) == 24);
     CLAIM(valueOf(LONG, Frame{10}) == 18);
 }

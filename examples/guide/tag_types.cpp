@@ -28,13 +28,13 @@ int main() {
     CLAIM(valueOf(GAIN, Frame{19}).analog == 1.5f);
     CLAIM(valueOf(GAIN, Frame{25}).analog == 2.0f);
 
-    // queue: of all values, the newest eight; frame 0 answers for what went
+    // queue: the newest eight values are kept; frame 0 answers for older frames
     setValue(HISTORY, FRAME_0, -1);
     for (int i = 1; i <= 20; ++i) setValue(HISTORY, Frame{static_cast<uint32_t>(i)}, i);
     CLAIM(valueOf(HISTORY, Frame{13}) == 13);
     CLAIM(valueOf(HISTORY, Frame{12}) == -1);
 
-    // static: one value, whatever the frame
+    // static: one value for all frames
     setValue(TUNING, Frame{10}, 7);
     CLAIM(valueOf(TUNING, Frame{3}) == 7);
     setValue(TUNING, Frame{3}, 8);

@@ -39,7 +39,7 @@ void Camera::prepare(const Options& options) {
     setFirstValues();
 }
 
-// Frame 0 answers whoever asks before the first value of a tag was delivered.
+// Frame 0 answers the gets that come before the first value of a tag was delivered.
 void Camera::setFirstValues() {
     mStore.set(FRAME_READY, 0, FrameReady{});
     mStore.set(STATISTICS, 0, Statistics{});
@@ -49,7 +49,8 @@ void Camera::setFirstValues() {
     mStore.set(TUNING, 0, DEFAULT_TUNING);
 }
 
-// Somebody who sets a pace, or makes a module late, wants to see what is late. Without, waiting longer does no harm.
+// In real time (with --fps, --stall or --stage) modules continue without a late value, so that the tables show what was
+// late. Otherwise they wait longer, which does no harm.
 ModuleContext Camera::contextOf(const Options& options, ModuleName module) {
     ModuleContext context;
     context.camera = mStore.camera();
@@ -78,7 +79,7 @@ void Camera::join() {
     for (std::thread& thread : mThreads) thread.join();
 }
 
-// The sensor may have failed: when its input breaks off, the frames before are whole.
+// An error of the sensor does not matter here: if its input breaks off, the frames before are complete.
 bool Camera::commit() {
     bool whole = failures() == 0 && mIsp->framesDone() > 0;
     for (const Module* module : modules()) whole = whole && (module == mSensor.get() || module->error().empty());

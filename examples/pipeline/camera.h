@@ -1,4 +1,4 @@
-// One camera: its buffers, its four modules and their threads. This is the only place that sees more than one module.
+// One camera: its buffers, its four modules and their threads. Only this class knows more than one module.
 
 #ifndef PIPELINE_CAMERA_H
 #define PIPELINE_CAMERA_H
@@ -25,21 +25,21 @@ public:
     /// Opens the camera's source; throws std::runtime_error if that fails.
     Camera(uint32_t camera, const Options& options);
 
-    /// Opens the output, makes the modules and gives every tag its first value. The store exists, and the tags are
-    /// registered. Throws std::runtime_error if the output cannot be opened.
+    /// Opens the output, makes the modules and gives every tag its first value. The store must exist, and the tags must
+    /// be registered. Throws std::runtime_error if the output cannot be opened.
     void prepare(const Options& options);
 
     void start();
     void join();
 
-    /// Ends the stream after the frame that the sensor is at, also while the threads are running.
+    /// Ends the stream after the sensor's current frame. May be called while the threads are running.
     void stop() { mStop.request(); }
 
     /// Keeps the output if all its frames were processed and there is at least one. Returns whether it was kept. Throws
-    /// std::runtime_error if it cannot be written. The threads have ended.
+    /// std::runtime_error if it cannot be written. Call it after the threads have ended.
     bool commit();
 
-    /// Removes the output, also while the threads are running.
+    /// Removes the output. May be called while the threads are running.
     void discard();
 
     /// Empty if there is none.
@@ -52,7 +52,7 @@ public:
     const Exposure& exposure() const { return *mExposure; }
     const Isp& isp() const { return *mIsp; }
 
-    /// What went wrong, one line each; to be asked when the threads have ended.
+    /// One line for each thing that went wrong. Call it after the threads have ended.
     std::vector<std::string> problems() const;
 
 private:
@@ -62,7 +62,7 @@ private:
 
     StoreClient mStore;
     Stop mStop;
-    std::unique_ptr<FrameSource> mSource;  // until the sensor has it
+    std::unique_ptr<FrameSource> mSource;  // null after it was moved to the sensor
     FramePool mPool;
     std::optional<OutputFile> mOutput;
     std::optional<Y4mWriter> mWriter;

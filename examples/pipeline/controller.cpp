@@ -9,8 +9,9 @@
 
 namespace pipeline {
 
-// What a gain does to the mean is computed from the histogram, so that what clips is accounted for. Near the target the
-// gain is held while the scene is as bright as it was some time ago: following the noise would show as flicker.
+// Computes from the histogram which mean a gain gives, so that clipped pixels are accounted for. If the mean is near
+// the target and the scene is as bright as some frames ago, the gain stays: following the noise would look like
+// flicker.
 double ExposureController::update(const Tuning& tuning, const Statistics& statistics, const HistoryEntry& past) {
     if (statistics.stamp.frame == 0) return mGain;
     const double luma = meanAfterGain(statistics.histogram, mGain);

@@ -1,4 +1,4 @@
-// See exposure.h. It erases the statistics, being the last to read them.
+// See exposure.h. This module erases the pipe of the statistics, because it is the last to read them.
 
 #include "exposure.h"
 
@@ -6,8 +6,8 @@
 
 namespace pipeline {
 
-// Who is late finds its frame erased, and frame 0 answers with the last erased one. The frame that was worked on when
-// that one was erased is the next that somebody may still want a gain for.
+// If this module is late, its frame may have been erased; frame 0 then answers with the newest erased frame. The ISP
+// was at that frame plus the retain number when it erased it, so that is the first frame that may still need a gain.
 void Exposure::process() {
     for (uint32_t frame = 1;; ++frame) {
         FrameReady ready = awaitFrame(frame);
@@ -37,7 +37,8 @@ void Exposure::deliverGain(uint32_t frame) {
     mStore.set(HISTORY, frame, HistoryEntry{{}, statistics.meanY, gain});
 }
 
-// The ISP waits for the gain in a frame that holds nothing yet.
+// Sleeps first, so that the ISP already waits for the gain in the frame. The frame has no value yet, so the erase of
+// another tag removes it.
 void Exposure::removeFrame(uint32_t frame) {
     std::this_thread::sleep_for(Wait(DEFAULT_WAIT_MS / 2));
     mStore.set(MARKER, frame - 1, Marker{});

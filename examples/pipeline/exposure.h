@@ -12,7 +12,7 @@ class Exposure : public Module {
 public:
     explicit Exposure(const ModuleContext& context) : Module(context) {}
 
-    uint64_t skipped() const { return mSkipped; }  ///< frames that were gone when their turn came
+    uint64_t skipped() const { return mSkipped; }  ///< frames that were erased before this module reached them
 
 private:
     void process() override;

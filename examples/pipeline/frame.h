@@ -22,7 +22,7 @@ struct FrameFormat {
 };
 
 struct Frame {
-    /// The memory is left untouched: a format that promises more than the stream holds costs nothing.
+    /// Does not touch the memory, so a header that claims a huge format costs nothing.
     explicit Frame(const FrameFormat& frameFormat) : format(frameFormat), bytes(new uint8_t[frameFormat.size()]) {}
 
     uint8_t* luma() const { return bytes.get(); }
@@ -32,11 +32,11 @@ struct Frame {
 
     FrameFormat format;
     std::unique_ptr<uint8_t[]> bytes;
-    std::string parameters;  ///< of the frame's header line, with the blank in front
+    std::string parameters;  ///< from the frame's header line, with the blank before them
 };
 
-/// The frame buffers of one camera. A frame-ready value names one by its index, as a device's modules would pass the
-/// handle of a shared buffer; who may touch a buffer when is agreed upon through the store alone.
+/// The frame buffers of one camera. A frame-ready value names a buffer by its index, like the handle of a shared buffer
+/// on a device. The modules agree only through the store on who may use a buffer, and when.
 class FramePool {
 public:
     FramePool(const FrameFormat& format, uint32_t count) {
@@ -61,7 +61,7 @@ public:
     /// The header line of a YUV4MPEG2 stream of these frames, without line end.
     virtual const std::string& header() const = 0;
 
-    /// Fills the next frame; false at the end. Throws std::runtime_error if there is something wrong with it.
+    /// Fills the next frame; false at the end. Throws std::runtime_error if the frame cannot be read.
     virtual bool read(Frame& frame) = 0;
 };
 

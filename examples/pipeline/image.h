@@ -1,4 +1,4 @@
-// What is measured on pictures and done to them. Limited range: black is 16, white 235, and neutral chroma 128.
+// Measuring pictures, and applying a gain to them. Limited range: black is 16, white 235, and neutral chroma 128.
 
 #ifndef PIPELINE_IMAGE_H
 #define PIPELINE_IMAGE_H
@@ -11,8 +11,8 @@
 
 namespace pipeline {
 
-/// What a gain makes of each luma level and of each chroma level. Chroma goes up with luma, about its neutral level, so
-/// that colours keep their saturation; both are clipped.
+/// The result of a gain for each luma level and each chroma level. Chroma is scaled like luma, around its neutral
+/// level, so that colours keep their saturation. Both are clipped.
 class GainTable {
 public:
     explicit GainTable(double gain);
@@ -31,7 +31,7 @@ Statistics measure(const Frame& frame);
 /// Writes @p in with the gain applied to @p out, which has the same format. Returns the mean luma of @p out.
 double applyGain(const GainTable& table, const Frame& in, Frame& out);
 
-/// Mean luma that a picture of this histogram has once the gain is applied.
+/// Mean luma that a picture with this histogram has after the gain is applied.
 double meanAfterGain(const uint32_t (&histogram)[256], double gain);
 
 }  // namespace pipeline

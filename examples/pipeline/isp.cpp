@@ -1,5 +1,5 @@
-// See isp.h. It erases all pipes but that of the statistics: its frame is the oldest that anybody still works on, or
-// should.
+// See isp.h. This module erases all pipes but that of the statistics: its frame is the oldest that any module should
+// still be working on.
 
 #include "isp.h"
 
@@ -11,8 +11,8 @@ namespace pipeline {
 Isp::Isp(const ModuleContext& context, Y4mWriter* output)
     : Module(context), mOutput(output), mProcessed(context.pool->format()) {}
 
-// When the output fails the sensor is told with the buffer that it gets back, and the frames that are already under way
-// are let go by.
+// If the output fails, the frames that are already on their way are not processed. Their buffers are returned to the
+// sensor with a flag that tells it to stop.
 void Isp::process() {
     for (uint32_t frame = 1;; ++frame) {
         const FrameReady ready = awaitFrame(frame);
@@ -29,7 +29,7 @@ void Isp::process() {
     if (mOutput != nullptr) mOutput->flush();
 }
 
-// The pixels are not changed in place: statistics may be late and still be measuring them.
+// The pixels are not changed in place, because a late statistics module may still be measuring them.
 void Isp::processFrame(uint32_t frame, const Frame& in) {
     const double gain = programGain(frame);
     mMeanLuma.push_back(applyGain(GainTable(gain), in, mProcessed));
@@ -39,8 +39,8 @@ void Isp::processFrame(uint32_t frame, const Frame& in) {
     mLatencyMs.push_back(static_cast<double>(steadyNs() - metadata.timestampNs) / 1e6);
 }
 
-// Two waits, so that exposure has the time for its own fall-back. The processor rounds the gain; what it has is what is
-// applied.
+// Waits twice, so that exposure has time for its own wait and fall-back. The processor rounds the gain, so its value is
+// read back and applied.
 double Isp::programGain(uint32_t frame) {
     Gain gain{};
     awaitValue(GAIN, frame, gain, 2);

@@ -13,11 +13,11 @@ namespace pipeline {
 
 class Isp : public Module {
 public:
-    /// @param output  where the frames go, null if nowhere; not owned
+    /// @param output  the frames are written there; null: not written; not owned
     Isp(const ModuleContext& context, Y4mWriter* output);
 
     uint32_t framesDone() const { return mFramesDone.load(std::memory_order_relaxed); }  ///< thread-safe
-    uint32_t programmed() const { return mProgrammed; }  ///< times that the processor was programmed, by its own count
+    uint32_t programmed() const { return mProgrammed; }  ///< how often the processor was programmed, by its own count
     const std::vector<double>& meanLuma() const { return mMeanLuma; }    ///< of each output frame
     const std::vector<double>& latencyMs() const { return mLatencyMs; }  ///< from sensor to output
 

@@ -1,4 +1,4 @@
-// A camera pipeline of four modules per camera that meet only in the parameter store. See --help.
+// A camera pipeline of four modules per camera that exchange values only through the parameter store. See --help.
 
 #include <pthread.h>
 #include <signal.h>
@@ -30,7 +30,7 @@ using Cameras = std::vector<std::unique_ptr<Camera>>;
 constexpr int OK = 0;
 constexpr int FAILED = 1;
 constexpr int WRONG_USAGE = 2;
-constexpr int INTERRUPTED = 130;  // as a shell reports a program that SIGINT ended
+constexpr int INTERRUPTED = 130;  // the exit status that a shell reports for a program that SIGINT ended
 
 sigset_t endingSignals() {
     sigset_t signals;
@@ -46,7 +46,7 @@ void printProgress(const Cameras& cameras, uint32_t frames, bool known, double s
     std::fprintf(stderr, "\rframe %u%s, %.1f per second ", done, of.c_str(), done / seconds);
 }
 
-/// Ends the process as the signal would have, but without leaving parts of files behind.
+/// Removes the unfinished output files, and then ends the process as the signal would have done.
 [[noreturn]] void endBy(int signal, const Cameras& cameras) {
     for (const auto& camera : cameras) camera->discard();
     ::signal(signal, SIG_DFL);
@@ -61,11 +61,11 @@ void handle(int signal, const Cameras& cameras, bool& interrupted) {
     if (signal != SIGINT || interrupted) endBy(signal, cameras);
     interrupted = true;
     const char* line = isatty(STDERR_FILENO) != 0 ? "\r\033[K" : "";
-    std::fprintf(stderr, "%spipeline: interrupted, finishing the frames under way; Ctrl-C again ends at once\n", line);
+    std::fprintf(stderr, "%spipeline: interrupted, finishing the frames in work; Ctrl-C again ends at once\n", line);
     for (const auto& camera : cameras) camera->stop();
 }
 
-/// Runs the cameras to their end, or to an interrupt, and returns the seconds that it took.
+/// Runs the cameras until they have ended or are interrupted. Returns the seconds that it took.
 double runCameras(const Cameras& cameras, const Options& options, bool& interrupted) {
     const int64_t startNs = steadyNs();
     const auto elapsed = [startNs] { return static_cast<double>(steadyNs() - startNs) / 1e9; };
@@ -101,7 +101,7 @@ bool complain(const Cameras& cameras) {
     return anything;
 }
 
-/// Puts the outputs in place. Says how much they hold if that is not what was asked for.
+/// Puts the outputs in place. If a stream was cut short, prints how many frames its output has.
 void commit(const Cameras& cameras, bool cutShort) {
     for (const auto& camera : cameras) {
         if (!camera->commit() || !cutShort) continue;
@@ -116,7 +116,7 @@ int run(const Options& options) {
     Cameras cameras;
     for (uint32_t id = 0; id < options.cameras; ++id) cameras.push_back(std::make_unique<Camera>(id, options));
 
-    // From here on there may be parts of files to remove.
+    // Blocked, because from here on an ending signal must first remove the unfinished output files.
     const sigset_t signals = endingSignals();
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     std::array<Processor, MAX_CAM_NUM> processors{};

@@ -15,8 +15,7 @@ void Module::run() noexcept {
     }
 }
 
-// There is no bound on these waits: a camera may pause, and the sensor announces the end of the stream whatever it
-// ends by.
+// Waits without a bound: a camera may pause, and however the stream ends, the sensor announces its end.
 FrameReady Module::awaitFrame(uint32_t frame) {
     FrameReady ready{};
     for (;;) {

@@ -1,6 +1,6 @@
 // What the modules of a camera have in common. A module knows the store, its camera's frame buffers and how late it may
-// be, and nothing of the other modules: who fills a frame, or answers a get, is not its business.
-// Each runs on a thread of its own; its results are read when that thread has ended.
+// be. It does not know the other modules: not which one fills a frame, nor which one sets the values that it gets.
+// Each runs on its own thread; its results are read after that thread has ended.
 
 #ifndef PIPELINE_MODULE_H
 #define PIPELINE_MODULE_H
@@ -19,7 +19,7 @@ struct ModuleContext {
     FramePool* pool = nullptr;
     Wait stall{0};                    ///< how late the module is with each frame
     Wait frameWait{DEFAULT_WAIT_MS};  ///< one wait for a frame to begin
-    bool realTime = false;            ///< go on with an earlier value when one is late
+    bool realTime = false;            ///< continue with an earlier value if one is late
     ModuleName name = MODULE_COUNT;
     const Staging* staging = nullptr;
 };
@@ -32,23 +32,23 @@ public:
     Module(const Module&) = delete;
     Module& operator=(const Module&) = delete;
 
-    /// The thread's body: works until the sensor says that the stream has ended.
+    /// The thread's body: works until the sensor announces the end of the stream.
     void run() noexcept;
 
     const char* name() const { return MODULE_NAMES[mContext.name]; }
     const Traffic& traffic() const { return mStore.traffic(); }
-    uint64_t fallbacks() const { return mFallbacks; }  ///< frames that went on with another frame's value
+    uint64_t fallbacks() const { return mFallbacks; }  ///< frames that were processed with another frame's value
     const std::string& error() const { return mError; }
 
 protected:
     virtual void process() = 0;
 
-    /// The frame-ready value of @p frame. Its frame id is greater if the frame is gone already, as happens to a module
-    /// that is far behind.
+    /// Waits for the frame-ready value of @p frame. If the frame was erased already, because this module is far behind,
+    /// the value has a greater frame id.
     FrameReady awaitFrame(uint32_t frame);
 
-    /// Waits for the frame's own value: @p waits times in real time, else as long as can be of use. What is answered
-    /// then is a fall-back.
+    /// Waits for the frame's own value: @p waits times in real time, else for as long as it may still come. Any other
+    /// value is counted as a fall-back.
     template <typename Value>
     void awaitValue(const Tag<Value>& tag, uint32_t frame, Value& value, int waits) {
         for (int i = 0; i < (mContext.realTime ? waits : patience()); ++i) {
@@ -59,8 +59,8 @@ protected:
 
     void stall(uint32_t frame) const;
 
-    /// More waits than any module is ever late for: a value that has not come after them is not coming. A staged fault
-    /// may keep it from ever coming.
+    /// More waits than any module is ever late: a value that has not come by then will not come. With staged faults
+    /// fewer, because the fault may keep a value from ever coming.
     int patience() const { return mContext.staging->isEmpty() ? 600 : 3; }
 
     const ModuleContext mContext;

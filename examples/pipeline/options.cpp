@@ -16,34 +16,35 @@ namespace pipeline {
 
 const char USAGE[] =
     R"(Usage: pipeline [OPTION]...
-Runs a camera pipeline of four modules that meet only in the parameter store, and
-prints what passed between them.
+Runs a camera pipeline of four modules that exchange values only through the
+parameter store, and prints a table of their calls.
 
   --input FILE       frames of a YUV4MPEG2 file or pipe, 8-bit 4:2:0; '-' is standard
                      input. Without it a built-in scene whose light changes
   --output FILE      write the processed frames as YUV4MPEG2; '-' is standard output,
-                     and the tables go to standard error. With several cameras the
-                     camera's number goes into the name: clip.cam0.y4m for clip.y4m
-  --cameras N        run 1 to 5 cameras, each with modules of its own (default 1);
-                     all read the same input
+                     and the tables are then printed on standard error. With several
+                     cameras each has its own file: clip.cam0.y4m for clip.y4m
+  --cameras N        run 1 to 5 cameras, each with its own modules (default 1); all read
+                     the same input
   --frames N         end after N frames (default: the whole input; 300 of the scene)
   --fps N            real time, N frames per second (default: as fast as it can)
   --stall MODULE:MS  make the module sensor, statistics, exposure or isp late by MS
-                     milliseconds with each frame, 1 to 1000; others then do not wait
-                     for long. Statistics late by more than 50, or gains by more than
-                     100, are replaced by earlier ones. May be given for each module
-  --frame-wait MS    how long one wait for a frame to begin lasts (default: two frames,
-                     at least 50)
+                     milliseconds with each frame, 1 to 1000. The other modules then
+                     wait for at most 50 ms for statistics and 100 ms for a gain, and
+                     use an earlier value after that. May be given for each module
+  --frame-wait MS    the longest single wait for a frame to begin (default: the time of
+                     two frames, at least 50)
   -h, --help         print this
 
-To see faults in a log, a run stages some, and prints each that has happened:
+To see what a fault looks like in a log, let a run stage it. Each staged fault that
+has happened is printed at the end:
 
-  --stall MODULE:MS@FRAME[-FRAME]          the module is late with these frames alone
+  --stall MODULE:MS@FRAME[-FRAME]          the module is late with these frames only
   --stage drop:TAG@FRAME[-FRAME]           the value is not delivered
-  --stage plain:TAG@FRAME[-FRAME]          a plain set takes the place of the delivery
+  --stage plain:TAG@FRAME[-FRAME]          the value is set by a plain set, not delivered
   --stage lose:TAG:MODULE@FRAME[-FRAME]    the module misses its wake-up
   --stage erase:TAG@FRAME[-FRAME]          the tag's pipe is erased too early
-  --stage gone@FRAME[-FRAME]               another tag's erase takes the gain's frame
+  --stage gone@FRAME[-FRAME]               another tag's erase removes the gain's frame
   --stage end@FRAME                        the store is destroyed
   --stage retain:TAG:NUMBER                the tag has another retain number
   --stage unregistered:TAG                 the tag is not registered
@@ -53,9 +54,9 @@ TAG is frame-ready, statistics, gain, history, tuning, released or metadata.
 Ctrl-C ends the stream early: the frames so far are kept, and the tables are
 printed. A second Ctrl-C ends the program at once, without an output file.
 
-The store logs failures alone, unless the environment variable PARAMSET_LOG sets a
-level. Exit status: 0 if all went well, 1 if not, 2 for a wrong command line,
-130 if Ctrl-C ended the stream.
+The store logs only failures, unless the environment variable PARAMSET_LOG sets
+another level. Exit status: 0 if all went well, 1 if not, 2 for a wrong command
+line, 130 if Ctrl-C ended the stream.
 )";
 
 namespace {

@@ -34,7 +34,7 @@ OutputFile::OutputFile(const std::string& path) : mName(path), mPath(path) {
     if (!fs::exists(status) || fs::is_regular_file(status)) {
         if (fs::exists(status)) {
             if (::access(path.c_str(), W_OK) != 0) failToWrite(mName, errno);
-            mPath = fs::canonical(path).string();  // a link stays a link
+            mPath = fs::canonical(path).string();  // replaces the file that a link points to, not the link
         }
         mPartial = mPath + ".part" + std::to_string(::getpid());
         flags |= O_CREAT | O_EXCL;

@@ -1,4 +1,4 @@
-// A file that appears whole or not at all: it is written under another name beside its place, and renamed at the end.
+// A file that appears complete or not at all: it is written in the same folder under another name, and then renamed.
 
 #ifndef PIPELINE_OUTPUT_FILE_H
 #define PIPELINE_OUTPUT_FILE_H
@@ -10,11 +10,11 @@ namespace pipeline {
 
 class OutputFile {
 public:
-    /// "-" is standard output. What exists and is no regular file, such as a device or a pipe, is written directly.
-    /// Throws std::runtime_error if it cannot be written.
+    /// "-" is standard output. A path that exists and is no regular file, such as a device or a pipe, is written
+    /// directly. Throws std::runtime_error if it cannot be written.
     explicit OutputFile(const std::string& path);
 
-    /// Unless committed, nothing stays.
+    /// Removes the unfinished file, unless it was committed.
     ~OutputFile();
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
@@ -22,16 +22,16 @@ public:
     std::FILE* stream() const { return mStream; }
     const std::string& name() const { return mName; }
 
-    /// Puts the file in its place. Throws std::runtime_error if the last bytes cannot be written.
+    /// Renames the file to its final name. Throws std::runtime_error if the last bytes cannot be written.
     void commit();
 
-    /// Removes what was written so far, also while another thread is writing it: for a process about to end.
+    /// Removes the unfinished file, for a process that is about to end. Another thread may still be writing it.
     void discard();
 
 private:
     std::string mName;
     std::string mPath;
-    std::string mPartial;  ///< empty when written directly, and when there is nothing left to remove
+    std::string mPartial;  ///< the unfinished file; empty if written directly, or if there is nothing left to remove
     std::FILE* mStream = nullptr;
 };
 

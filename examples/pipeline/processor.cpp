@@ -1,4 +1,4 @@
-// See processor.h. Operations return 0 when done and a result of their own, distinct from the store's, when not.
+// See processor.h. An operation returns 0 if it succeeded, else a result that is different from the store's.
 
 #include "processor.h"
 

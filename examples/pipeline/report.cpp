@@ -78,7 +78,7 @@ void printReport(std::FILE* out, const Camera& camera, double seconds) {
                  latency.percentile99, latency.greatest);
     std::fprintf(out, "external processor: programmed %u times\n", isp.programmed());
     if (camera.exposure().skipped() != 0) {
-        std::fprintf(out, "exposure skipped %" PRIu64 " frames, being too late for them\n",
+        std::fprintf(out, "exposure skipped %" PRIu64 " frames, because it was too late for them\n",
                      camera.exposure().skipped());
     }
     std::fprintf(out, "\n");

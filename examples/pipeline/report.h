@@ -10,7 +10,8 @@
 
 namespace pipeline {
 
-/// Median, 99th percentile and greatest of some times: the least value that as great a part is not above.
+/// Median, 99th percentile and greatest of some times. A percentile is the smallest value with at least that part of
+/// the times at or below it.
 struct Spread {
     double median = 0;
     double percentile99 = 0;

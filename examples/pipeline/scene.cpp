@@ -1,4 +1,4 @@
-// See scene.h. All in limited range: black is 16, and neutral chroma 128.
+// See scene.h. Limited range: black is 16, and neutral chroma 128.
 
 #include "scene.h"
 

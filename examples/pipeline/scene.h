@@ -1,4 +1,4 @@
-// The built-in sensor model: what a fixed camera sees of a scene whose light changes.
+// The built-in sensor model: pictures that a fixed camera takes of a scene whose light changes.
 
 #ifndef PIPELINE_SCENE_H
 #define PIPELINE_SCENE_H
@@ -11,18 +11,18 @@
 
 namespace pipeline {
 
-/// A gradient with a disc that moves in front of it, under light that steps and swings, and some noise. The same camera
-/// always sees the same.
+/// A gradient with a disc that moves in front of it, in a light that changes in steps and in waves, and some noise.
+/// Each camera has the same pictures in every run.
 class Scene : public FrameSource {
 public:
-    /// @param fps  frames per second of the stream, for its header alone
+    /// @param fps  frames per second of the stream, used only in its header
     Scene(uint32_t camera, double fps);
 
     const FrameFormat& format() const override { return mFormat; }
     const std::string& header() const override { return mHeader; }
     bool read(Frame& frame) override;
 
-    /// Light of a frame; 1 lights the scene well.
+    /// Light of a frame; 1 is a well lit scene.
     static double lightOf(uint32_t frame);
 
 private:

@@ -1,5 +1,5 @@
-// See sensor.h. A buffer is filled anew only when the frame that was in it has its statistics and was released by the
-// ISP. So a module that is late slows the sensor down, and no frame is lost.
+// See sensor.h. A buffer is filled again only after the statistics of its last frame were delivered and the ISP has
+// released it. So a late module slows the sensor down, and no frame is lost.
 
 #include "sensor.h"
 
@@ -9,13 +9,13 @@ namespace pipeline {
 
 namespace {
 
-/// What the sensor model is driven with. Its scene does the rest.
+/// The sensor's settings in the metadata. They never change; only the scene's light does.
 constexpr uint32_t EXPOSURE_US = 10000;
 constexpr float SENSOR_GAIN = 1;
 
 }  // namespace
 
-// Whatever ends the stream, the others learn of it.
+// However the stream ends, the last frame-ready value tells the other modules.
 void Sensor::process() {
     mStartNs = steadyNs();
     uint32_t frame = 1;

@@ -14,7 +14,7 @@ class Sensor : public Module {
 public:
     /// @param frames  frames to deliver at most
     /// @param fps     pace; 0 is as fast as the buffers come back
-    /// @param stop    ends the stream after the frame that it is at
+    /// @param stop    a request there ends the stream after the current frame
     Sensor(const ModuleContext& context, std::unique_ptr<FrameSource> source, uint32_t frames, double fps,
            const Stop& stop)
         : Module(context), mSource(std::move(source)), mFrames(frames), mFps(fps), mStop(stop) {}
@@ -24,7 +24,7 @@ private:
     bool deliverFrame(uint32_t frame);
     bool awaitBuffer(uint32_t lastUser);
 
-    /// Waits until the frame is due. False if the stream is to stop before it.
+    /// Waits until the frame is due. False if a stop was requested before that.
     bool pace(uint32_t frame) const;
 
     std::unique_ptr<FrameSource> mSource;

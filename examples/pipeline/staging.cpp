@@ -13,7 +13,7 @@ namespace pipeline {
 
 namespace {
 
-/// What a fault's text has between its name and its frames.
+/// Which parts the text of a fault has after its name.
 struct Syntax {
     Fault fault;
     const char* name;
@@ -42,7 +42,7 @@ const TagName TAGS[] = {
     {METADATA_TAG, "metadata"},
 };
 
-/// Takes a text apart from the front, at colons.
+/// Splits a text at colons, from the front.
 struct Parts {
     std::string whole;
     std::string rest = whole;
@@ -95,7 +95,7 @@ const Syntax& syntaxOf(Fault fault) {
     return *syntax;
 }
 
-/// A sensor that gets no word of a frame's buffer would wait for it for long, and the modules for the sensor's frame.
+/// Without frame-ready values the modules would wait for ever. Metadata is not registered and has no retain number.
 bool isRefused(Fault fault, uint32_t tag) {
     const bool isFrameReady = tag == FRAME_READY.tag();
     if (fault == Fault::DROP || fault == Fault::UNREGISTERED) return isFrameReady;
@@ -118,16 +118,18 @@ void Staging::add(const std::string& text) {
     if (syntax->hasTag) staged.tag = tagOf(parts, parts.next());
     if (syntax->hasModule) staged.module = moduleOf(parts, parts.next());
     if (syntax->hasNumber) staged.number = static_cast<int>(parts.number(parts.next(), "it needs a number"));
-    if (syntax->hasFrames != !frames.empty()) parts.refuse(syntax->hasFrames ? "it needs a frame" : "it has no frame");
+    if (syntax->hasFrames != !frames.empty())
+        parts.refuse(syntax->hasFrames ? "it needs a frame" : "it takes no frame");
     if (syntax->hasFrames) {
         const size_t dash = frames.find('-');
-        staged.first = parts.number(frames.substr(0, dash), "the frame is no number");
-        staged.last = dash == std::string::npos ? staged.first
-                                                : parts.number(frames.substr(dash + 1), "the last frame is no number");
+        staged.first = parts.number(frames.substr(0, dash), "the frame is not a number");
+        staged.last = dash == std::string::npos
+                          ? staged.first
+                          : parts.number(frames.substr(dash + 1), "the last frame is not a number");
         if (staged.last < staged.first) parts.refuse("the last frame is before the first");
     }
-    if (!parts.rest.empty()) parts.refuse("too much of it");
-    if (isRefused(staged.fault, staged.tag)) parts.refuse("without it the pipeline cannot go on");
+    if (!parts.rest.empty()) parts.refuse("it has too many parts");
+    if (isRefused(staged.fault, staged.tag)) parts.refuse("without this value the pipeline cannot continue");
     if (staged.fault == Fault::LOSE && !MissedWakeUps::isPossible()) {
         parts.refuse("wake-ups get lost only with the tests' library miss_wake_ups in LD_PRELOAD");
     }

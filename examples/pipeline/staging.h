@@ -1,5 +1,5 @@
-// Faults that a run stages on purpose, so that its log shows them; and what came of each.
-// Set up before the modules run, and then used by all of them: the notes have a lock.
+// Faults that a run stages on purpose, so that its log shows them, and notes about those that have happened.
+// Set up before the modules run. Then all modules use it; a lock guards the notes.
 
 #ifndef PIPELINE_STAGING_H
 #define PIPELINE_STAGING_H
@@ -26,7 +26,7 @@ enum class Fault {
     PLAIN,         ///< the value is set by a plain set
     LOSE,          ///< the module misses the wake-up for the value
     ERASE,         ///< the pipe of the tag is erased too early
-    GONE,          ///< another tag's erase removes the frame in which the gain is waited for
+    GONE,          ///< another tag's erase removes the frame in which the ISP waits for the gain
     END,           ///< the store is destroyed before the frame is delivered
     RETAIN,        ///< the tag is registered with another retain number
     UNREGISTERED,  ///< the tag is not registered
@@ -34,9 +34,9 @@ enum class Fault {
 
 class Staging {
 public:
-    /// Adds a fault, as --stage takes it. Throws UsageError.
+    /// Adds a fault, from the text of --stage. Throws UsageError.
     void add(const std::string& text);
-    /// "MODULE:MS@FRAME[-FRAME]", as --stall takes it. Throws UsageError.
+    /// Adds a stall, from the text of --stall: "MODULE:MS@FRAME[-FRAME]". Throws UsageError.
     void addStall(const std::string& text, int mostMs);
 
     bool isEmpty() const { return mFaults.empty(); }
@@ -47,10 +47,10 @@ public:
 
     /// Notes that a fault has happened.
     void note(Fault fault, uint32_t tag, uint32_t frame, ModuleName module = MODULE_COUNT, int number = 0) const;
-    /// Like has, and notes it.
+    /// As has; if the fault is staged, notes that it has happened.
     bool happens(Fault fault, uint32_t tag, uint32_t frame) const;
 
-    /// What has happened, in the words of the command line.
+    /// The faults that have happened, in the syntax of the command line.
     std::vector<std::string> notes() const;
 
 private:
@@ -67,8 +67,8 @@ private:
     mutable std::vector<std::string> mNotes;
 };
 
-/// While it lives, this thread's waits miss their wake-ups: they end by their time-outs. Possible if the program runs
-/// with the library that makes it happen, tests/miss_wake_ups.cpp.
+/// While an object of this class lives, the waits of its thread miss their wake-ups: they end by their time-outs. Works
+/// only if the library of tests/miss_wake_ups.cpp is preloaded.
 class MissedWakeUps {
 public:
     explicit MissedWakeUps(bool missed);

@@ -6,7 +6,7 @@
 
 namespace pipeline {
 
-// No frame is left out: the sensor waits for each one's statistics before it uses the buffer again.
+// No frame is skipped, because the sensor waits for the statistics of each frame before it uses the buffer again.
 void StatisticsModule::process() {
     for (uint32_t frame = 1;; ++frame) {
         const FrameReady ready = awaitFrame(frame);

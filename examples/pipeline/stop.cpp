@@ -17,7 +17,7 @@ namespace pipeline {
 
 namespace {
 
-/// Waits for input on either descriptor, and without a limit if @p timeoutNs is null. A negative descriptor is ignored.
+/// Waits for input on either descriptor; if @p timeoutNs is null, without a limit. A negative descriptor is ignored.
 /// Returns whether @p stopFd has input.
 bool waitForStop(int stopFd, int otherFd, const int64_t* timeoutNs) {
     std::array<pollfd, 2> waits = {{{stopFd, POLLIN, 0}, {otherFd, POLLIN, 0}}};

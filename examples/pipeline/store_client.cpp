@@ -1,4 +1,4 @@
-// Counting what passes between a module and the store, and telling who answered a get.
+// Counts the calls of a module to the store, and finds out which frame answered a get.
 
 #include "store_client.h"
 
@@ -13,7 +13,7 @@ using namespace zarn;
 
 namespace {
 
-/// An erase at an earlier frame does nothing.
+/// An erase with a smaller frame id does nothing.
 constexpr uint32_t FIRST_ERASE = 8;
 
 }  // namespace
@@ -29,7 +29,7 @@ void StoreClient::erase(Pipe pipe, uint32_t frame) {
     mErased[static_cast<size_t>(pipe.number())] = frame;
 }
 
-// As much too early as the retain number allows for: everything up to this frame goes.
+// A staged erase is too early by the tag's retain number, so it removes the tag's values up to this frame.
 uint32_t StoreClient::stagedLead(Pipe pipe, uint32_t frame) const {
     const auto leadOf = [&](const auto& tag) {
         if (pipe.number() != tag.pipe.number() || !isStaged(Fault::ERASE, tag.tag(), frame)) return 0u;
@@ -68,9 +68,9 @@ void StoreClient::countSet(Result result) {
     ++(result == Result::OK ? mTraffic.sets : mTraffic.failures);
 }
 
-// A result of TIMED_OUT is a time-out; NOT_OF_FRAME is one too, unless an erase ended the wait before its time. The
-// result does not tell whether a get that succeeded had to wait: it did if the value was handed to the store after the
-// call. That misses a wait that began in the few instructions between a deliverer's clock and the store's mutex.
+// TIMED_OUT is a time-out. So is NOT_OF_FRAME, unless an erase ended the wait early. The result does not tell whether a
+// successful get had to wait: it did if the value was delivered after the call began. This misses a wait that began
+// just after the deliverer read the clock and before it took the store's mutex.
 void StoreClient::countWait(Result result, int64_t startNs, int64_t deliveredNs, Wait timeout) {
     const std::chrono::nanoseconds took(steadyNs() - startNs);
     const bool missed = result == Result::NOT_OF_FRAME || result == Result::TIMED_OUT;
@@ -79,9 +79,10 @@ void StoreClient::countWait(Result result, int64_t startNs, int64_t deliveredNs,
     if (missed && took >= timeout) ++mTraffic.timeouts;
 }
 
-// A value's own frame id tells which frame it was delivered for, but frame 0 holds copies of erased values, too. Such a
-// copy is of a frame that this client has erased, or, where another client erases, of the frame that was asked for or a
-// later one: who is asked for a frame that far back has lost it. Frame 0's first value has the id 0.
+// A value's own frame id tells which frame it was delivered for. But frame 0 also holds copies of erased values, and
+// the first value of frame 0 has the id 0. A value is such a copy if its frame was erased: by this client (it is at or
+// below the erase point), or by another one (then it is of the requested frame or a later one, because the requested
+// frame itself was erased).
 AnsweredBy StoreClient::countGet(Kind kind, Pipe pipe, uint32_t frame, uint32_t answering, Result result) {
     if (result != Result::OK && result != Result::NOT_OF_FRAME && result != Result::TIMED_OUT) {
         ++mTraffic.failures;
@@ -97,7 +98,7 @@ AnsweredBy StoreClient::countGet(Kind kind, Pipe pipe, uint32_t frame, uint32_t 
     return answering < frame ? AnsweredBy::EARLIER : AnsweredBy::ITSELF;
 }
 
-// The last frame whose value is gone by what this client erased. A queue is not erased, but trims itself.
+// The newest frame whose value this client has erased. A queue is trimmed, not erased.
 uint32_t StoreClient::erasePoint(Kind kind, Pipe pipe) const {
     const auto retain = static_cast<uint32_t>(kind.retain);
     const uint32_t erased = mErased[static_cast<size_t>(pipe.number())];

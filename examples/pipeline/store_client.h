@@ -1,5 +1,5 @@
-// One module's way to the store, which counts everything that passes.
-// A client belongs to one thread at a time and has no lock.
+// Through this class a module calls the store; it counts the calls and their results.
+// A client is used by one thread at a time and has no lock.
 
 #ifndef PIPELINE_STORE_CLIENT_H
 #define PIPELINE_STORE_CLIENT_H
@@ -20,7 +20,7 @@ int64_t steadyNs();
 
 enum class AnsweredBy { NOBODY, ITSELF, EARLIER, FRAME_0 };
 
-/// What passed between one module and the store. Every get is answered by exactly one of the three, or failed.
+/// The counts of one module's calls. Every get is counted once in byItself, byEarlier or byFrame0, or in failures.
 struct Traffic {
     uint64_t sets = 0;
     uint64_t gets = 0;
@@ -32,16 +32,16 @@ struct Traffic {
     uint64_t metadataSets = 0;
     uint64_t metadataGets = 0;
     uint64_t metadataByItself = 0;
-    std::vector<double> waitsMs;  ///< one for each synchronous get that had to wait, see countWait
+    std::vector<double> waitsMs;  ///< the time of each synchronous get that had to wait, see countWait
 };
 
 class StoreClient {
 public:
-    /// @param module  who it is, for the faults that are staged
+    /// @param module  the module that uses the client, for staged faults
     explicit StoreClient(zarn::Camera camera, ModuleName module = MODULE_COUNT, const Staging* staging = nullptr)
         : mCamera(camera), mModule(module), mStaging(staging) {}
 
-    /// Sets without waking anyone.
+    /// Plain set: wakes no get.
     template <typename Value>
     void set(const Tag<Value>& tag, uint32_t frame, Value value) {
         if (isStaged(Fault::DROP, tag.tag(), frame)) return;
@@ -49,7 +49,7 @@ public:
         countSet(tag.set(mCamera, tag.pipe, zarn::Frame{frame}, value));
     }
 
-    /// Sets and wakes who waits for it.
+    /// Synchronous set: wakes the gets that wait for the value.
     template <typename Value>
     void deliver(const Tag<Value>& tag, uint32_t frame, Value value) {
         if (isStaged(Fault::PLAIN, tag.tag(), frame)) return set(tag, frame, value);
@@ -58,14 +58,14 @@ public:
         countSet(tag.deliver(mCamera, tag.pipe, zarn::Frame{frame}, value));
     }
 
-    /// Gets what there is. The value is untouched if nobody answered.
+    /// Plain get: does not wait. The value is untouched if no frame answered.
     template <typename Value>
     AnsweredBy get(const Tag<Value>& tag, uint32_t frame, Value& value) {
         const zarn::Result result = tag.get(mCamera, tag.pipe, zarn::Frame{frame}, value);
         return countGet(tag.kind(), tag.pipe, frame, value.stamp.frame, result);
     }
 
-    /// Gets, waiting once for the frame's own value if need be.
+    /// Synchronous get: waits once for the frame's own value if it is not there.
     template <typename Value>
     AnsweredBy await(const Tag<Value>& tag, uint32_t frame, Value& value, Wait timeout = Wait{DEFAULT_WAIT_MS}) {
         const bool missed = mStaging != nullptr && mStaging->has(Fault::LOSE, tag.tag(), frame, mModule);
@@ -77,15 +77,16 @@ public:
         return countGet(tag.kind(), tag.pipe, frame, value.stamp.frame, result);
     }
 
-    /// Lets the store drop what lies further behind @p frame than its retain number.
+    /// Erases the values that are at least their retain number behind @p frame.
     void erase(zarn::Pipe pipe, uint32_t frame);
 
     void setMetadata(const FrameMetadata& metadata);
 
-    /// False if there is none. Only for who erases the frame pipe: nobody else may have it erased meanwhile.
+    /// False if there is none. Only for the module that erases the frame pipe, so that no erase can free the metadata
+    /// while it is copied.
     bool getMetadata(uint32_t frame, FrameMetadata& metadata);
 
-    /// Sends a command to the external processor; false if it did not take it.
+    /// Sends a command to the external processor; false if it failed.
     bool command(uint32_t code, void* in, void* out);
 
     zarn::Camera camera() const { return mCamera; }

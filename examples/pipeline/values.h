@@ -1,5 +1,5 @@
-// What the modules say to one another: the tags of the pipeline, the pipes that they live in, and the values.
-// A value is plain bytes and says itself which frame it was delivered for.
+// What the modules exchange: the tags of the pipeline, the pipes that the tags are in, and the types of the values.
+// A value is plain bytes and contains the id of the frame that it was delivered for.
 
 #ifndef PIPELINE_VALUES_H
 #define PIPELINE_VALUES_H
@@ -12,19 +12,19 @@ namespace pipeline {
 
 class Staging;
 
-/// Frame buffers of a camera. Fewer than the frames that an ordinary value is kept, so that what frees a buffer is
-/// never erased while the sensor still waits for it.
+/// Frame buffers of a camera. Fewer than the frames for which an ordinary value is kept, so that the values that free a
+/// buffer are never erased while the sensor still waits for them.
 constexpr uint32_t BUFFER_COUNT = 4;
 
 /// How far exposure looks back, and how much of its history is kept for that.
 constexpr uint32_t LOOK_BACK = 20;
 constexpr int HISTORY_RETAIN = 30;
 
-/// Gains live longer than other values: a gain that exposure delivers late must still lie above the erase point, or it
-/// would bring back an erased frame.
+/// Gains are kept longer than other values: a gain that exposure delivers late must still be above the erase point, or
+/// the delivery would make the erased frame again.
 constexpr int GAIN_RETAIN = 30;
 
-/// Greatest stall of a module: with it, a gain is late by half of GAIN_RETAIN frames at most.
+/// Greatest stall of a module. With it, a gain is late by at most half of GAIN_RETAIN frames.
 constexpr int MAX_STALL_MS = 1000;
 
 constexpr zarn::Pipe FRAME_PIPE{0};       ///< from the sensor, with the metadata; erased by the ISP
@@ -32,17 +32,17 @@ constexpr zarn::Pipe STATISTICS_PIPE{1};  ///< from statistics; erased by exposu
 constexpr zarn::Pipe EXPOSURE_PIPE{2};    ///< from exposure; erased by the ISP
 constexpr zarn::Pipe ISP_PIPE{3};         ///< from the ISP; erased by the ISP
 
-/// First member of every value. Frame 0 starts out with values of frame id 0.
+/// First member of every value. The first values of frame 0 have the frame id 0.
 struct Stamp {
     uint32_t frame;
     int64_t deliveredNs;  ///< steady clock, just before the value was handed to the store
 };
 
-/// Frame @p stamp.frame has begun: its pixels are in a buffer of the pool. The last one carries no pixels.
+/// Frame stamp.frame has begun: its pixels are in a buffer of the pool. The last value has no pixels.
 struct FrameReady {
     Stamp stamp;
     uint32_t buffer;
-    uint32_t end;  ///< nonzero: there is no such frame, the stream has ended
+    uint32_t end;  ///< nonzero: the stream has ended, and there is no such frame
 };
 
 struct Statistics {
@@ -62,13 +62,13 @@ struct HistoryEntry {
     float gain;
 };
 
-/// The ISP has no more use for the frame's buffer.
+/// The ISP no longer needs the frame's buffer.
 struct Released {
     Stamp stamp;
-    uint32_t abort;  ///< nonzero: the output is gone, more frames are of no use
+    uint32_t abort;  ///< nonzero: the output has failed, the sensor shall stop
 };
 
-/// Staged only: a tag that is kept for a shorter time than the gain in its pipe.
+/// Only for a staged fault: a tag in the gain's pipe that is kept for a shorter time than the gain.
 struct Marker {
     Stamp stamp;
 };
@@ -76,12 +76,12 @@ struct Marker {
 struct Tuning {
     Stamp stamp;
     float targetLuma;
-    float damping;           ///< part of the way to the wanted gain that one frame goes, on a logarithmic scale
+    float damping;           ///< how far one frame moves the gain to the wanted one, as a part; logarithmic
     float minGain, maxGain;  ///< limits of the gain
     float tolerance;         ///< the gain is held while mean luma is this near its target and the scene is steady
 };
 
-/// A frame's metadata record. Not a tag: the store has calls of its own for it.
+/// A frame's metadata record. Not a tag: the store has separate calls for metadata.
 struct FrameMetadata {
     uint32_t frame;
     uint32_t exposureUs;
@@ -89,7 +89,7 @@ struct FrameMetadata {
     int64_t timestampNs;  ///< steady clock, when the sensor had the frame
 };
 
-/// A parameter, and the pipe that it lives in.
+/// A parameter, and the pipe that it is in.
 template <typename Value>
 struct Tag : zarn::Parameter<Value> {
     zarn::Pipe pipe;
@@ -106,8 +106,8 @@ constexpr Tag<Marker> MARKER{{0x1007, "marker", zarn::dynamicKind()}, EXPOSURE_P
 
 constexpr Tuning DEFAULT_TUNING{{}, 118.0f, 0.25f, 0.25f, 8.0f, 0.75f};
 
-/// Registers all tags, as it is staged; before any thread uses the store. Throws std::runtime_error if one is
-/// registered otherwise.
+/// Registers all tags, with the faults that are staged. Call it before any thread uses the store. Throws
+/// std::runtime_error if a tag is already registered with another size or kind.
 void registerTags(const Staging& staging);
 
 }  // namespace pipeline

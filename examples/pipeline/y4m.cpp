@@ -1,5 +1,5 @@
-// Reading and writing YUV4MPEG2. What is read is not trusted: lines and sizes are bounded, and what a message quotes
-// from the stream is made printable.
+// Reading and writing YUV4MPEG2. The input is not trusted: lines and sizes are bounded, and messages show only
+// printable characters of it.
 
 #include "y4m.h"
 
@@ -28,7 +28,7 @@ std::string quoted(const std::string& text) {
     return out + (text.size() > 40 ? "...\"" : "\"");
 }
 
-/// Whether the line is the word alone, or the word and then parameters.
+/// Whether the line is the word, alone or followed by parameters.
 bool beginsWithWord(const std::string& line, const std::string& word) {
     return line.compare(0, word.size(), word) == 0 && (line.size() == word.size() || line[word.size()] == ' ');
 }
@@ -95,7 +95,7 @@ void Y4mReader::parseHeader() {
     if (mFormat.height == 0) fail("the header has no height");
 }
 
-// A header without a colour space means 4:2:0. The other tags say nothing about the layout, and go to the output.
+// A header without a colour space means 4:2:0. The other tags do not change the layout; they are copied to the output.
 void Y4mReader::parseToken(const std::string& token) {
     if (token[0] == 'W') mFormat.width = parseSize(token, "width");
     if (token[0] == 'H') mFormat.height = parseSize(token, "height");

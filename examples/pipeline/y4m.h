@@ -55,7 +55,7 @@ public:
 
     void write(const Frame& frame);
 
-    /// Hands over what is buffered.
+    /// Writes the buffered bytes.
     void flush();
 
 private:

@@ -1,4 +1,4 @@
-// Plain access with types: a set for one frame, a get for a later one.
+// Plain set and get with types: a set for one frame, a get for a later one.
 
 #include <cstdio>
 
