@@ -53,7 +53,7 @@ ParamSet::Erasure ParamSet::_erase(uint32_t camID, int pipe, uint32_t frameID) {
 
     uint32_t result = PS_OK;
     uint32_t lastErased = frameID;
-    for (const uint32_t id : store.listedTags()) {
+    for (const uint32_t id : sweep.tags) {
         PipeStore::Tag& tag = store.tag(id);
         const EraseLimit limit = eraseLimitOf(tag, frameID);
         if (limit.counts) lastErased = limit.frameID;

@@ -37,7 +37,7 @@ void PipeStore::shrink() {
     mTagIndex.clear();
     mFrameIndex.clear();
     mFrame0 = Frame();
-    mSparePasses = {};
+    mSpareSweep = {};
     forgetAll();
 }
 
@@ -49,13 +49,6 @@ size_t PipeStore::addCheckpoint(Tag& tag, uint32_t frameID) {
     const bool isNewest = ids->empty() || ids->back() <= frameID;
     ids->insert(isNewest ? ids->end() : std::upper_bound(ids->begin(), ids->end(), frameID), frameID);
     return ids->size();
-}
-
-std::vector<uint32_t> PipeStore::listedTags() const {
-    std::vector<uint32_t> ids;
-    ids.reserve(mElem.mCheckPoint.size());
-    for (const auto& entry : mElem.mCheckPoint) ids.push_back(entry.first);
-    return ids;
 }
 
 // ---- frames
@@ -141,7 +134,7 @@ const Buffer& PipeStore::useCreator(Frame& frame, Tag& tag) {
     return rememberValue(*now, tag, valuesOf(*now).insert_or_assign(tag.id, std::move(made)).first);
 }
 
-void PipeStore::removeValue(Frame& frame, Tag& tag) {
+inline void PipeStore::removeValue(Frame& frame, Tag& tag) {
     Values& values = valuesOf(frame);
     TagPlaces* places = frame.find(tag);
     const bool isKnown = places != nullptr && places->value != values.end();
@@ -182,8 +175,8 @@ FrameStatus& PipeStore::record(Frame& frame, Tag& tag) {
 }
 
 FrameStatus* PipeStore::findRecord(Frame& frame, Tag& tag) {
+    if (frame.frame->mStatus.empty()) return nullptr;
     const std::map<uint32_t, FrameStatus>& records = recordsOf(frame);
-    if (records.empty()) return nullptr;
     const TagPlaces* places = frame.find(tag);
     if (places != nullptr && places->record != nullptr) return places->record;
     const bool isThere = !frame.records.isAll() && records.find(tag.id) != records.end();
@@ -254,8 +247,8 @@ void PipeStore::leaveRecordsIn(Frame& frame, const Sweep& sweep) {
 }
 
 PipeStore::Sweep PipeStore::beginSweep() {
-    Sweep sweep;
-    sweep.passes.swap(mSparePasses);
+    Sweep sweep = std::move(mSpareSweep);
+    for (const auto& entry : mElem.mCheckPoint) sweep.tags.push_back(entry.first);
     return sweep;
 }
 
@@ -265,8 +258,9 @@ void PipeStore::endSweep(Sweep& sweep) {
     for (auto node = mElem.mFrames.begin(); node != mElem.mFrames.end() && node->first <= limit; ++node) {
         leaveRecordsIn(*frameAt(node), sweep);
     }
-    sweep.passes.clear();
-    sweep.passes.swap(mSparePasses);
+    mSpareSweep = {std::move(sweep.tags), std::move(sweep.passes), {}};
+    mSpareSweep.tags.clear();
+    mSpareSweep.passes.clear();
 }
 
 void PipeStore::resetFrame0(Sweep& sweep) {

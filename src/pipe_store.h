@@ -61,8 +61,6 @@ public:
     static uint32_t newestCheckpoint(const Checkpoints& ids, uint32_t frameID);
     // Adds a frame to the tag's list, after equal ids; makes the list if there is none. Returns the list's length.
     size_t addCheckpoint(Tag& tag, uint32_t frameID);
-    // The ids of the tags that have an entry for a list, ascending.
-    std::vector<uint32_t> listedTags() const;
 
     // ---- frames
 
@@ -94,16 +92,17 @@ public:
     // written one. The last removed checkpoint becomes the erase point.
     void autoErase(Tag& tag, uint32_t frameID);
 
-    // What one erase has done so far.
+    // One erase: the tags that have an entry for a list when it begins, ascending, and what it has done so far.
     struct Sweep {
         struct Pass {
             Tag* tag;
             uint32_t limit;
         };
+        std::vector<uint32_t> tags;
         std::vector<Pass> passes;
         std::vector<Woken> woken;
     };
-    // Begins one; the memory is that of the one before.
+    // Begins one, in the memory of the one before.
     Sweep beginSweep();
     // Removes the tag's checkpoints at or below the limit, and the tag from the frames there; wakes the gets that wait
     // for it there. A frame without any value left is removed. If there was any frame, the limit becomes the tag's
@@ -158,7 +157,7 @@ private:
     size_t mFrameCount = 0;
     size_t mErasePointCount = 0;
     size_t mListCount = 0;
-    std::vector<Sweep::Pass> mSparePasses;  // memory for the next sweep
+    Sweep mSpareSweep;  // empty: memory for the next one
 };
 
 inline PipeStore::Frame* PipeStore::findFrame(uint32_t id) {
