@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Shows that the checks of the interface see: plants edits one at a time in a copy of the sources, and prints which
-check catches each. Fails if one is caught by none, or if a check complains without an edit.
+"""Shows that the checks of the interface work: plants one edit at a time in a copy of the sources, and prints which
+check catches it. Fails if no check catches an edit, or if a check complains without an edit.
 
 usage: abi_edits_test.py FOLDER-TO-WORK-IN
 """
@@ -13,7 +13,7 @@ import sys
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 HEADER, CORE, LIFETIME, OPS = "include/paramset.h", "src/paramset.cpp", "src/frame_lifetime.cpp", "src/external_ops.cpp"
 
-# What is edited, and the edits: file, text, its replacement. They leave sources that compile.
+# The name of an edit, and its changes: file, text, replacement. The edited sources still compile.
 EDITS = [
     ("members of ParamFrame swapped", [
         (HEADER, "    std::map<uint32_t, std::shared_ptr<void>> mTags;  ///< tag id to value buffer\n", ""),
@@ -72,12 +72,12 @@ EDITS = [
     ("container of another key", [
         (HEADER, "std::map<uint32_t, uint32_t> mErasePoint; ", "std::map<uint64_t, uint32_t> mErasePoint; ")]),
     ("mMutex behind mElem", [
-        (HEADER, "    std::mutex mMutex;  // guards mElem", "    // guards mElem"),
+        (HEADER, "    std::mutex mMutex;                               // guards what each pipe holds\n", ""),
         (HEADER, "from construction to destruction\n", "from construction to destruction\n    std::mutex mMutex;\n")]),
     ("log switch not exported", [(HEADER, "extern PARAMSET_API int ps_log_tag;", "extern int ps_log_tag;")]),
 ]
 
-# What must not be caught: nobody but the library makes a store.
+# An edit that must not be caught: only the library makes a store.
 ALLOWED = ("private member appended to ParamSet", [
     (HEADER, "from construction to destruction\n", "from construction to destruction\n    uint64_t mLast = 0;\n")])
 
@@ -104,7 +104,7 @@ def run(command):
 
 
 def catcher(copy):
-    """Which check catches what is in the copy: an empty text if none does. What does not compile proves nothing."""
+    """The check that catches the edit in the copy; an empty text if none does. An edit must compile to count."""
     held = run(["g++", "-std=c++17", "-fsyntax-only", "-I%s/include" % copy, copy + "/abi/interface.cpp"])
     if held.returncode != 0:
         return "compiler" if "static assertion failed" in held.stdout else "DOES NOT COMPILE"
@@ -134,7 +134,7 @@ def main(copy):
         shutil.copytree(os.path.join(ROOT, folder), os.path.join(copy, folder))
     for file in ("CMakeLists.txt", "CMakePresets.json"):
         shutil.copy(os.path.join(ROOT, file), copy)
-    # An edit need not be free of warnings.
+    # Warnings are allowed in an edit.
     configured = run(["cmake", "--preset", "gcc", "-S", copy, "-B", copy + "/build", "-DPARAMSET_TESTS=OFF",
                       "-DPARAMSET_EXAMPLES=OFF", "-DPARAMSET_TOOLS=OFF", "-DCMAKE_CXX_FLAGS=-w"])
     if configured.returncode != 0 or catcher(copy):

@@ -1,6 +1,6 @@
-// How often the store allocates. And what becomes of each operation when memory runs out in it: for every allocation
-// that it makes, a child of this process calls it in a prepared store and is refused that allocation. Prints a table of
-// what came of it.
+// How often the store allocates, and what happens to each operation when memory runs out. For every allocation of an
+// operation, a child process prepares a store, calls the operation and lets that allocation fail. Prints a table of the
+// outcomes.
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
@@ -16,12 +16,12 @@
 
 namespace {
 
-thread_local int tLeft = 0;  // allocations of this thread until one is refused; 0: none is
+thread_local int tLeft = 0;  // the allocation of this thread that fails: 1 is the next; 0: none fails
 thread_local int tAllocations = 0;
 
 }  // namespace
 
-// Comes first for the dynamic linker. So does the operator new of out_of_memory.cpp, which calls it.
+// The dynamic linker finds this definition first, and the operator new of out_of_memory.cpp, which calls it.
 extern "C" void* malloc(size_t size) {
     static auto* const next = reinterpret_cast<void* (*)(size_t)>(dlsym(RTLD_NEXT, "malloc"));
     ++tAllocations;
@@ -31,10 +31,10 @@ extern "C" void* malloc(size_t size) {
 namespace {
 
 constexpr uint32_t kTag = 7, kOther = 8, kStatic = 9, kQueue = 10, kLate = 11, kUnknown = 12, kForeign = 13;
-constexpr uint32_t kFull = 21;  // with as many checkpoints as there may be
+constexpr uint32_t kFull = 21;  // has the greatest number of checkpoints
 constexpr int kPipe = 2;
 constexpr uint32_t kUntouched = 0xEEEEEEEE;
-const char* const kLongText = "a text that is too long to be kept in place";
+const char* const kLongText = "a text that a std::string must allocate";
 
 uint32_t gValue;
 camera_metadata* gMetadata;
@@ -84,13 +84,13 @@ void prepare() {
     gFrame->createTag(kOther, nullptr);
 }
 
-// The ways in which a call may end if an allocation fails in it. Each may also end the process.
+// How a call may end if an allocation fails in it. Each may also end the process.
 enum Kind {
-    kEnds,       // in no other
-    kRefuses,    // with the result that is named, when the value got no memory
-    kMayThrow,   // with std::bad_alloc where the C++ library's strings throw it
-    kMayForget,  // with its usual result: the platform made no copy
-    kErases,     // as kRefuses, or with its usual result: another value was saved later
+    kEnds,       // only by ending the process
+    kRefuses,    // with the result `refusal`, if the allocation was for a value
+    kMayThrow,   // with std::bad_alloc, if the C++ library throws it for a string
+    kMayForget,  // with its usual result, if the platform could not make a copy
+    kErases,     // as kRefuses, or with its usual result if another value was saved later
     kNeedsNone,  // it allocates nothing
 };
 
@@ -101,7 +101,7 @@ struct Operation {
     uint32_t result = PS_OK;
     uint32_t refusal = PS_NO_BUFFER;
     void (*before)() = [] {};
-    const char* lastWords = "paramset: out of memory";  // or these
+    const char* lastWords = "paramset: out of memory";  // what it prints when it ends the process
 };
 
 #define VOID(...) [] { return __VA_ARGS__, PS_OK; }
@@ -113,7 +113,7 @@ const Operation kOperations[] = {
     {"registerPsDynamicParamWithExtendingLife", kMayThrow,
      VOID(registerPsDynamicParamWithExtendingLife(100, 4, 0, kLongText, kLongText, 9))},
     {"register_tag", kMayThrow, VOID(registerOwn(100))},
-    {"registration of a tag that is there", kEnds, VOID(registerTag(kTag))},
+    {"registration of a registered tag", kEnds, VOID(registerTag(kTag))},
     {"registration that the table grows for", kEnds, VOID(registerTag(100)), PS_OK, 0,
      [] {
          for (uint32_t tag = 200; zarn::gTagInfo.size() < 32; ++tag) registerTag(tag);
@@ -123,7 +123,7 @@ const Operation kOperations[] = {
     {"getTagInfo without a store", kMayThrow, VOID(zarn::ParamSet::getTagInfo(gCopy)), PS_OK, 0,
      [] { registerOwn(100), zarn::ParamSet::destroyInstance(); }},
     {"createInstance", kEnds, VOID(zarn::ParamSet::createInstance()), PS_OK, 0, &zarn::ParamSet::destroyInstance},
-    {"createInstance of the store that is there", kNeedsNone, VOID(zarn::ParamSet::createInstance())},
+    {"createInstance of an existing store", kNeedsNone, VOID(zarn::ParamSet::createInstance())},
     {"getInstance", kNeedsNone, VOID(zarn::ParamSet::getInstance())},
     {"destroyInstance", kNeedsNone, VOID(zarn::ParamSet::destroyInstance())},
     {"getPsParam of a frame that has the tag", kEnds, [] { return get(20); }},
@@ -184,7 +184,7 @@ enum Outcome { kDone, kEnded, kRefused, kThrew, kAsUsual, kWrong };  // kDone: n
     _exit(kWrong);
 }
 
-// Whoever holds a lock still has this hang, and the alarm end it.
+// If the failed call still held a lock, this would hang until the alarm ends the process.
 void checkLocks() {
     if (!zarn::gRigisterMutex.try_lock()) fail("the registry's mutex is held");
     zarn::gRigisterMutex.unlock();
@@ -203,9 +203,9 @@ void checkLocks() {
     if (zarn::ParamSet::createInstance() == nullptr) fail("there is no store afterwards");
 }
 
-// In the child. Without an allocation to refuse, the operation is to give its usual result.
+// In the child. If no allocation is left to fail, the operation must return its usual result.
 [[noreturn]] void run(const Operation& operation, int nth) {
-    // One by a regular exit, so that what the library ran is counted when its coverage is measured.
+    // Regular exits, so that coverage is written if it is measured.
     const bool isFirst = &operation == kOperations && nth == 1;
     std::signal(
         SIGABRT, isFirst ? [](int) { std::exit(kEnded); } : [](int) { _exit(kEnded); });
@@ -274,7 +274,7 @@ bool isSaid(const std::string& text, const Operation& operation) {
 }  // namespace
 
 // The pipeline's steady state: each frame sets 128 values, reads them, and erases an old frame.
-TEST(Allocation, SteadyStreamUsesAgainWhatItErases) {
+TEST(Allocation, SteadyStreamReusesErasedValues) {
     host::setLogLevel(0);
     zarn::ParamSet::createInstance();
     for (uint32_t tag = 101; tag <= 228; ++tag) registerTag(tag);
@@ -303,7 +303,7 @@ TEST(Allocation, SteadyStreamUsesAgainWhatItErases) {
     host::setLogLevel(3);
 }
 
-TEST(Allocation, StoresThatEndLeaveNothingBehind) {
+TEST(Allocation, DestroyedStoresLeakNothing) {
     host::setLogLevel(0);
     const auto buildAndEnd = [](int stores) {
         for (int i = 0; i < stores; ++i) {
@@ -336,7 +336,7 @@ TEST(Allocation, ValueThatGotNoMemoryIsNotKept) {
     zarn::gTagInfo.clear();
 }
 
-TEST(Allocation, EachThatFailsEndsItsOperationAsTheHeaderSays) {
+TEST(Allocation, EachFailureEndsItsOperationAsTheHeaderSays) {
     host::setLogLevel(0);
     prepare();
     printf("| %-42s places  ended  refused  threw  as usual\n", "operation");

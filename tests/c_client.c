@@ -1,4 +1,4 @@
-/* A module written in C, with the public header alone: what it sees compiles as C11, links and works. */
+/* A module written in C that includes only the public header: it compiles as C11, links and works. */
 
 #include "paramset.h"
 
@@ -17,7 +17,7 @@ static int read(void* handle, int32_t argument, void* in) {
     return (int)(uintptr_t)in;
 }
 
-/* Returns the number of the first step that fails, 0 if none does. The store exists. */
+/* Returns the number of the first step that fails, 0 if none does. The store must exist. */
 int runCClient(zarn_ops* ops) {
     const uint32_t tag = 0x500;
     uint32_t in = 17;

@@ -1,4 +1,4 @@
-// Commands to the external processor that call the store in their turn, and the store as a module in C sees it.
+// Commands to the external processor that call the store, and a module in C that uses the store.
 
 #include "tests/store_fixture.h"
 
@@ -23,8 +23,8 @@ protected:
     }
 };
 
-// A command may call the store, and even end it: its store lasts until it has returned, and no longer.
-TEST_F(ExternalOps, CommandThatEndsTheStoreRunsOnItToItsEnd) {
+// A command may call the store, and even destroy it: the old store lives until the command has returned, and no longer.
+TEST_F(ExternalOps, CommandThatDestroysTheStoreKeepsItUntilItReturns) {
     registerPsDynamicParam(kTag, 4, 0, "tag", "uint32_t");
     setOps();
     const auto command = [&] {
@@ -43,7 +43,7 @@ TEST_F(ExternalOps, CommandThatEndsTheStoreRunsOnItToItsEnd) {
 }
 
 // The module in tests/c_client.c, whose operation the store then calls.
-TEST_F(ExternalOps, ModuleInCUsesTheHeaderAlone) {
+TEST_F(ExternalOps, ModuleInCNeedsOnlyTheHeader) {
     zarn_ops ops = {};
     EXPECT_EQ(runCClient(&ops), 0) << "the step that failed";
     ParamSet::getInstance()->setPsOps(&ops);

@@ -1,4 +1,4 @@
-// How values go: trimming, and the explicit erase.
+// How values are removed: trimming, and the explicit erase.
 
 #include <malloc.h>
 
@@ -51,7 +51,7 @@ TEST_F(FrameLifetime, QueueIsTrimmedToItsRetainNumber) {
     EXPECT_EQ(checkpoints(kQueue), range(11, 16));
     EXPECT_EQ(pipe().mErasePoint.at(kQueue), 10u);
 
-    zarn::gTagInfo.at(kQueue).mRetainNum = 4;  // several go at once
+    zarn::gTagInfo.at(kQueue).mRetainNum = 4;  // several are removed at once
     set(12, 1, kQueue);
     set(9, 9, kQueue);
     set(17, 17, kQueue);
@@ -60,7 +60,7 @@ TEST_F(FrameLifetime, QueueIsTrimmedToItsRetainNumber) {
     EXPECT_EQ(get(9, kQueue), 9u) << "what was at or below the erase point went to frame 0";
 
     erasePs(kCam, kPipe, 1000);
-    EXPECT_EQ(checkpoints(kQueue), range(14, 17)) << "an ordinary erase leaves queues alone";
+    EXPECT_EQ(checkpoints(kQueue), range(14, 17)) << "an ordinary erase skips queues";
     erasePs(kCam, kPipe, THE_LAST);
     zarn::gTagInfo.at(kQueue).mRetainNum = 1;
     takeLog();
@@ -89,8 +89,8 @@ TEST_F(FrameLifetime, EraseSavesTheNewestErasedValue) {
     EXPECT_EQ(countLogged("5 _erase: find checkPoint ID:2"), 1u);
 }
 
-// Whoever waits on a frame's record holds the frame, and finds it as every pass over the pipe has left it.
-TEST_F(FrameLifetime, FrameThatIsHeldIsErasedLikeOneThatStays) {
+// A get that waits in a frame holds a reference to it. If the frame is removed, it still gets the records of the erase.
+TEST_F(FrameLifetime, RemovedFrameThatIsHeldGetsItsRecords) {
     constexpr uint32_t kOther = 21;
     registerPsDynamicParam(kOther, 4, 0, "other", "uint32_t");
     for (uint32_t frame : {2u, 3u}) set(frame, frame), set(frame, frame, kOther);
@@ -101,7 +101,7 @@ TEST_F(FrameLifetime, FrameThatIsHeldIsErasedLikeOneThatStays) {
     EXPECT_EQ(held->mStatus.size(), 2u) << "of both tags";
 }
 
-// The store keeps an erased buffer for the next frame that is given the tag, where nobody can tell.
+// The store reuses an erased buffer for the next frame that is given the tag, if nobody can notice it.
 class KeptValues : public FrameLifetime {
 protected:
     static constexpr uint32_t kLong = 40;  // bytes
@@ -114,7 +114,7 @@ protected:
     static void eraseUpTo(uint32_t frame) { erasePs(kCam, kPipe, frame + 6); }
 };
 
-TEST_F(KeptValues, ServeTheNextFrameOnce) {
+TEST_F(KeptValues, AreReusedOnceByTheNextFrame) {
     set(10, 100);
     const void* const buffer = share(10).get();
     eraseUpTo(10);
@@ -122,12 +122,12 @@ TEST_F(KeptValues, ServeTheNextFrameOnce) {
     set(21, 210);
     EXPECT_EQ(share(20).get(), buffer);
     EXPECT_NE(share(21).get(), buffer);
-    EXPECT_EQ(get(10), 100u) << "frame 0 has a copy of its own";
+    EXPECT_EQ(get(10), 100u) << "frame 0 has its own copy";
     EXPECT_EQ(get(20), 200u);
     EXPECT_EQ(get(21), 210u);
 }
 
-TEST_F(KeptValues, AreNeverThoseThatSomebodyShares) {
+TEST_F(KeptValues, AreNotReusedWhileSomebodyElseHasAReference) {
     set(10, 100), set(11, 110);
     const std::shared_ptr<void> held = share(10);
     eraseUpTo(11);
@@ -137,7 +137,7 @@ TEST_F(KeptValues, AreNeverThoseThatSomebodyShares) {
     EXPECT_EQ(get(21), 210u);
 }
 
-TEST_F(KeptValues, AreTakenByNoRead) {
+TEST_F(KeptValues, AreNotReusedByAGet) {
     constexpr uint32_t kRead = 8;
     registerPsDynamicParam(kRead, 4, 0, "read", "uint32_t");
     set(10, 100, kRead), set(3, 30);
@@ -147,10 +147,10 @@ TEST_F(KeptValues, AreTakenByNoRead) {
     EXPECT_EQ(get(4, kRead), 0u);
     EXPECT_NE(pipe().mF0->getTag(kRead).get(), buffer);
     set(20, 200, kRead);
-    EXPECT_EQ(pipe().mFrames.at(20)->getTag(kRead).get(), buffer) << "it was there to be taken";
+    EXPECT_EQ(pipe().mFrames.at(20)->getTag(kRead).get(), buffer) << "the value was kept, so a set reuses it";
 }
 
-TEST_F(KeptValues, AreNoneOfAProgramsOwnCreator) {
+TEST_F(KeptValues, AreNotReusedWithAProgramsOwnCreator) {
     class Counting : public zarn::param_creator_t<char> {
     public:
         explicit Counting(int& calls) : param_creator_t<char>(4), mCalls(calls) {}
@@ -166,19 +166,19 @@ TEST_F(KeptValues, AreNoneOfAProgramsOwnCreator) {
     EXPECT_EQ(calls, 21);
 }
 
-TEST_F(KeptValues, AreGivenBackWithEverythingAndWithTheStore) {
+TEST_F(KeptValues, AreFreedByAnEraseOfEverythingAndWithTheStore) {
     uint32_t frame = 0;
     for (const auto end : {+[] { eraseUpTo(THE_LAST - 6); }, +[] { zarn::ParamSet::destroyInstance(); }}) {
         set(frame += 10, 100);
         const std::weak_ptr<void> value = share(frame);
         eraseUpTo(frame);
-        EXPECT_FALSE(value.expired()) << "nobody shares it, but it is kept";
+        EXPECT_FALSE(value.expired()) << "the store keeps it for reuse";
         end();
         EXPECT_TRUE(value.expired());
     }
 }
 
-TEST_F(KeptValues, HaveTheSizeThatTheirOwnStoreKnew) {
+TEST_F(KeptValues, AreNotReusedByAStoreThatHasAnotherSizeForTheTag) {
     for (uint32_t frame = 10; frame < 20; ++frame) set(frame, frame), eraseUpTo(frame);
     zarn::ParamSet::destroyInstance();
     zarn::gTagInfo.clear();
@@ -196,8 +196,9 @@ TEST_F(KeptValues, HaveTheSizeThatTheirOwnStoreKnew) {
     }
 }
 
-// A frame below the erase point that a delivery made is read in frame 0, which is where it is to be saved.
-TEST_F(FrameLifetime, WhatFrameZeroItselfAnsweredIsSavedToFrameZero) {
+// A delivery can make a frame below the erase point. A get of it is answered by frame 0, and so is the read of the
+// erase that saves its value to frame 0: source and target are the same buffer.
+TEST_F(FrameLifetime, ValueThatFrameZeroAnsweredIsSavedToFrameZero) {
     set(250, 500);
     EXPECT_EQ(erasePs(kCam, kPipe, 256), PS_OK);
     deliver(245, 450);

@@ -1,4 +1,4 @@
-// Which frame answers, what a write leaves behind, and the plain get and set.
+// Which frame answers, what a set changes in the pipe, and the plain get and set.
 
 #include "tests/store_fixture.h"
 
@@ -65,7 +65,7 @@ TEST_F(FrameResolution, CheckpointWhoseFrameIsGoneIsNotAnsweredByAnOlderOne) {
     registerPsQueueParam(kLate, 4, 0, "late", "uint32_t", 100);
     set(5, 55, kLate);
     set(11, 1);
-    erasePs(kCam, kPipe, 17);  // takes the empty frame 10 with tag 7's
+    erasePs(kCam, kPipe, 17);  // erases tag 7, and with it the empty frame 10
     EXPECT_EQ(frames(), (std::vector<uint32_t>{5}));
     EXPECT_EQ(checkpoints(kLate), (std::vector<uint32_t>{5, 10}));
     takeLog();
@@ -81,7 +81,7 @@ TEST_F(FrameResolution, NewestFrameOfAnEmptyPipeIsFrameZero) {
     EXPECT_TRUE(frames().empty());
     getSyn(THE_LAST, kTag, 1);
     EXPECT_EQ(countLogged("4 preproc: THE_LAST frame is 0"), 1u);
-    EXPECT_EQ(frames(), (std::vector<uint32_t>{THE_LAST})) << "a waiting get takes it for a frame id like others";
+    EXPECT_EQ(frames(), (std::vector<uint32_t>{THE_LAST})) << "for a synchronous get it is an ordinary frame id";
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// What a program on a host sees of the platform stand-ins. What the environment decides is looked at in children that
-// run this program anew, with all that they print on standard error compared.
+// The platform's stand-ins on a host. The effects of environment variables are tested in child processes that run this
+// program again; everything that they print on standard error is compared.
 // Each test leaves the log level, the sink and standard error as they were.
 
 #include "platform/host/host_platform.h"
@@ -39,7 +39,7 @@ void printLevels() {
     }
 }
 
-TEST(HostProperties, FaultsOfTheFileAreToldAndTheRestCounts) {
+TEST(HostProperties, FaultsOfTheFileAreReportedAndTheRestIsUsed) {
     const std::string path = std::string(program_invocation_name) + ".properties";
     const std::string longest(91, 'x');
     std::ofstream(path) << "# a comment = none\n\n  plain = a=b \r\nno sign\n = no key\nlong=" << longest
@@ -93,8 +93,8 @@ TEST(HostLog, EnvironmentPutsTimeAndThreadBeforeALine) {
     unsetenv("PARAMSET_LOG_TIME");
 }
 
-TEST(HostLog, LongLinesOfThreadsComeOutWhole) {
-    constexpr size_t kLong = 20000;  // far more than a pipe takes at once
+TEST(HostLog, LongLinesOfThreadsAreNotInterleaved) {
+    constexpr size_t kLong = 20000;  // far more than one write to a pipe can take
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
     std::ifstream lines("/proc/self/fd/" + std::to_string(ends[0]));
@@ -125,7 +125,7 @@ TEST(HostLog, LongLinesOfThreadsComeOutWhole) {
     close(standardError);
 }
 
-TEST(HostLog, SinkTakesTheLinesAndGivesThemBack) {
+TEST(HostLog, SinkReplacesStandardErrorUntilItIsRemoved) {
     const int levelBefore = host::logLevel();
     std::string taken;
     const auto take = [](void* context, pipeline_loglevel level, const char* module, const char* message) {
@@ -135,7 +135,7 @@ TEST(HostLog, SinkTakesTheLinesAndGivesThemBack) {
     host::setLogSink(take, &taken);
     printLevels();
     EXPECT_EQ(taken, "2modnumber\n2");
-    for (size_t length = 0; length < 1100; ++length) {  // around any size that a buffer may have
+    for (size_t length = 0; length < 1100; ++length) {  // below and above any likely size of a buffer
         const std::string message(length, 'x');
         _log("", PIPELINE_LOG_ERROR).__print_log_("%s", message.c_str());
         ASSERT_EQ(taken, "1" + message);

@@ -1,5 +1,5 @@
-// What a pipe's index remembers, compared with the maps: after each of the model's random calls (this program is built
-// of them too, and of the library's own sources), and in what these calls do not reach.
+// Compares what a pipe's index remembers with the maps: after each of the model's random calls (this program contains
+// them and the library's own sources), and in tests of what these calls do not reach.
 
 #include <gtest/gtest.h>
 
@@ -35,12 +35,10 @@ private:
     }
 
     static void checkPipe(PipeStore& pipe, std::string& text) {
-        // Told of changes, which it looks at when it is used next.
-        if (pipe.mChanges != changeCount()) return;
         const auto expect = [&](bool holds, const char* what, uint32_t id = 0) {
             if (!holds) text += std::string(what) + " " + std::to_string(id) + "\n";
         };
-        // Somebody may have changed it, and was announced: its next access begins with forgetting.
+        // A change was announced, so the pipe's next access begins by forgetting everything: nothing to check.
         if (pipe.mChanges != changeCount()) return;
         expect(pipe.isAsLeft(), "the sizes of the pipe's maps");
         size_t slots = 0;
@@ -129,7 +127,7 @@ protected:
     }
     static zarn::PipeStore& store() { return IndexCheck::pipe(kCam, kPipe); }
 
-    zarn::pipe_elem* mElem = nullptr;  // asked for once: the store is not told of what is changed through it
+    zarn::pipe_elem* mElem = nullptr;  // from one getPsHandle: the store is not told of later changes through it
 };
 
 TEST_F(Index, KnowsMoreTagsThanAPieceHolds) {
@@ -163,8 +161,8 @@ TEST_F(Index, KnowsMoreFramesThanItsRingHolds) {
     EXPECT_EQ(get(kFrames, tagOf(kFrames)), kFrames + 7);
 }
 
-// Frames that share a slot of the ring, at each of its sizes and for good, and tags that share a slot.
-TEST_F(Index, TellsIdsThatCollideApart) {
+// Frames that share a slot of the ring, at each of its sizes and at its greatest, and tags that share a slot.
+TEST_F(Index, DistinguishesIdsThatCollide) {
     const auto slotOf = [](uint32_t id) { return (id * 0x9E3779B1u) >> 25; };
     std::vector<uint32_t> tags = {200};
     for (uint32_t id = 201; tags.size() < 40; ++id) {
@@ -183,7 +181,7 @@ TEST_F(Index, TellsIdsThatCollideApart) {
     }
 }
 
-// Without a word to the store: it notices by itself.
+// The store is not told of the changes; it notices them by itself.
 TEST_F(Index, NoticesWhatAProgramChangesInTheMaps) {
     constexpr uint32_t kOther = 8;
     const auto newFrame = [](uint32_t id) {
@@ -224,8 +222,8 @@ TEST_F(Index, NoticesWhatAProgramChangesInTheMaps) {
     }
 }
 
-// The one thing that it cannot notice by itself is told by asking for the pipes anew.
-TEST_F(Index, IsToldOfAsManyEntriesPutInAsTakenOut) {
+// The store cannot notice by itself if as many entries are added as removed: another getPsHandle tells it.
+TEST_F(Index, IsToldByGetPsHandleOfChangesThatItCannotNotice) {
     for (uint32_t frame : {10u, 20u, 30u}) set(frame, frame);
     auto node = mElem->mFrames.extract(20);
     mElem->mFrames[21] = node.mapped();
@@ -235,7 +233,7 @@ TEST_F(Index, IsToldOfAsManyEntriesPutInAsTakenOut) {
     EXPECT_EQ(get(21), 20u);
 }
 
-TEST_F(Index, GivesEverythingBackWhenEverythingIsErased) {
+TEST_F(Index, FreesItsMemoryWhenEverythingIsErased) {
     for (uint32_t frame = 1; frame <= 1500; ++frame) {
         deliver(frame, frame, frame % kTags + 1);
         if (frame % 8 == 0) erasePs(kCam, kPipe, frame / 2);
@@ -247,8 +245,9 @@ TEST_F(Index, GivesEverythingBackWhenEverythingIsErased) {
     EXPECT_EQ(get(5), 55u);
 }
 
-// Whatever was looked up before a wait is gone by its end: the ring has grown, all was erased, tags have other numbers.
-TEST_F(Index, LooksUpAnewAfterAWait) {
+// What was looked up before a wait is invalid after it: everything was erased, or the ring has grown and tags have
+// other numbers.
+TEST_F(Index, LooksEverythingUpAgainAfterAWait) {
     for (uint32_t frame : {50u, 0u}) {
         set(10, 10, 9), set(10, 10);
         WaitingGet get(frame, kTag, 60000);

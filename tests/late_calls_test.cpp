@@ -1,6 +1,6 @@
-// Calls to the library when its static objects are gone, which must find no store and register nothing.
-// What is registered with on_exit before any library is initialised runs after the static objects of all libraries were
-// destroyed. (What is registered with atexit runs with the program's own.) A sanitizer is not ready so early.
+// Calls to the library after its static objects were destroyed: they must find no store and register nothing.
+// A function that is registered with on_exit before any library is initialised runs after the static objects of all
+// libraries were destroyed. (A function registered with atexit would run before.) A sanitizer is not ready that early.
 
 #include <unistd.h>
 
@@ -41,5 +41,5 @@ int main() {
     registerPsDynamicParam(4, 4, 0, "four", "uint32_t");
     uint32_t value = 1;
     setPsParam(0, 1, 10, 4, &value);
-    return 2;  // callAll decides
+    return 2;  // callAll replaces this exit status
 }

@@ -1,5 +1,5 @@
-// The moments in which a get that begins to wait could miss its delivery, made to happen: this program's definitions
-// of three functions of the C library come first for the dynamic linker, and hold a thread where the test wants it.
+// Forces the moments in which a get that begins to wait could miss its delivery. This program defines three functions
+// of the C library; the dynamic linker finds them first, and they stop a thread at the moment that a test needs.
 
 #include <dlfcn.h>
 #include <pthread.h>
@@ -17,7 +17,7 @@ Function* next(Function*, const char* name) {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
-// Run once each, at the next call on this thread.
+// Each is run once, at the next call on this thread.
 thread_local std::function<void()> tBeforeClock;
 thread_local std::function<void()> tBeforeWait;
 thread_local std::function<void()> tBeforeSecondNotification;
@@ -56,7 +56,7 @@ extern "C" int pthread_cond_broadcast(pthread_cond_t* cond) noexcept {
 
 namespace {
 
-constexpr uint32_t kLong = 60000;  // milliseconds; a get that misses its delivery fails the test by its time
+constexpr uint32_t kLong = 60000;  // milliseconds; if a get misses its delivery, its result shows the time-out
 
 class LostWake : public StoreTest {
 protected:
@@ -67,7 +67,7 @@ protected:
         gWaits = 0;
     }
 
-    // What ends the waits in frame 20 and in frame 0, and what they come to then.
+    // The call that ends a wait in frame 20 or frame 0, and the result of the get.
     struct Ending {
         const char* name;
         uint32_t frame;
@@ -76,7 +76,7 @@ protected:
     };
 };
 
-// After the get has released the store's mutex, and before it waits: it looks at its record once more.
+// The delivery comes after the get has released the store's mutex and before its last look at the record.
 TEST_F(LostWake, DeliveryBeforeTheWaitIsSeenByTheGet) {
     const Ending endings[] = {
         {"delivery", 20, [] { deliver(20, 5); }, {PS_OK, 5}},
@@ -85,16 +85,17 @@ TEST_F(LostWake, DeliveryBeforeTheWaitIsSeenByTheGet) {
     };
     for (const Ending& ending : endings) {
         SetUp();
-        set(30, 3);  // a frame, without which erasing everything is nothing
+        set(30, 3);  // erasing everything does nothing in a pipe without a frame
         takeLog();
         tBeforeClock = [&] { std::thread(ending.end).join(); };
         EXPECT_EQ(getSyn(ending.frame, kTag, kLong), ending.got) << ending.name;
         EXPECT_EQ(gWaits, 0) << ending.name;
-        EXPECT_EQ(countLogged("4 operator(): cam 0 pipe 2 sof"), 1u) << "the wait has its line all the same";
+        EXPECT_EQ(countLogged("4 operator(): cam 0 pipe 2 sof"), 1u) << "the time of the wait is logged nevertheless";
     }
 }
 
-// While the get enters its wait: the store's mutex is free again when it is notified the second time.
+// The delivery comes after the get's last look and before its wait. The second notification comes when the store's
+// mutex is free again.
 TEST_F(LostWake, NotificationThatComesTooEarlyIsRepeated) {
     const Ending endings[] = {
         {"delivery", 20, [] { deliver(20, 5); }, {PS_OK, 5}},

@@ -1,4 +1,4 @@
-// Each frame's camera metadata, and who answers for a frame that has none.
+// Each frame's camera metadata, and which frame answers for a frame that has none.
 
 #include <cstring>
 

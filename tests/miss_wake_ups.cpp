@@ -1,5 +1,5 @@
-// A library to be preloaded: it makes a thread miss the wake-ups of its waits, as if each had come before the wait had
-// quite begun. Such a wait ends by its time-out.
+// A library to be preloaded: it makes a thread miss the wake-ups of its waits, as if each had come just before the wait
+// began. Such a wait ends by its time-out.
 
 #include <dlfcn.h>
 #include <pthread.h>

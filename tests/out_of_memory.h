@@ -1,4 +1,4 @@
-// A program's own operator new, which fails when it is told to.
+// A program's own operator new, which fails on request.
 
 #ifndef PARAMSET_TESTS_OUT_OF_MEMORY_H
 #define PARAMSET_TESTS_OUT_OF_MEMORY_H

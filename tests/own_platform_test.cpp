@@ -1,4 +1,4 @@
-// A program that brings a platform of its own: its definitions come first for the dynamic linker, so that the store
+// A program that defines the platform's symbols itself: the dynamic linker finds its definitions first, so the store
 // calls them and not the host's.
 
 #include <gtest/gtest.h>
@@ -63,8 +63,8 @@ TEST(OwnPlatform, ReplacesTheHostsWithoutAnyHook) {
     EXPECT_EQ(gLiveMetadata, 0);
 }
 
-// The call that logs holds its store until it returns, also where it holds the store's mutex.
-TEST(OwnPlatform, LogThatEndsTheStoreEndsItBehindTheCall) {
+// The call that logs keeps its store alive until it returns, even while it holds the store's mutex.
+TEST(OwnPlatform, LogMayDestroyTheStoreOfTheCallThatLogs) {
     host::setLogLevel(5);
     uint32_t value = 7;
     registerPsDynamicParam(1, sizeof value, 0, "tag", "uint32_t");
@@ -77,7 +77,7 @@ TEST(OwnPlatform, LogThatEndsTheStoreEndsItBehindTheCall) {
             gOnLine = nullptr;
             zarn::ParamSet::destroyInstance();
         };
-        // Erases nothing, but makes and destroys a frame of its own.
+        // Erases nothing, but constructs and destroys a frame.
         EXPECT_EQ(erasePs(0, 1, 7), PS_OK);
         EXPECT_EQ(setPsParam(0, 1, 10, 1, &value), std::strcmp(function, "~ParamFrame") == 0 ? PS_NO_DATA : PS_OK);
         EXPECT_EQ(gOnLine, nullptr) << function;

@@ -1,4 +1,4 @@
-// The store's life and layout, a frame's container, and a typical frame from its registration to its end.
+// The store's life and layout, a frame's container, and a typical frame from the registration of its tags to its erase.
 
 #include <algorithm>
 #include <array>
@@ -66,7 +66,7 @@ TEST_F(Paramset, StoreIsBuiltOnceWithAllPipesAndDestroyedOnce) {
     EXPECT_EQ(countLogged("5 ~ParamFrame: delete cam["), 70u);
 }
 
-TEST_F(Paramset, EndOfTheStoreIsLoggedBeforeItsFrames) {
+TEST_F(Paramset, DestructionOfTheStoreIsLoggedBeforeThatOfItsFrames) {
     Lines expected;
     registerPsDynamicParam(kTag, 4, 0, "tag", "uint32_t");
     for (int pipe = MAX_PIPE_NUM - 1; pipe >= 0; --pipe) {
@@ -115,7 +115,7 @@ TEST_F(Paramset, RegistrationHoldsTheExportedMutex) {
     EXPECT_FALSE(sCouldLock);
 }
 
-// The trace switch is there for a log that prints level 4 and not 5.
+// The trace switch is for a log that prints level 4 but not level 5.
 TEST_F(Paramset, TracedTagIsLoggedWhereLevelFourIsPrinted) {
     property_set("persist.vendor.cam.log.tag", "7");
     property_set("persist.vendor.cam.log.erase", "1");
@@ -148,7 +148,7 @@ TEST_F(Paramset, TracedTagIsLoggedWhereLevelFourIsPrinted) {
                          }));
 }
 
-TEST_F(Paramset, FrameHoldsBuffersAndMetadataOfItsOwn) {
+TEST_F(Paramset, FrameHoldsItsOwnBuffersAndMetadata) {
     registerPsDynamicParam(1, 4, 0, "one", "uint32_t");
     registerPsDynamicParam(2, 0, 0, "two", "none");
     ParamSet::register_tag<char>(3, nullptr, 0, "no creator", "none", 0);
@@ -160,7 +160,8 @@ TEST_F(Paramset, FrameHoldsBuffersAndMetadataOfItsOwn) {
     const std::shared_ptr<void> first = frame->createTag(1, &value);
     value = 5;
     const std::shared_ptr<void> second = frame->createTag(1, &value);
-    EXPECT_EQ(*static_cast<uint32_t*>(first.get()), 0x11223344u) << "who holds the old buffer keeps it";
+    EXPECT_EQ(*static_cast<uint32_t*>(first.get()), 0x11223344u)
+        << "an existing reference to the old buffer stays valid";
     EXPECT_EQ(frame->getTag(1), second);
     EXPECT_EQ(frame->createTag(3, &value), nullptr);
     EXPECT_EQ(frame->createTag(4, &value), nullptr);
@@ -201,7 +202,7 @@ TEST_F(Paramset, FrameHoldsBuffersAndMetadataOfItsOwn) {
                          }));
 }
 
-// A creator of a program's own, which is given something to do while it runs.
+// A program's own creator, which calls a given function while it runs.
 class BusyCreator : public zarn::param_creator_t<char> {
 public:
     explicit BusyCreator(std::function<void()> work) : param_creator_t<char>(4), mWork(std::move(work)) {}
@@ -234,7 +235,7 @@ TEST_F(Paramset, FrameLacksATagUntilItsCreatorHasReturned) {
     }
 }
 
-TEST_F(Paramset, CreatorThatEndsTheStoreEndsItBehindTheCall) {
+TEST_F(Paramset, CreatorMayDestroyTheStoreOfItsCall) {
     ParamSet::register_tag<char>(1, new BusyCreator(ParamSet::destroyInstance), 0, "busy", "uint32_t", 0);
     EXPECT_EQ(set(10, 5, 1), PS_OK);
     EXPECT_EQ(countLogged("~ParamFrame"), 71u);
@@ -242,8 +243,8 @@ TEST_F(Paramset, CreatorThatEndsTheStoreEndsItBehindTheCall) {
     EXPECT_EQ(ParamSet::getInstance(), nullptr);
 }
 
-// What it does to the frame that the buffer is for, and what the calls come to.
-TEST_F(Paramset, CreatorMayChangeItsFrameAndEvenTakeItAway) {
+// What the creator does to the frame that the buffer is for, and the results of the calls.
+TEST_F(Paramset, CreatorMayChangeItsFrameAndEvenRemoveIt) {
     const struct {
         const char* name;
         std::function<void(std::map<uint32_t, std::shared_ptr<ParamFrame>>& frames)> work;
@@ -279,7 +280,7 @@ TEST_F(Paramset, CreatorMayChangeItsFrameAndEvenTakeItAway) {
     }
 }
 
-// Frame 0's buffer is made by the first read: nobody has given it bytes. Every kind of read that can make it.
+// Every kind of read that can make frame 0's buffer, which nobody has written then.
 TEST_F(Paramset, ValueThatNobodyWroteIsZero) {
     constexpr size_t kSize = 200;
     using Bytes = std::array<unsigned char, kSize>;
@@ -299,7 +300,7 @@ TEST_F(Paramset, ValueThatNobodyWroteIsZero) {
     for (const auto& [name, read] : reads) {
         registerPsDynamicParam(++tag, kSize, 0, "tag", "bytes");
         registerPsStaticParam(tag + 100, kSize, 1, "static", "bytes");
-        // What the allocator hands out next was written before.
+        // The memory that the allocator returns next was written before.
         std::vector<std::unique_ptr<Bytes>> used(64);
         for (auto& bytes : used) {
             bytes.reset(new Bytes);
@@ -314,12 +315,12 @@ TEST_F(Paramset, ValueThatNobodyWroteIsZero) {
     }
 }
 
-// A program may put tags into the registry, and change it while there is no store.
+// A program may add tags to the registry, and change it while there is no store.
 zarn::tag_info_t tagOfSize(uint32_t size) {
     return {"bytes", "own", std::make_shared<zarn::param_creator_t<char>>(size), 0, static_cast<int32_t>(size), 6};
 }
 
-// No call waits for the registry's mutex. One that should make an entry leaves that to a later one.
+// No call waits for the registry's mutex. If a call cannot make an entry, a later call makes it.
 TEST_F(Paramset, ProgramThatHoldsTheRegistryMutexMayCallTheStore) {
     constexpr uint32_t kUnknown = 50;
     registerPsDynamicParam(kTag, 4, 0, "tag", "uint32_t");
@@ -353,7 +354,7 @@ TEST_F(Paramset, ProgramThatHoldsTheRegistryMutexMayCallTheStore) {
     EXPECT_EQ(get(50), 6u);
 }
 
-TEST_F(Paramset, TagThatAProgramPutIntoTheRegistryIsRegistered) {
+TEST_F(Paramset, TagThatAProgramAddsToTheRegistryIsRegistered) {
     for (uint32_t tag = 100; tag < 300; ++tag) {
         const std::lock_guard<std::mutex> lock(zarn::gRigisterMutex);
         zarn::gTagInfo[tag] = tagOfSize(4);
@@ -367,7 +368,7 @@ TEST_F(Paramset, TagThatAProgramPutIntoTheRegistryIsRegistered) {
     }
 }
 
-TEST_F(Paramset, StoreBeginsWithTheRegistryAsItIsThen) {
+TEST_F(Paramset, StoreBeginsWithTheRegistryAsItIsWhenTheStoreIsBuilt) {
     const auto expectSizes = [](const char* when, std::map<uint32_t, uint32_t> sizes) {
         for (const auto& [tag, size] : sizes) {
             std::array<char, 32> data;

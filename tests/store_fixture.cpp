@@ -13,7 +13,7 @@
 
 namespace {
 
-// Puts a star for what stands between the key and the end.
+// Replaces the text between the key and the end by a star.
 void hide(std::string& text, const char* key, const char* end) {
     const size_t at = text.find(key);
     if (at == std::string::npos) return;
@@ -47,7 +47,7 @@ void StoreTest::SetUp() {
         property_set((std::string("persist.vendor.cam.log.") + name).c_str(), "");
     }
     zarn::ParamSet::createInstance();
-    // No tag that a test uses is the traced one.
+    // The traced tag is one that no test uses.
     __atomic_store_n(&zarn::ps_log_tag, -1, __ATOMIC_RELAXED);
     host::setLogLevel(5);
     host::setLogSink(keepLine, this);
@@ -135,7 +135,7 @@ Got getSyn(uint32_t frame, uint32_t tag, uint32_t timeout, int pipe) {
 void await(const std::function<bool()>& condition) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
     while (!condition()) {
-        ASSERT_LT(std::chrono::steady_clock::now(), end) << "the condition does not come to hold";
+        ASSERT_LT(std::chrono::steady_clock::now(), end) << "the condition did not become true";
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
 }
@@ -145,7 +145,7 @@ pid_t threadId() {
 }
 
 void awaitSleep(pid_t thread) {
-    // One look could meet it asleep on a mutex.
+    // Looks several times: at a single look it could be asleep on a mutex.
     int timesAsleep = 0;
     await([&] { return (timesAsleep = sleeps(thread) ? timesAsleep + 1 : 0) == 20; });
 }

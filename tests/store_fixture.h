@@ -1,4 +1,4 @@
-// What the store's tests share: a store of their own for each, the lines that it logs, and a look into its pipes.
+// What the store's tests share: a new store for each test, the lines that it logs, and access to its pipes.
 
 #ifndef PARAMSET_TESTS_STORE_FIXTURE_H
 #define PARAMSET_TESTS_STORE_FIXTURE_H
@@ -16,8 +16,8 @@
 #include "paramset.h"
 #include "platform/host/host_platform.h"
 
-// Lines as "<level> <function>: <text>". What differs from run to run is written as a star: the addresses, and the
-// milliseconds of a wait.
+// Lines as "<level> <function>: <text>". A star replaces what differs from run to run: addresses, and the milliseconds
+// of a wait.
 using Lines = std::vector<std::string>;
 
 class StoreTest : public ::testing::Test {
@@ -31,7 +31,7 @@ protected:
 
     // The lines since the last call, of these levels or less.
     Lines takeLog(int level = 5);
-    // How many of the lines since takeLog hold the text; they stay.
+    // How many of the lines since takeLog contain the text; keeps the lines.
     size_t countLogged(const std::string& text);
 
     static zarn::pipe_elem& pipe(int index = kPipe);
@@ -41,7 +41,7 @@ protected:
     // Four-byte values at camera 0, pipe 2.
     static uint32_t set(uint32_t frame, uint32_t value, uint32_t tag = kTag);
     static uint32_t deliver(uint32_t frame, uint32_t value, uint32_t tag = kTag);
-    static constexpr uint32_t kNothing = 0xEEEEEEEE;  // what get gives when nothing was copied
+    static constexpr uint32_t kNothing = 0xEEEEEEEE;  // what get returns if nothing was copied
     static uint32_t get(uint32_t frame, uint32_t tag = kTag);
 
 private:
@@ -60,15 +60,15 @@ std::ostream& operator<<(std::ostream& out, const Got& got);
 
 Got getSyn(uint32_t frame, uint32_t tag, uint32_t timeout, int pipe = 2);
 
-// Waits until the condition holds; fails the test if that takes a minute.
+// Waits until the condition is true; fails the test after a minute.
 void await(const std::function<bool()>& condition);
 
 pid_t threadId();
 
-// Waits until the thread sleeps in a wait of its own, not on its way there.
+// Waits until the thread sleeps in its wait, and not on a mutex before it.
 void awaitSleep(pid_t thread);
 
-// A synchronous get on a thread of its own, asleep in its wait when the constructor returns.
+// A synchronous get on its own thread. When the constructor returns, the thread is asleep in its wait.
 class WaitingGet {
 public:
     WaitingGet(uint32_t frame, uint32_t tag, uint32_t timeout);

@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr uint32_t kLong = 60000;  // milliseconds; a wait that is not ended fails the test by its time
+constexpr uint32_t kLong = 60000;  // milliseconds; if nothing ends a wait, its result shows the time-out
 
 class SyncAccess : public StoreTest {
 protected:
@@ -37,7 +37,7 @@ TEST_F(SyncAccess, DeliveryEndsTheWaitWithItsValue) {
     EXPECT_EQ(pipe().mFrames.at(10)->mStatus.at(kTag).mFrameID, 10u);
 
     takeLog();
-    EXPECT_EQ(getSyn(10, kTag, kLong), (Got{PS_OK, 5})) << "delivered once, nobody waits again";
+    EXPECT_EQ(getSyn(10, kTag, kLong), (Got{PS_OK, 5})) << "the value was delivered, so no get waits again";
     EXPECT_EQ(deliver(10, 6), PS_OK);
     EXPECT_EQ(countLogged("notify all") + countLogged("wait:"), 0u);
     EXPECT_EQ(state(10), 1);
@@ -47,14 +47,14 @@ TEST_F(SyncAccess, FrameZeroWaitsUntilItsFirstDelivery) {
     set(0, 3);
     WaitingGet waiting(0, kTag, kLong);
     deliver(5, 9);
-    EXPECT_EQ(state(0), 2) << "another frame's delivery is not frame 0's";
+    EXPECT_EQ(state(0), 2) << "a delivery to another frame does not count for frame 0";
     EXPECT_EQ(deliver(0, 4), PS_OK);
     EXPECT_EQ(waiting.finish(), (Got{PS_OK, 4}));
     EXPECT_EQ(getSyn(0, kTag, kLong), (Got{PS_OK, 4}));
     EXPECT_EQ(pipe().mF0->mStatus.at(kTag).mFrameID, 0u);
 }
 
-// A busy machine lengthens each wait, but not all of twenty by the same.
+// A busy machine makes waits longer, but hardly all twenty of them.
 TEST_F(SyncAccess, DefaultWaitIsFiftyMilliseconds) {
     auto shortest = std::chrono::steady_clock::duration::max();
     for (int i = 0; i < 20 && shortest > std::chrono::milliseconds(250); ++i) {
@@ -104,8 +104,8 @@ TEST_F(SyncAccess, WholeTranscriptOfAWaitThatTimesOut) {
                          }));
 }
 
-// Where a wait that nobody ends leads, by what was there.
-TEST_F(SyncAccess, TimeOutsAreAnsweredByWhatIsThere) {
+// Which result and value a get has after its time-out, depending on the values in the pipe.
+TEST_F(SyncAccess, GetThatTimesOutIsAnsweredByFrameOrCheckpointOrFrameZero) {
     registerPsQueueParam(20, 4, 2, "queue", "uint32_t", 6);
     const auto expectSyn = [&](uint32_t frame, uint32_t tag, Got expected, int expectedState) {
         takeLog();
@@ -155,8 +155,8 @@ TEST_F(SyncAccess, LinesOfFrameZeroAndOfAFrameDifferInTheirNumbers) {
     EXPECT_EQ(waiting.finish(), (Got{PS_OK, 2}));
 }
 
-// A get that finds a value does not say that it waits, so that nobody knows to wake it.
-TEST_F(SyncAccess, WaitForTheDeliveryOfAPlainlySetValueEndsWithItsTime) {
+// A get that finds the value of a plain set does not mark the record as waited for, so nothing wakes it.
+TEST_F(SyncAccess, WaitForTheDeliveryOfAPlainlySetValueEndsByItsTimeOut) {
     set(10, 1);
     WaitingGet waiting(10, kTag, 4000);
     EXPECT_EQ(deliver(10, 5), PS_OK);
@@ -186,7 +186,7 @@ TEST_F(SyncAccess, UnregisteredTagWaitsAndIsWokenAndFails) {
 
 TEST_F(SyncAccess, TagRegisteredWhileAGetWaitsIsDelivered) {
     WaitingGet waiting(10, 99, kLong);
-    set(0, 1);  // takes the store's mutex after the get did: only so is its look-up ordered with the insertion
+    set(0, 1);  // takes the store's mutex after the get, which orders the get's look-up before the insertion
     registerPsDynamicParam(99, 4, 0, "late", "uint32_t");
     EXPECT_EQ(deliver(10, 5, 99), PS_OK);
     EXPECT_EQ(waiting.finish(), (Got{PS_OK, 5}));
@@ -198,18 +198,18 @@ TEST_F(SyncAccess, TagRegisteredWhileAGetWaitsIsDelivered) {
     EXPECT_EQ(standing.finish(), (Got{PS_OK, 6}));
 }
 
-TEST_F(SyncAccess, GetWhoseFrameWasErasedAndMadeAgainReadsTheOneItHeld) {
+TEST_F(SyncAccess, GetWhoseFrameWasErasedAndMadeAgainReadsTheOldFrame) {
     WaitingGet waiting(10, kTag, 4000);
-    set(30, 1);  // and with it the store's mutex, which orders the get's look-up with the insertion
+    set(30, 1);  // takes the store's mutex, which orders the get's look-up before the insertion
     registerPsStaticParam(1, 4, 0, "erased first", "uint32_t");
     set(11, 1, 1);
-    erasePs(kCam, kPipe, 17);  // tag 1 takes the empty frame 10 away; the record that is waited on is of another tag
+    erasePs(kCam, kPipe, 17);  // the erase of tag 1 removes the empty frame 10; the get waits for another tag
     ASSERT_EQ(pipe().mFrames.count(10), 0u);
     deliver(10, 5);
     EXPECT_EQ(waiting.finish(), (Got{PS_TIMED_OUT, kNothing})) << "the frame that it held never got the value";
 }
 
-TEST_F(SyncAccess, EraseEndsTheWaitsInWhatItErases) {
+TEST_F(SyncAccess, EraseEndsTheWaitsInTheFramesThatItErases) {
     set(0, 1);
     set(10, 100);
     WaitingGet missing(12, kTag, kLong);
@@ -222,7 +222,7 @@ TEST_F(SyncAccess, EraseEndsTheWaitsInWhatItErases) {
     EXPECT_EQ(erasePs(kCam, kPipe, THE_LAST), PS_OK);
     EXPECT_EQ(kept.finish(), (Got{PS_NOT_OF_FRAME, 100}));
     EXPECT_EQ(standing.finish(), (Got{PS_OK, 100}));
-    EXPECT_EQ(state(0), 0) << "frame 0 waits for deliveries again";
+    EXPECT_EQ(state(0), 0) << "frame 0 is not delivered any more";
     EXPECT_EQ(countLogged("wait timeout"), 0u);
     EXPECT_TRUE(frames().empty());
 }

@@ -1,5 +1,5 @@
-// All entry points on many threads at once: against each other, against the end of the store, asleep in their waits.
-// PARAMSET_STRESS_SECONDS says how long the first test works, PARAMSET_STRESS_STORES how many stores the second ends.
+// All entry points on many threads at once: concurrent calls, calls while the store is destroyed, and many waits.
+// PARAMSET_STRESS_SECONDS is the time of the first test, PARAMSET_STRESS_STORES the number of stores in the second.
 
 #include <algorithm>
 #include <array>
@@ -36,10 +36,10 @@ struct Place {
     uint32_t tag;
 };
 
-// A value says where it belongs: its place, its serial number, noise, and a checksum of the rest.
+// A value shows where it belongs: it has its place, its serial number, random numbers, and a checksum of the rest.
 struct Value {
     size_t size;
-    std::array<uint32_t, 513> words;  // one past the greatest value, to see that nothing is copied beyond it
+    std::array<uint32_t, 513> words;  // one more than the greatest value, to check that nothing is copied beyond it
 
     static size_t sizeOf(uint32_t tag) { return tag % 4 == 3 ? 512 : 8 + tag; }
 
@@ -72,7 +72,7 @@ protected:
         registerFreshTags();
     }
 
-    // Uses the address of the store, so that none may be ended meanwhile.
+    // Uses the address of the store, so no thread may destroy the store meanwhile.
     void createStore() {
         const std::unique_lock<std::shared_mutex> lock(mEnding);
         ParamSet* store = ParamSet::createInstance();
@@ -91,7 +91,7 @@ protected:
         ParamSet::destroyInstance();
     }
 
-    // A tag is finished before it is used. For that alone the number of tags grows last.
+    // The number of tags is increased last, so that no thread uses a tag before its registration is complete.
     void registerFreshTags() {
         for (const int type : {0, 2, 1, 0}) {
             const auto size = static_cast<uint32_t>(4 * Value::sizeOf(mTags));
@@ -100,7 +100,7 @@ protected:
         }
     }
 
-    // Tags that nobody uses, and some that are used from then on.
+    // Registers tags that no thread uses, and some that the threads use from then on.
     void registerTags(uint32_t first, uint32_t count) {
         for (uint32_t tag = first; tag < first + count; ++tag) {
             registerPsDynamicParam(tag * kSpread, 4, 0, "a name too long to be kept in place", "bytes");
@@ -113,7 +113,7 @@ protected:
             Caller caller{*this, id, std::minstd_rand(id + 1)};
             while (!isOver()) {
                 for (int i = 0; i < 200; ++i) callOnce(caller);
-                std::this_thread::sleep_for(milliseconds(1));  // for threads that do other things
+                std::this_thread::sleep_for(milliseconds(1));  // lets other threads run
             }
         });
     }
@@ -142,7 +142,7 @@ private:
         uint32_t id;
         std::minstd_rand random;
 
-        // Calls the store in its turn, and may end it; the one that forwards the command lasts until that is over.
+        // The command calls the store and may destroy it; the store that forwards the command lives until it returns.
         int command(const zarn::cam_elem& elem, uint32_t cam) {
             for (int i = 0; i < 3; ++i) test.callOnce(*this);
             return static_cast<int>(elem.mPipe[1].mF0->mCamID == cam ? 100 + cam : 0);
@@ -209,7 +209,7 @@ private:
         EXPECT_TRUE(wasAnswered ? isValue : got.isUntouched()) << "frame " << at.frame << " tag " << at.tag;
     }
 
-    // Its code does not say whether bytes were copied: a frame that was erased and made again meanwhile copies nothing.
+    // The result does not tell whether bytes were copied: if the frame was erased and made again, nothing is copied.
     void checkSynchronousGet(uint32_t result, const Place& at, const Value& got) {
         const uint32_t done = result == PS_NOT_OF_FRAME || result == PS_TIMED_OUT ? PS_OK : result;
         if (result == PS_NOT_OF_FRAME && at.frame != 0 && got.isUntouched()) return;
@@ -217,7 +217,7 @@ private:
         EXPECT_TRUE(got.isUntouched() || got.isOf(at, at.frame, at.frame)) << "frame " << at.frame << " tag " << at.tag;
     }
 
-    // All other threads store it for one camera, and look at nothing that another may free.
+    // All other threads store metadata for one camera, and do not read it, because another thread may free it.
     void shareMetadata(uint32_t frame) {
         camera_metadata* mine = host::makeMetadata(&frame, sizeof frame);
         checkDone(ParamSet::setMetadata(kSharedMetadata, frame, mine));
@@ -226,7 +226,7 @@ private:
         if (frame % 4 == 0) checkDone(erasePs(kSharedMetadata, 0, frame));
     }
 
-    // One thread alone stores metadata of this camera, and erases its pipe 0.
+    // Only one thread stores metadata of this camera and erases its pipe 0, so it may read the metadata.
     void useMetadata(uint32_t cam, uint32_t frame) {
         camera_metadata* mine = host::makeMetadata(&frame, sizeof frame);
         checkDone(ParamSet::setMetadata(cam, frame, mine));
@@ -242,7 +242,7 @@ private:
     static constexpr uint32_t kSharedMetadata = MAX_CAM_NUM - 1;
 
     std::atomic<uint32_t> mTags{0};  // tags 0 to here are registered
-    std::shared_mutex mEnding;       // held by one that uses the store's address, shared by those that end the store
+    std::shared_mutex mEnding;       // exclusive to use the store's address, shared to destroy the store
     std::atomic<uint32_t> mNewest{100};
 };
 
@@ -254,9 +254,9 @@ TEST_F(Threads, EveryValueProvesItself) {
     std::cout << mCalls << " calls\n";
 }
 
-// Ended by a thread that does nothing else, and by the callers and their commands too. Once as fast as it goes, once
-// with every frame counted.
-TEST_F(Threads, CallsAnswerFromAWholeStoreOrSayThatThereIsNone) {
+// The store is destroyed by a thread that does nothing else, and by the callers and their commands. Once as fast as
+// possible, once with every frame counted.
+TEST_F(Threads, CallsAnswerFromACompleteStoreOrFindNone) {
     mStoreStays = false;
     const int stores = environmentOr("PARAMSET_STRESS_STORES", 1000);
     for (const int level : {0, 5}) {
@@ -279,8 +279,8 @@ TEST_F(Threads, CallsAnswerFromAWholeStoreOrSayThatThereIsNone) {
     EXPECT_EQ(mFramesMade, mFramesDeleted);
 }
 
-// Two threads end the same store, a third sees that it has ended: what each of them calls then finds no store.
-TEST_F(Threads, NoCallFindsTheStoreAfterItsEnd) {
+// Two threads destroy the same store, and a third sees that there is none: their next calls find no store.
+TEST_F(Threads, NoCallFindsTheStoreAfterItsDestruction) {
     constexpr int kRounds = 2000;
     std::atomic<int> round{0};
     std::atomic<int> done{0};
@@ -306,7 +306,7 @@ TEST_F(Threads, NoCallFindsTheStoreAfterItsEnd) {
     for (std::thread& thread : threads) thread.join();
 }
 
-// Two threads build stores while two end them. When they rest, there is one store for all or none.
+// Two threads build stores while two destroy them. When they have stopped, all calls find one store, or all find none.
 TEST_F(Threads, StoreThatExistsIsFoundByCalls) {
     int existed = 0;
     for (int round = 0; round < 3000; ++round) {
@@ -324,11 +324,11 @@ TEST_F(Threads, StoreThatExistsIsFoundByCalls) {
         uint32_t words[512] = {};
         ASSERT_EQ(setPsParam(0, 1, 10, 0, words), exists ? PS_OK : PS_NO_DATA) << "round " << round;
     }
-    EXPECT_TRUE(existed > 0 && existed < 3000) << existed << ": the threads never crossed";
+    EXPECT_TRUE(existed > 0 && existed < 3000) << existed << ": the threads did not overlap";
 }
 
-// As at the exit of a process whose threads are still busy: static objects go while they wait in calls and make new
-// ones.
+// The process exits while its threads are busy: static objects are destroyed while threads wait in calls and make new
+// calls.
 TEST_F(Threads, ProcessMayExitWithCallsRunning) {
     testing::FLAGS_gtest_death_test_style = "threadsafe";
     const auto exitWithCallsRunning = [&] {
@@ -354,8 +354,8 @@ protected:
     }
 };
 
-// Each way to end the waits ends all of those on one record at once.
-TEST_F(Waiters, AllOnOneRecordEndTogether) {
+// Each way to end a wait ends all waits on one record at once.
+TEST_F(Waiters, OnOneRecordAreAllWokenTogether) {
     const struct {
         const char* name;
         void (*end)();
@@ -376,8 +376,8 @@ TEST_F(Waiters, AllOnOneRecordEndTogether) {
     }
 }
 
-// A destroyed store is out of reach of deliveries: its waiters wait for their whole time, and the last one frees it.
-TEST_F(Waiters, OutliveTheStoreThatWasDestroyed) {
+// No delivery reaches a destroyed store: its waiting gets wait for their whole time, and the last one frees it.
+TEST_F(Waiters, KeepADestroyedStoreUntilTheirTimeOut) {
     takeLog();
     std::vector<std::thread> waiters;
     for (uint32_t i = 0; i < kMany; ++i) {
@@ -391,13 +391,13 @@ TEST_F(Waiters, OutliveTheStoreThatWasDestroyed) {
     EXPECT_EQ(deliver(15, 150), PS_NO_DATA);
     ParamSet::createInstance();
     EXPECT_EQ(deliver(15, 150), PS_OK);
-    EXPECT_EQ(countLogged("~ParamFrame"), 0u) << "no frame goes while its store is waited in";
+    EXPECT_EQ(countLogged("~ParamFrame"), 0u) << "no frame is destroyed while gets wait in its store";
     for (std::thread& waiter : waiters) waiter.join();
-    EXPECT_EQ(countLogged("~ParamFrame"), 70 + kMany) << "frame 0 of each pipe, frame 10, and all that was waited in";
+    EXPECT_EQ(countLogged("~ParamFrame"), 70 + kMany) << "frame 0 of each pipe, frame 10, and the frames of the waits";
     EXPECT_EQ(get(15), 150u);
 }
 
-TEST_F(Waiters, WaitTheirTimeAndNotMuchLonger) {
+TEST_F(Waiters, WaitForTheirTimeOutAndNotMuchLonger) {
     std::vector<std::thread> threads;
     for (const uint32_t timeout : {1u, 3u, 10u, 50u, 200u, 1000u, 3000u}) {
         threads.emplace_back([timeout] {

@@ -1,4 +1,5 @@
-// What the typed front must refuse, one case at a time; the compiler's words are looked at. Case 0 compiles.
+// Code that the typed header must refuse to compile, one case at a time; the test checks the compiler's error. Case 0
+// compiles.
 
 #include <string>
 

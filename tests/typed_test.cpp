@@ -1,4 +1,4 @@
-// The typed front: what it hands to the store, what it finds wrong with a registration, and what does not compile.
+// The typed header: what it passes to the store, which wrong registrations it finds, and what does not compile.
 
 #include <chrono>
 #include <memory>
@@ -86,14 +86,14 @@ TEST_F(TypedTest, FindsAnEarlierRegistrationThatDisagrees) {
               Registration::OTHER_KIND);
     EXPECT_EQ((Parameter<uint32_t>{METADATA_TAG, "x", zarn::staticKind()}.registerTag()), Registration::RESERVED_TAG);
     EXPECT_EQ(zarn::gTagInfo.count(METADATA_TAG), 0u);
-    // Set twice before its registration, a tag has an empty entry that stays.
+    // A tag that is set twice before its registration gets an empty entry, which stays.
     const Parameter<uint32_t> early{0x55, "early", zarn::queueKind<6>()};
     EXPECT_EQ(early.set(CAMERA, PIPE, Frame{1}, 1), Result::NO_BUFFER);
     EXPECT_EQ(early.set(CAMERA, PIPE, Frame{2}, 1), Result::NO_BUFFER);
     EXPECT_EQ(early.registerTag(), Registration::OTHER_SIZE);
 }
 
-TEST_F(TypedTest, HandsValuesAndResultsThroughUnchanged) {
+TEST_F(TypedTest, PassesValuesAndResultsUnchanged) {
     ASSERT_EQ(GAIN.registerTag(), Registration::DONE);
     ASSERT_EQ(COUNT.registerTag(), Registration::DONE);
     EXPECT_EQ(GAIN.set(CAMERA, PIPE, Frame{10}, {1.5f, 2.0f}), Result::OK);
