@@ -1,10 +1,10 @@
-# The library as others see it: its binary interface, its installation and its packages. A sanitizer adds
-# to all of them.
+# Tests of the binary interface, the installation and the packages. Not with a sanitizer, which changes all of
+# them.
 if(PARAMSET_SANITIZE)
     return()
 endif()
 
-# The dumps are of what g++ makes.
+# The dumps were made from a build by g++.
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_BUILD_TYPE STREQUAL "RelWithDebInfo")
     set_target_properties(paramset_interface PROPERTIES EXCLUDE_FROM_ALL OFF)
     add_test(NAME abi_dump COMMAND ${PROJECT_SOURCE_DIR}/scripts/abi $<TARGET_FILE:paramset_interface>)

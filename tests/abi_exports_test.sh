@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Fails, and names the difference, unless the libraries export what the one does that is dumped.
+# Fails, and prints the difference, unless the libraries export the same names as the library of the dumps.
 # usage: abi_exports_test.sh NM DUMPED LIBRARY...
 set -euo pipefail
 

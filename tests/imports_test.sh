@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Fails unless a library waits on the monotonic clock by itself, and by no wait of the C++ library, which may be on the
-# wall clock.
+# Fails unless the library waits with the C library's function for the monotonic clock, and never with a wait of the C++
+# library, which may use the wall clock.
 # usage: imports_test.sh NM LIBRARY
 set -euo pipefail
 

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Asks lldb what the store of a stopped process and of its core holds, with tools/lldb/paramset.py.
+"""Tries the lldb command of tools/lldb/paramset.py on the store of a stopped process and of its core.
 
 usage: lldb_test.py pipeline PIPELINE
        lldb_test.py hung LIBRARY PLATFORM_LIBRARY
@@ -38,10 +38,10 @@ def run(arguments):
 
 
 def ask(where, commands):
-    """What lldb answers to each of the commands, in one session."""
+    """The output of each of the commands, in one session of lldb."""
     arguments = [os.path.join(ROOT, "scripts", "lldb"), "-b"]
     for command in commands:
-        # Not the command itself: lldb ends with the first one that fails.
+        # The command is called from a script, because lldb would exit at the first command that fails.
         arguments += ["-o", "script result = lldb.SBCommandReturnObject()",
                       "-o", f"script lldb.debugger.GetCommandInterpreter().HandleCommand('{command}', result)",
                       "-o", "script print('ASKED', result.GetOutput(), result.GetError(), sep='\\n')"]
@@ -63,7 +63,7 @@ def little_endian(number):
     return number.to_bytes(4, "little").hex(" ")
 
 
-# What is asked, and what the answer has. 4097 is "frame ready", erased six frames behind; 4101 is of type 1.
+# Commands, and texts that the output must have. 4097 is "frame ready", erased six frames behind; 4101 is of type 1.
 QUESTIONS = (
     ("waiters", [rf"(thread \d \(tid \d+\) waits for frame {NEXT} of tag 4097 frame ready, camera 0, pipe 0: "
                  rf"no value since frame {FRAMES}\n?){{3}}"]),
@@ -100,7 +100,7 @@ def core_of(process, folder):
 
 
 def all_wait(process):
-    """Stops the process. Between two waits of 50 ms a module does not wait: then it is continued and stopped again."""
+    """Stops the process while the modules wait. If one is between two waits of 50 ms, continues and stops it again."""
     end = time.monotonic() + DEADLINE_S
     while time.monotonic() < end:
         process.send_signal(signal.SIGSTOP)
@@ -174,7 +174,7 @@ def hung(library, platform):
 
 def main():
     role, *arguments = sys.argv[1:]
-    # Such as a device's allocator: it reserves more memory than gcore can write.
+    # With a device's allocator, for example, which reserves more memory than gcore can write.
     os.environ.pop("LD_PRELOAD", None)
     for tool in ("lldb", "gcore"):
         if role != "hang" and not shutil.which(tool):

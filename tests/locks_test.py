@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Proves that what is done to the store without its mutex does not compile, where the compiler checks locks.
+"""Proves that code which uses the store without its mutex does not compile, if the compiler checks locks.
 
 usage: locks_test.py CLANG++ OPTION...   the compiler, and the options that the library is compiled with
 """
@@ -19,7 +19,7 @@ def complaint(command, source):
 
 
 def mistakes():
-    """The sources with one mistake each: a lock that is not taken, or released at once; a member read outside."""
+    """The sources with one mistake each: a lock is not taken, or released at once, or a member is read without it."""
     for path in sorted((ROOT / "src").glob("*.cpp")):
         source = path.read_text()
         for lock in re.finditer(r"^ *(const )?StoreLock lock\(.*\);\n", source, re.M):

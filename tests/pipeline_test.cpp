@@ -82,13 +82,13 @@ protected:
         return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, read("out"), read("err")};
     }
 
-    /// A named pipe that stays open for both ways.
+    /// A named pipe that stays open for reading and writing.
     int makeFifo(const std::string& name) const {
         EXPECT_EQ(mkfifo(path(name).c_str(), 0600), 0);
         return ::open(path(name).c_str(), O_RDWR | O_CLOEXEC);
     }
 
-    /// Files whose names begin so, among what the runs left behind.
+    /// The files that the runs left and whose names begin with a text.
     std::vector<fs::path> named(const std::string& begin) const {
         std::vector<fs::path> files;
         for (const auto& entry : fs::directory_iterator(mDir)) {
@@ -104,7 +104,7 @@ protected:
 const char HEADER[] = "YUV4MPEG2 W7 H5 F25:2 It A4:3 C420paldv XYSCSS=420PALDV";
 constexpr FrameFormat FORMAT{7, 5};
 
-/// Frames that are of one luma each, so that a torn one shows, and say their number in their parameters.
+/// Frames with their number in their parameters. Each frame has a single luma value, so that a torn one is seen.
 std::string flatStream(int frames) {
     std::string stream = std::string(HEADER) + "\n";
     for (int i = 1; i <= frames; ++i) {
@@ -115,7 +115,7 @@ std::string flatStream(int frames) {
     return stream;
 }
 
-/// How many frames the file has, all of them whole and in order.
+/// The number of frames in the file; checks that all are complete and in order.
 int framesOf(const std::string& path) {
     const Stop never;
     Y4mReader reader(path, never);
@@ -241,7 +241,7 @@ TEST_F(PipelineTest, MalformedStreamIsExplainedAndKeepsTheFramesBefore) {
     }
 }
 
-TEST_F(PipelineTest, EveryFrameComesOutWholeAndInOrderWhoeverIsLate) {
+TEST_F(PipelineTest, FramesAreCompleteAndInOrderWhicheverModuleIsLate) {
     const std::string input = write("input.y4m", flatStream(25));
     const std::vector<std::vector<std::string>> cases = {
         {}, {"--stall", "sensor:5"}, {"--stall", "statistics:15"}, {"--stall", "exposure:120"}, {"--stall", "isp:15"}};
@@ -256,7 +256,7 @@ TEST_F(PipelineTest, EveryFrameComesOutWholeAndInOrderWhoeverIsLate) {
     }
 }
 
-TEST_F(PipelineTest, SeveralCamerasAndThePipesBothWaysWriteWhatOneFileDoes) {
+TEST_F(PipelineTest, SeveralCamerasOrNamedPipesGiveTheSameOutputAsOneFile) {
     write("in", flatStream(9));
     const Result piped = run({"--input", "-", "--output", "-", "--frames", "7"});
     EXPECT_EQ(piped.code, 0);
@@ -291,7 +291,7 @@ TEST_F(PipelineTest, TerminatedRunLeavesNothing) {
     EXPECT_EQ(filesNamed("result"), 0u);
 }
 
-// The input is still open then, and has nothing more: the sensor waits for it.
+// The input is still open but has no more bytes, so the sensor waits for it when the interrupt comes.
 TEST_F(PipelineTest, InterruptKeepsTheFramesBeforeIt) {
     const int input = makeFifo("input");
     const std::string stream = flatStream(200);
@@ -310,7 +310,7 @@ TEST_F(PipelineTest, InterruptKeepsTheFramesBeforeIt) {
     EXPECT_EQ(rowOf(read("out"), "statistics")[SETS], frames);
 }
 
-// The first camera's output takes no more bytes: after the first interrupt its frames stay under way.
+// The first camera's output accepts no more bytes, so after the first interrupt its frames cannot be finished.
 TEST_F(PipelineTest, SecondInterruptEndsAtOnceAndLeavesNothing) {
     const int output = makeFifo("result.cam0.y4m");
     const pid_t pid = start({"--cameras", "2", "--output", path("result.y4m")});
@@ -326,7 +326,7 @@ TEST_F(PipelineTest, SecondInterruptEndsAtOnceAndLeavesNothing) {
     EXPECT_EQ(filesNamed("result.cam1"), 0u);
 }
 
-TEST_F(PipelineTest, LateModulesShowAsTimeOutsAndFallBacksOfThoseWhoWait) {
+TEST_F(PipelineTest, LateModulesCauseTimeOutsAndFallBacksInTheModulesThatWait) {
     const Result late = run({"--frames", "12", "--stall", "statistics:150"});
     EXPECT_EQ(late.code, 0) << late.err;
     const std::vector<double> exposure = rowOf(late.out, "exposure");
@@ -338,7 +338,7 @@ TEST_F(PipelineTest, LateModulesShowAsTimeOutsAndFallBacksOfThoseWhoWait) {
     const std::vector<double> isp = rowOf(run({"--frames", "12", "--stall", "exposure:300"}).out, "isp");
     EXPECT_GT(isp[TIMEOUTS], 0);
     EXPECT_GT(isp[FALLBACKS], 0);
-    EXPECT_GT(isp[FRAME_0], 0) << "before the first gain, and there is none for 300 ms";
+    EXPECT_GT(isp[FRAME_0], 0) << "the first gain comes after 300 ms; until then frame 0 answers";
 
     const Result prompt = run({"--frames", "12"});
     for (const char* module : {"sensor", "statistics", "exposure", "isp"}) {
@@ -362,7 +362,7 @@ TEST_F(PipelineTest, TableAgreesWithTheLogOfTheStore) {
         const auto logged = [&result](const std::string& part) {
             return static_cast<double>(countLines(result.err, part));
         };
-        double intoFrame0 = 0;  // by the set-up, and by each erase that saves a value
+        double intoFrame0 = 0;  // sets of frame 0: by the set-up, and by each erase that saves a value
         for (const char* pipe : {"0", "1", "2", "3"}) {
             const double inPipe = logged(std::string("success camID: 0, pipe: ") + pipe + ", frameID: 0,");
             EXPECT_GE(inPipe, stall == "sensor:1" ? 10 : 1) << "in pipe " << pipe;
@@ -370,14 +370,14 @@ TEST_F(PipelineTest, TableAgreesWithTheLogOfTheStore) {
         }
         const double setUp = rowOf(result.out, "set-up")[SETS];
         const double ofTuning =
-            logged("tag: " + std::to_string(TUNING.tag()) + ",intrData") - 1;  // but for the one set
+            logged("tag: " + std::to_string(TUNING.tag()) + ",intrData") - 1;  // one of the lines is a set
         EXPECT_EQ(sum[SETS], logged("success camID") - intoFrame0 + setUp);
         EXPECT_EQ(sum[GETS], logged("success  camID"));
         EXPECT_EQ(sum[EARLIER], logged(" relatedID:") - logged(" relatedID:0\n"));
         EXPECT_EQ(sum[FRAME_0], logged(" relatedID:0\n") + logged("getParamInternal: frameID") + ofTuning);
 
-        // Exposure asks for erased frames when it is late, if only since its thread did not get to run. An erase may
-        // end such a wait about when its time is up.
+        // Exposure asks for erased frames if it is late, which happens even if its thread only was not scheduled. An
+        // erase may end such a wait just when its time is up.
         const double askedForErased = logged("preproc: frameID");
         const bool skipped = result.out.find("exposure skipped") != std::string::npos;
         EXPECT_TRUE(skipped || stall != "exposure:400");
@@ -435,7 +435,7 @@ TEST_F(PipelineTest, ControllerIsDampedLimitedAndHoldsASteadyScene) {
     const double wanted = (118.0 - 16) / (67 - 16);
     double gain = controller.update(DEFAULT_TUNING, flat(67), HistoryEntry{});
     EXPECT_GT(gain, 1.05);
-    EXPECT_LT(gain, 1 + (wanted - 1) / 2) << "one frame goes part of the way alone";
+    EXPECT_LT(gain, 1 + (wanted - 1) / 2) << "one frame changes the gain only by a part";
     for (int i = 0; i < 60; ++i) gain = controller.update(DEFAULT_TUNING, flat(67), HistoryEntry{});
     EXPECT_NEAR(gain, wanted, 0.01);
 
@@ -451,7 +451,7 @@ TEST_F(PipelineTest, ControllerIsDampedLimitedAndHoldsASteadyScene) {
     EXPECT_FLOAT_EQ(static_cast<float>(gain), DEFAULT_TUNING.maxGain);
 }
 
-TEST_F(PipelineTest, ClientTellsFrame0FromTheFrameThatItKeepsTheValueOf) {
+TEST_F(PipelineTest, ClientDistinguishesFrame0FromTheFrameWhoseValueItHolds) {
     zarn::ParamSet::createInstance();
     registerTags({});
     StoreClient eraser(zarn::Camera{4});

@@ -1,12 +1,12 @@
 #!/usr/bin/env python3
-"""Stages faults in the pipeline example and compares what the run notes of them with the causes that pslog names.
+"""Stages faults in the pipeline example and compares the run's notes of them with the causes that pslog names.
 
 usage: pslog_causes_test.py PIPELINE PSLOG MISS_WAKE_UPS [--all] [--keep DIR]
 
-MISS_WAKE_UPS is the library that makes wake-ups get lost. --all stages everything at 30 and at 60 frames a second and
-prints a table; else a part of it is staged, at 60. --keep leaves the logs.
-A run counts if the fault that it was to stage shows in its log: on a busy machine a reader may come too late to be
-hurt. Then the run is repeated.
+MISS_WAKE_UPS is the library that makes wake-ups get lost. --all stages all faults at 30 and at 60 frames a second and
+prints a table; else only some of them are staged, at 60. --keep keeps the logs.
+If the log shows no effect of the staged fault, the run is repeated: on a busy machine a reader may come too late to be
+affected.
 """
 
 import argparse
@@ -22,11 +22,11 @@ TRIES = 4
 LATE, NEVER, PLAIN, LOST = "late", "never delivered", "plain set", "wake-up lost"
 ERASED, TRIMMED, GONE = "erased too early", "trimmed too early", "frame gone"
 UNREGISTERED, ENDED, NOT_RUN = "never registered", "store ended", "reader not run"
-# What a machine that is too busy does to a run without faults. A wake-up may really be lost, which is as rare as a reader
-# that gets its processor back just when its time is up.
+# Causes that a run without faults has if the machine is too busy. A wake-up may really be lost; that is as rare as a
+# reader that runs again just when its time is up.
 OF_BUSY_MACHINE = {LATE, NOT_RUN, LOST}
 
-# Options; the read that is hurt; the cause at its root, and the value that it is of.
+# Options; the read that is affected; its root cause, and the value that the root cause is about.
 LONG_WAIT = "--frame-wait 400"
 CASES = [
     ("--stall exposure:400@20", "gain 20", LATE, "gain 20"),
@@ -87,7 +87,7 @@ class Runs:
         self.number = 0
 
     def run(self, options, fps):
-        """The log's file, what the run has noted, and the flickers."""
+        """The log's file, the run's notes, and the flickers."""
         self.number += 1
         log = self.directory / f"{self.number}.log"
         environment = {**os.environ, "PARAMSET_LOG": "5", "PARAMSET_LOG_TIME": "1",
@@ -110,7 +110,7 @@ def value(text):
 
 
 def judge(flickers, read, cause, root):
-    """None if the read was not hurt, else whether the cause is right, and what is named."""
+    """None if the read was not affected, else whether the cause is right; and the cause that pslog names."""
     tag, frame = value(read)
     of_read = [f for f in flickers if (f["tag"], f["frame"]) == (tag, frame)]
     if not of_read:
@@ -120,7 +120,7 @@ def judge(flickers, read, cause, root):
     root_tag, root_frame = value(root)
     is_place = last["tag"] == root_tag and root_frame in (None, last["frame"])
     if is_place and last["cause"] != cause and last.get("or_else") == cause:
-        return None, worst["story"]  # the log cannot tell it from what a busy machine does
+        return None, worst["story"]  # the log does not show whether it was the fault or a busy machine
     return is_place and last["cause"] == cause, worst["story"]
 
 
@@ -136,14 +136,14 @@ def staged_run(runs, case, fps):
 
 
 def retain_number_serves(runs, flickers, fps):
-    """Whether no read of history is trimmed with the retain number that pslog names."""
+    """Whether no read of history fails because of trimming, with the retain number that pslog names."""
     needed = max(f["chain"][-1].get("retain", 0) for f in flickers if f["cause"] == TRIMMED)
     _, _, after = runs.run(f"--stage retain:history:{needed}", fps)
     return needed > 0 and not [f for f in after if f["cause"] == TRIMMED]
 
 
 def is_quiet(log):
-    """Whether the log has nothing that could be a flicker: no time-out, no failure, no earlier or erased frame."""
+    """Whether the log has nothing that pslog could report: no time-out, no failure, no earlier or erased frame."""
     text = log.read_text()
     if re.search(r"wait timeout|need life|: fail |fail to match", text):
         return False
@@ -151,7 +151,7 @@ def is_quiet(log):
 
 
 def clean_run(runs, options, fps):
-    """Problems, and whether the machine let the run be clean."""
+    """Problems, and whether the run was clean on this machine."""
     for _ in range(TRIES):
         log, _, flickers = runs.run(options, fps)
         if is_quiet(log):
@@ -163,7 +163,7 @@ def clean_run(runs, options, fps):
 
 
 def print_table(table):
-    """A row for each fault, with what came of it at each rate."""
+    """A row for each fault, with its result at each rate."""
     rows = {}
     for fps, options, read, cause, root, right in table:
         rows.setdefault((options, read, cause, root), {})[fps] = "right" if right else "WRONG"
@@ -195,7 +195,7 @@ def main():
                 if not right:
                     problems.append(f"{log.name}: {case} at {fps}: {story}")
                 elif case[2] == TRIMMED and not retain_number_serves(runs, flickers, fps):
-                    problems.append(f"{log.name}: {case} at {fps}: the retain number that is named does not serve")
+                    problems.append(f"{log.name}: {case} at {fps}: with the named retain number, reads still fail")
             for options in CLEAN if arguments.all else CLEAN[:1]:
                 named, is_clean = clean_run(runs, options, fps)
                 if not is_clean:

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Tries pslog's subcommands on logs of the pipeline, as a user would.
+"""Runs pslog's subcommands on logs of the pipeline, as a user would.
 
 usage: pslog_commands_test.py PIPELINE PSLOG
 """

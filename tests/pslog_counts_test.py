@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Compares what pslog counts in a log of the pipeline with what the pipeline counted itself.
+"""Compares pslog's counts for a log of the pipeline with the pipeline's own counts.
 
 usage: pslog_counts_test.py PIPELINE PSLOG
 """
@@ -9,7 +9,7 @@ import re
 import subprocess
 import sys
 
-# In the last run exposure asks for frames that the ISP has erased meanwhile. Some have time and thread in the log.
+# In the last run exposure asks for frames that the ISP has erased meanwhile. Some logs have times and thread ids.
 RUNS = (
     (["--frames", "60", "--fps", "100"], "1"),
     (["--frames", "25", "--fps", "60", "--stall", "statistics:80"], "0"),
@@ -21,7 +21,7 @@ METADATA_COLUMNS = COLUMNS[:3]
 
 
 def pipelines_counts(table):
-    """The sums of the modules' rows. A row ends in the count of fall-backs and of failures."""
+    """The sums of the modules' rows. The last columns of a row are fall-backs and failures."""
     sums = dict.fromkeys(COLUMNS, 0)
     for line in table.splitlines():
         words = line.split()
@@ -39,7 +39,7 @@ def pipelines_metadata(table):
 
 
 def pslogs_counts(summary, metadata):
-    """The sums of the tags' rows, or of the metadata's; a name may hold blanks."""
+    """The sums of the tags' rows, or of the metadata's. A name may contain blanks."""
     sums = dict.fromkeys(COLUMNS, 0)
     for line in summary.splitlines():
         words = line.split()
@@ -52,7 +52,7 @@ def pslogs_counts(summary, metadata):
 
 
 def expected_of_late_reads(log):
-    """What the summary is to say of reads after an erasure: a line for each tag, with the number of its reads."""
+    """The expected lines of the summary about reads after an erasure: one for each tag, with the number of reads."""
     needed = {}
     for name, number in re.findall(r": frameID \d+ <= Erased \d+, (.+) need life >= (\d+)$", log, re.M):
         needed.setdefault(name, []).append(int(number))
@@ -65,9 +65,9 @@ def expected_of_late_reads(log):
 def problems_of(run, answer, with_threads):
     theirs, ours = pipelines_counts(run.stdout), pslogs_counts(answer, metadata=False)
     late = expected_of_late_reads(run.stderr)
-    # The pipeline takes a get for one that waited if its value was stamped after the get began. Between the stamp
-    # and the delivery lies the printing of a line, and there either of them may be the first. And an erase may end the
-    # wait for an erased frame about when its time is up.
+    # The pipeline counts a get as one that waited if its value was stamped after the get began. Between the stamp and
+    # the delivery a line is printed; a get that begins in that time is counted differently. And an erase may end the
+    # wait for an erased frame just when its time is up.
     slack = {"waits": theirs["waits"] * 0.3 + 5, "time-outs": sum(late.values())}
     problems = [f"{c} differ" for c in COLUMNS if abs(theirs[c] - ours[c]) > slack.get(c, 0)]
     metadata = pslogs_counts(answer, metadata=True)
@@ -97,7 +97,7 @@ def main():
             print(f"{' '.join(arguments)}: {problems}\n{run.stdout}\n{answer}")
             failed = True
     if late_reads == 0:
-        print("no run has read after an erasure")
+        print("no run has a read after an erasure")
     return 1 if failed or late_reads == 0 else 0
 
 

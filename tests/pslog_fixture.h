@@ -102,7 +102,7 @@ protected:
         return printed([&](std::FILE* out) { story.print(out, interpreter); });
     }
 
-    // Everything that the summary tells of, a known number of times.
+    // Everything that the summary counts, a known number of times.
     void runStory() {
         for (uint32_t frame = 1; frame <= 12; ++frame) {
             set(frame, frame, AE);

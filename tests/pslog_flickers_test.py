@@ -8,7 +8,8 @@ import json
 import subprocess
 import sys
 
-# Tags of a made-up pipeline, all in pipe 2: S is set for each frame, G is made of it, T has no history, Q is a queue.
+# Tags of an invented pipeline, all in pipe 2: S is set for each frame, G is computed from it, T has no history, Q is a
+# queue.
 TAGS = {"S": 1, "G": 2, "T": 3, "Q": 4, "U": 5}
 TYPES = {"T": 1, "Q": 2}
 THREADS = {"sensor": 11, "stats": 12, "gains": 13, "isp": 14, "other": 15}
@@ -110,7 +111,7 @@ BEFORE, AFTER = clean(range(1, 10)), clean(range(20, 25))
 WAIT = [(300, "isp", "ask G 10"), (350, "isp", "timeout G 10 50")]
 FELL_BACK = [*WAIT, (350, "isp", "got G 10 9")]
 OWN = [*WAIT, (350, "isp", "got G 10 10")]
-# Frame 10 of S is 90 ms late, as its thread began late.
+# Frame 10 of S is 90 ms late, because its thread began late.
 CHAIN = [(300, "stats", "ask T 10"), (400, "stats", "timeout T 10 100"), (400, "stats", "got T 10 10"),
          (350, "other", "wake T 10"), (401, "stats", "wake S 10"), (302, "gains", "ask S 10"),
          (352, "gains", "timeout S 10 50"), (352, "gains", "got S 10 9"), (420, "gains", "ask S 11"),
@@ -118,7 +119,7 @@ CHAIN = [(300, "stats", "ask T 10"), (400, "stats", "timeout T 10 100"), (400, "
 
 ERASED = [(300, "isp", "erase G 15 9"), (310, "isp", "get G 8 0 9")]
 
-# What, the steps, and for each flicker "tag frame: root's cause [or else]"; in any order.
+# The name of a case, its steps, and its flickers in any order, each as "tag frame: root cause [or other cause]".
 CASES = [
     ("nothing", [], []),
     ("late", [*FELL_BACK, (380, "gains", "deliver G 10")], ["G 10: late"]),
@@ -154,7 +155,7 @@ CASES = [
         *FELL_BACK, (301, "gains", "ask S 10"), (310, "other", "erase G 16 9"), (330, "stats", "deliver S 10"),
         (351, "gains", "timeout S 10 50"), (351, "gains", "failed S 10 4"), (352, "gains", "deliver G 10")],
      ["S 10: frame gone", "G 10: frame gone"]),
-    # What is as it should be.
+    # Cases without a flicker.
     ("tag without history", [(300, "isp", "get T 10 0")], []),
     ("tag that is set now and then", [(40, "other", "set Q 1"), (250, "other", "set Q 8")] +
      [(30 * f + 9, "isp", f"get Q {f} {1 if f < 8 else 8}") for f in range(1, 10)], []),
@@ -181,10 +182,10 @@ def check(problem, pslog):
     for what, steps, expected in CASES:
         for threads in (True, False):
             found = named(flickers_of(pslog, log_of([*BEFORE, *steps, *AFTER], threads)))
-            # Without threads, the reads of one value count as one reader's.
+            # Without thread ids, all reads of a value are reported as those of one reader.
             if (found if threads else sorted(set(found))) != (sorted(expected) if threads else sorted(set(expected))):
                 problem(f"{what}, {'with' if threads else 'without'} threads: {found}, not {expected}")
-    # What ends a log.
+    # Different ends of a log.
     for what, steps, expected in [
         ("store ended", [*FELL_BACK, (320, "other", "end")], ["G 10: store ended"]),
         ("log ended", FELL_BACK, ["G 10: never delivered or late"]),
@@ -232,7 +233,7 @@ def check_why(problem, pslog):
         problem("a frame that the log does not have has a story")
 
 
-# Gains waits 25 ms for each S, which is usual; then it is busy for 22 ms with frame 10, which is not.
+# "gains" waits 25 ms for each S, as usual. With frame 10 it is then busy for 22 ms, which is unusual.
 PACED = [step for f in range(1, 11) for step in [
     (30 * f - 25, "gains", f"ask S {f}"), (30 * f, "stats", f"wake S {f}"), (30 * f, "gains", f"waited S {f} 25"),
     (30 * f, "gains", f"got S {f} {f}"), (30 * f + (22 if f == 10 else 1), "gains", f"wake G {f}")]]

@@ -1,5 +1,5 @@
-// pslog, on logs in all forms in which they are handed over: the formats of the platform's logger with all modifiers,
-// bug reports, compressed files; and on texts in them that would do harm when printed.
+// pslog, on logs in all forms in which users receive them: the formats of the platform's logger with all modifiers, bug
+// reports, and compressed files. Also on logs with texts that would do harm when printed.
 
 #include <log/logprint.h>
 #include <zlib.h>
@@ -56,7 +56,7 @@ std::string gzipped(const std::string& text) {
     return result;
 }
 
-// With a checksum, as the program zstd makes it: without one, not every damage can be told.
+// With a checksum, like the program zstd: without one, some damage cannot be detected.
 std::string zstandard(const std::string& text) {
     const std::unique_ptr<ZSTD_CCtx, size_t (*)(ZSTD_CCtx*)> context(ZSTD_createCCtx(), ZSTD_freeCCtx);
     ZSTD_CCtx_setParameter(context.get(), ZSTD_c_checksumFlag, 1);
@@ -120,14 +120,14 @@ TEST_F(PslogFormatsTest, ReadsEachLineOfABugReportInItsOwnFormat) {
     EXPECT_EQ(tableOf(twice), tableOf(summaryOf(whole + whole)));
 }
 
-TEST_F(PslogFormatsTest, ReadsCompressedLogsAndTellsWhereTheyBreakOff) {
+TEST_F(PslogFormatsTest, ReadsCompressedLogsAndReportsWhereTheyBreakOff) {
     runStory();
     const std::string text = log(Format::BRIEF);
     const std::string expected = summaryOf(text + text);
     std::string (*const compressions[])(const std::string&) = {gzipped, zstandard};
     for (const auto compress : compressions) {
         const std::string file = compress(text);
-        EXPECT_EQ(summaryOf(file + file), expected) << "files that were put together are one";
+        EXPECT_EQ(summaryOf(file + file), expected) << "two concatenated files are read as one";
         const auto problemOf = [this](const std::string& of) {
             pslog::TagCounts counts;
             pslog::Interpreter interpreter(counts);
@@ -186,7 +186,7 @@ TEST_F(PslogFormatsTest, PutsTimesOnOneClock) {
     }
 }
 
-TEST_F(PslogFormatsTest, PrintsNothingThatATerminalObeysOrThatIsNoXml) {
+TEST_F(PslogFormatsTest, PrintsNoTerminalControlsAndNoInvalidXml) {
     const struct {
         const char* name;
         const char* printed;

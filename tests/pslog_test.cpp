@@ -1,4 +1,4 @@
-// pslog, on logs that the store writes here, in every format that it reads, and on such logs damaged.
+// pslog, on logs that the store writes here, in every format that pslog reads, and on damaged ones.
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
@@ -69,7 +69,7 @@ TEST_F(PslogTest, PrintsAQuestionMarkForWhatALogOfALowLevelCannotTell) {
     }
 }
 
-TEST_F(PslogTest, NamesTheRetainNumberThatWouldHaveServed) {
+TEST_F(PslogTest, NamesTheRetainNumberWithWhichTheReadSucceeds) {
     const auto erasedReads = [](uint32_t tag) {
         for (uint32_t frame = 1; frame <= 30; ++frame) set(frame, frame, tag);
         erasePs(kCam, kPipe, 30);
@@ -78,7 +78,7 @@ TEST_F(PslogTest, NamesTheRetainNumberThatWouldHaveServed) {
     EXPECT_NE(erasedReads(AE), 18u);
     ASSERT_TRUE(has(summaryOf(log(Format::HOST)), "tag 17 aeResult: retain 6, needed 13: register with 13  (1 reads"));
     registerPsDynamicParamWithExtendingLife(AE + 100, 4, 0, "ae2", "int", 13);
-    EXPECT_EQ(erasedReads(AE + 100), 18u) << "the number that was named does not serve";
+    EXPECT_EQ(erasedReads(AE + 100), 18u) << "with the named retain number the values must not be erased";
 }
 
 TEST_F(PslogTest, TellsWhatHappenedToAFrameInTimeOrder) {
@@ -98,10 +98,10 @@ TEST_F(PslogTest, TellsWhatHappenedToAFrameInTimeOrder) {
     EXPECT_TRUE(has(story, "asked for tag 17 aeResult after its erasure up to frame 8: a retain number of 7")) << story;
     EXPECT_TRUE(has(storyOf(2, Format::HOST), "co\" is erased, to make room for the value of frame 9"));
     EXPECT_FALSE(has(storyOf(99, Format::HOST), "line"));
-    EXPECT_EQ(storyOf(20, Format::STAMPED), storyOf(20, Format::TIME)) << "nanoseconds were taken for another time";
+    EXPECT_EQ(storyOf(20, Format::STAMPED), storyOf(20, Format::TIME)) << "nanoseconds were read as another time";
 }
 
-TEST_F(PslogTest, PutsLinesPrintedWithoutTheStoresMutexToTheirOwnCalls) {
+TEST_F(PslogTest, AssignsLinesPrintedWithoutTheStoresMutexToTheirOwnCalls) {
     const std::string text = summaryOf(
         "V ParamSet: 1, getParamInternal: E cam 0 pipe 2 frame 9 tag 17 erasePoint:0\n"
         "V ParamSet: 2, _setParamSyn: camID: 0, pipe: 2, frameID: 10, tag: 17,\n"
@@ -129,7 +129,7 @@ TEST_F(PslogTest, PutsLinesPrintedWithoutTheStoresMutexToTheirOwnCalls) {
     EXPECT_TRUE(has(text, "needed 8: register with 8  (0 reads, 0 writes, 1 of which the log does not say which)"));
 }
 
-TEST_F(PslogTest, CountsWhatItCannotUseAndGoesOn) {
+TEST_F(PslogTest, CountsUnusableLinesAndContinues) {
     runStory();
     const std::string whole = log(Format::THREADTIME);
     std::mt19937 random(4711);
@@ -152,7 +152,7 @@ TEST_F(PslogTest, CountsWhatItCannotUseAndGoesOn) {
         pslog::writeTrace(trace, timeline, interpreter);
         ASSERT_TRUE(nlohmann::json::accept(trace.str()));
     }
-    // A cut line is no other message, and one that is longer than memory is passed over.
+    // A cut line is not taken for another message, and a line that is longer than memory is skipped.
     const std::string line = "V ParamSet: 4, permiProc: cam 0 pipe 2 tag 17 destID 9 relatedID:4";
     for (size_t size = 13; size + 1 < line.size(); ++size) {
         ASSERT_TRUE(has(summaryOf(line.substr(0, size) + "\n"), "0 of the store, 0 of others, 1 damaged")) << size;
@@ -169,8 +169,8 @@ TEST_F(PslogTest, CountsWhatItCannotUseAndGoesOn) {
     EXPECT_THROW(pslog::readLog("/nowhere/to/be/found", interpreter), std::system_error);
 }
 
-// What the lines tell one by one does not depend on the others: each is counted, wherever it stands and whatever is
-// missing around it.
+// The counts of single lines do not depend on other lines: each line is counted, wherever it is and whatever is missing
+// around it.
 TEST_F(PslogTest, CountsEveryWholeLineOfALargeLogOutOfOrderAndCut) {
     runStory();
     std::vector<std::string> lines;
@@ -188,7 +188,7 @@ TEST_F(PslogTest, CountsEveryWholeLineOfALargeLogOutOfOrderAndCut) {
     std::mt19937 random(4711);
     const size_t whole = lines.size();
     const size_t cut = whole / 5;
-    for (size_t i = 0; i < cut; ++i) {  // a cut copy each, somewhere
+    for (size_t i = 0; i < cut; ++i) {  // inserts a cut copy of a line somewhere
         std::string& at = lines[random() % lines.size()];
         at.insert(0, at.substr(0, 16) + "\n");
     }

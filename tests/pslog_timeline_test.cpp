@@ -81,7 +81,7 @@ Box boxOf(const pugi::xml_node& shape) {
 
 class PslogTimelineTest : public PslogTest {
 protected:
-    // What is drawn of a log.
+    // Draws the picture of a log.
     void draw(const std::string& log, const pslog::Choice& choice = {}) {
         pslog::Timeline timeline(choice);
         pslog::Interpreter interpreter(timeline);
@@ -99,7 +99,7 @@ protected:
             nodes.push_back(found.node());
         return nodes;
     }
-    // The texts of the picture from the left, so far to the right.
+    // The texts of the picture in order of their place, up to a given x.
     std::vector<std::string> texts(double left, double right) const {
         std::vector<std::string> result;
         for (const auto& found : mPicture.select_nodes("//text")) {
@@ -189,7 +189,7 @@ TEST_F(PslogTimelineTest, ShowsTheFirstEpisodeAndTheHeightOfTheWorst) {
     for (const char* frame : {"80", "413", "440"}) EXPECT_EQ(count(texts(0, 70), frame), 0u) << frame;
 }
 
-TEST_F(PslogTimelineTest, ShowsWhatIsAskedFor) {
+TEST_F(PslogTimelineTest, ShowsTheRequestedFramesAndTags) {
     const std::string log = streamOf(300, 177);
     pslog::Choice around;
     around.around = 250;
@@ -215,8 +215,8 @@ TEST_F(PslogTimelineTest, ShowsWhatIsAskedFor) {
     }
 }
 
-// Many waits at once that end at any time, some far beyond the scale.
-TEST_F(PslogTimelineTest, CoversNoNumberAndNoDiamond) {
+// Many concurrent waits with random ends, some far beyond the scale.
+TEST_F(PslogTimelineTest, DrawsNothingOverNumbersAndDiamonds) {
     std::mt19937 random(4711);
     LogMaker log;
     size_t fallBacks = 0;

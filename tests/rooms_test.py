@@ -1,19 +1,18 @@
 #!/usr/bin/env python3
 """Proves that the files of src/ keep to their rooms, as docs/architecture.md draws them.
 
-usage: rooms_test.py [FOLDER]   the sources; else those that this file lies beside
+usage: rooms_test.py [FOLDER]   the sources; default: those of this file's repository
 
 - A file includes files of lower rooms only, and calls private operations of the store that are defined there.
-- pipe_store.* alone includes the index.
-- pipe_store.* alone changes what pipes and frames hold. ParamFrame's own operations do so for who calls them from
-  outside.
+- Only pipe_store.* includes the index.
+- Only pipe_store.* changes the contents of pipes and frames, except ParamFrame's own operations, which programs call.
 """
 
 import pathlib
 import re
 import sys
 
-# From the ground up. A room may use those before it, and the files of its own name.
+# From the lowest to the highest. A room may use those before it, and the files of its own name.
 ROOMS = [
     "relaxed changes store_lock hold tag_table pipe_index waiters trace allocation",
     "pipe_store",
@@ -24,7 +23,7 @@ ROOMS = [
     "paramset",
 ]
 LEVEL = {name: level for level, names in enumerate(ROOMS) for name in names.split()}
-# What may be included within the lowest room.
+# Which files of the lowest room may include which others of it.
 BESIDE = {("waiters", "relaxed"), ("trace", "relaxed")}
 
 HELD = r"\bm(?:Frames|CheckPoint|ErasePoint|Tags|Status)\b"
@@ -33,7 +32,7 @@ DEFINITION = re.compile(r"^(?:inline )?[\w:<>&*, ]*?(\w+)::(~?\w+)(?:<\w+>)?\(",
 
 
 def code(path):
-    """Without comments and the texts of messages; the lines stay."""
+    """The source without comments and message texts, with unchanged line numbers."""
     text = re.sub(r"//.*", "", path.read_text())
     return re.sub(r'"(?:[^"\\\n]|\\.)*"', lambda found: found[0] if found[0].startswith('"src/') else '""', text)
 

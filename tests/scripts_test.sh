@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
-# Each script prints help when it is asked to, explains a wrong argument in one line, and does nothing else in either case.
+# Each script prints help on request, explains a wrong argument in one line, and does nothing else in either case.
 # usage: scripts_test.sh
 set -euo pipefail
 
 cd "$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")/.."
 work="$(mktemp -d)"
 trap 'rm -rf "$work"' EXIT
-# What a script would begin its work with.
+# Stand-ins for the programs with which a script would begin its work: they note that they were started.
 for program in cmake dpkg-query apt-get sudo doxygen; do
     printf '#!/bin/sh\necho "$0 $*" >>"%s/started"\nexit 1\n' "$work" >"$work/$program"
     chmod +x "$work/$program"
@@ -31,7 +31,7 @@ for script in scripts/*; do
         [[ "$(run "$script" "$help")" == 0 ]] && grep -qi '^usage:' "$work/out" && [[ ! -s $work/err ]] ||
             complain "$script $help gives no help"
     done
-    # These hand their arguments to a program.
+    # These pass their arguments to a program.
     case "$script" in scripts/demo | scripts/lldb | scripts/pslog) continue ;; esac
     [[ "$(run "$script" --bogus)" == 2 && ! -s $work/out && "$(wc -l <"$work/err")" == 1 ]] ||
         complain "$script does not explain a wrong argument in one line"

@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""Proves what the documents say of the sources.
+"""Proves that the documents agree with the sources.
 
 messages: the messages in src/, those that docs/log.md lists and those that pslog knows are the same set, with their
           functions, and docs/log.md has their levels.
-guide:    every piece of code in docs/guide.md stands, word for word, in the example that it names, and README.md
-          shows the programs of examples/quickstart/ whole.
+guide:    every piece of code in docs/guide.md is, word for word, in the example that it names, and README.md contains
+          the complete programs of examples/quickstart/.
 """
 
 import pathlib
@@ -17,7 +17,7 @@ LEVELS = {"4 / 5": {"traceLevel()", "traced ? 4 : 5"}, "4 / 5 erase": {"traceLev
 
 
 def literals(text, macros):
-    """The string that adjacent literals, and macros of literals, make."""
+    """The string that results from adjacent literals and macros of literals."""
     result = ""
     for literal, name in re.findall(STRING + r"|(\b[A-Z_]{5,}\b)", text):
         result += macros[name] if name else literal

@@ -1,5 +1,5 @@
-// The library as it is built for a device, on a log library of this program's own, which counts what it is asked. The
-// device's setting of what is printed is a variable here.
+// The library as it is built for a device, with a log library that this program defines. It counts the questions for
+// the log level; a variable here stands for the device's setting of that level.
 
 #include <android/log.h>
 #include <android/set_abort_message.h>
@@ -19,14 +19,14 @@
 
 namespace {
 
-int gPriority = ANDROID_LOG_DEFAULT;  // what the device prints; the default: nothing is set
+int gPriority = ANDROID_LOG_DEFAULT;  // the lowest priority that the device prints; the default: nothing is set
 int gQuestions = 0;
 std::function<void()> gAtQuestion;
 std::string gLetters;  // the priority of each line
 
 constexpr uint32_t kTag = 7;
 
-// One of each call but the erase.
+// Makes one of each call except the erase.
 void callEverything() {
     uint32_t value = 1;
     setPsParam(0, 0, 10, kTag, &value);
@@ -75,7 +75,7 @@ void android_set_abort_message(const char* message) {
     fprintf(stderr, "abort message: %s\n", message);
 }
 
-TEST_F(Device, IsAskedWhatItPrintsByEraseAloneOnceTheStoreIsBuilt) {
+TEST_F(Device, LogLevelIsAskedForWhenTheStoreIsBuiltAndByErasesOnly) {
     struct Case {
         int priority;
         std::string printed;
@@ -102,7 +102,7 @@ TEST_F(Device, IsAskedWhatItPrintsByEraseAloneOnceTheStoreIsBuilt) {
     }
 }
 
-TEST_F(Device, WhatItPrintsIsAskedAnewByAnEraseWithoutTheMutex) {
+TEST_F(Device, EraseAsksForTheLogLevelBeforeItTakesTheMutex) {
     zarn::ParamSet::createInstance();
     gPriority = ANDROID_LOG_VERBOSE;
     gLetters.clear();
@@ -128,7 +128,7 @@ TEST_F(Device, WhatItPrintsIsAskedAnewByAnEraseWithoutTheMutex) {
     EXPECT_NE(gLetters.find('V'), std::string::npos);
 }
 
-TEST_F(Device, IsToldInItsAbortMessageAndItsLogThatMemoryRanOut) {
+TEST_F(Device, AbortMessageAndLogSayThatMemoryRanOut) {
     zarn::ParamSet::createInstance();
     EXPECT_EXIT(
         {

@@ -1,5 +1,5 @@
-// The log of a device: the library as it is built for one, its properties and metadata excepted, on the platform's own
-// log library, with a function of this program in place of the device's log.
+// The log of a device: the library as it is built for a device (except its properties and metadata), with the
+// platform's own log library. A function of this program replaces the device's log.
 
 #include "platform/log.h"
 
@@ -15,12 +15,12 @@ namespace {
 
 std::vector<std::string> gLines;
 
-// "<priority letter> <tag>: <message>", the source line left out.
+// "<priority letter> <tag>: <message>", without the source line.
 void keep(int priority, const std::string& tag, const std::string& message) {
     gLines.push_back(std::string(1, "??VDIWEF"[priority]) + " " + tag + ": " + message.substr(message.find(", ") + 2));
 }
 
-// The log library hands over a line in one argument, or, before Android 11, in two.
+// The log library passes a line in one argument; before Android 11, in two.
 template <typename Line>
 void keepLine(const Line* line) {
     keep(line->priority, line->tag, line->message);
@@ -60,10 +60,10 @@ TEST_F(AndroidLog, EachLevelHasItsPriorityAndTheModuleIsTheTag) {
                                         "V ParamSet: print: level 5 of five"}));
 }
 
-// Formatting the text that is not there would end the program.
+// If the null text were formatted, the program would crash.
 TEST_F(AndroidLog, LevelThatTheDeviceDoesNotLogIsNotFormatted) {
     const char* const noText = reinterpret_cast<const char*>(1);
-    for (int level = 4; level <= 5; ++level) PS_LOG(level, "%s", noText);  // off unless asked for
+    for (int level = 4; level <= 5; ++level) PS_LOG(level, "%s", noText);  // off unless the device sets them
     setPriority(ANDROID_LOG_ERROR);
     for (int level = 2; level <= 5; ++level) PS_LOG(level, "%s", noText);
     print(1);
@@ -72,8 +72,8 @@ TEST_F(AndroidLog, LevelThatTheDeviceDoesNotLogIsNotFormatted) {
     EXPECT_EQ(gLines, (std::vector<std::string>{"E ParamSet: print: level 1 of five"}));
 }
 
-// 4068 bytes with the priority, and the tag and the message with their ends.
-TEST_F(AndroidLog, LineIsCutAtTheLimitOfTheLogAlone) {
+// 4068 bytes: the priority, and the tag and the message with their terminating zeros.
+TEST_F(AndroidLog, LineIsCutOnlyAtTheLimitOfTheLog) {
     constexpr size_t kLongest = 4068 - 1 - sizeof("ParamSet") - 1;
     const std::string begin = std::to_string(__LINE__ + 3) + ", TestBody: ";
     for (size_t length : {1023u, 1024u, 4000u, 5000u}) {
@@ -84,8 +84,8 @@ TEST_F(AndroidLog, LineIsCutAtTheLimitOfTheLogAlone) {
     }
 }
 
-// The host's facility is there as well, and gets nothing.
-TEST_F(AndroidLog, LibraryOfADeviceLogsThere) {
+// The host's log facility is linked too, and receives nothing.
+TEST_F(AndroidLog, LibraryOfADeviceLogsToThePlatformsLog) {
     testing::internal::CaptureStderr();
     zarn::ParamSet::createInstance();
     zarn::ParamSet::destroyInstance();

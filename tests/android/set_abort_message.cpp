@@ -1,4 +1,4 @@
-// For a program on a host that does not look at the abort message.
+// A definition that does nothing, for programs on a host that do not check the abort message.
 
 #include <android/set_abort_message.h>
 

@@ -1,4 +1,4 @@
-/* A log facility of a camera stack's own, unlike ours in all but the names. */
+/* A camera stack's own log facility: it has the names of ours, and nothing else in common. */
 
 #ifndef PARAMSET_TESTS_ANDROID_STACK_LOG_H
 #define PARAMSET_TESTS_ANDROID_STACK_LOG_H

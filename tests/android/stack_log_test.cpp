@@ -1,4 +1,4 @@
-// The log of a device whose camera stack has a facility of its own: all levels go there, and nothing else is asked.
+// The log of a device whose camera stack has its own log facility: it receives all levels, and nothing else is called.
 
 #include <gtest/gtest.h>
 

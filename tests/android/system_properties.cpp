@@ -1,4 +1,4 @@
-// A device's header defines as a macro what ours declares too, and a program may include them in either order.
+// A device's header defines a macro that platform.h defines too; a program may include the two in either order.
 
 #ifndef OURS_FIRST
 #include <sys/system_properties.h>

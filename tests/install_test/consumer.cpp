@@ -1,4 +1,4 @@
-// A program on a host that creates the store and steers the host's platform.
+// A program on a host that creates the store and controls the host's platform.
 
 #include <paramset.h>
 #include <platform/host/host_platform.h>

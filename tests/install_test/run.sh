@@ -9,7 +9,7 @@ source="$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")"
 work="$build/install_test"
 rm -rf "$work"
 cmake --install "$build" --prefix "$work/prefix.before" >/dev/null
-mv "$work/prefix.before" "$work/prefix" # an installation can be moved
+mv "$work/prefix.before" "$work/prefix" # an installed folder may be moved
 libraries="$(dirname "$(find "$work/prefix" -name libparamset.so)")"
 
 configure() {

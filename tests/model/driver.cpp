@@ -17,7 +17,7 @@ constexpr size_t kGuard = 16;
 constexpr const char* kProperties[] = {"persist.vendor.cam.log.ps", "persist.vendor.cam.log.tag",
                                        "persist.vendor.cam.log.erase"};
 
-// What the store logs, and what the operations of the external processor note, during a call.
+// During a call: the lines that the store logs, and the calls of the external processor's operations.
 struct Log {
     Lines lines;
     const void* data = nullptr;  // the caller's buffer
@@ -67,7 +67,7 @@ std::array<void*, 7> handles(uint32_t value) {
     return all;
 }
 
-// Names addresses and the time of a wait as the model does.
+// Replaces addresses and the time of a wait by the model's names for them.
 void generalise(model::Line& line) {
     auto* number = line.numbers.begin();
     for (const char* c = line.format; *c != '\0'; c++) {
@@ -84,13 +84,13 @@ void generalise(model::Line& line) {
     }
 }
 
-// ---- The store's state in the model's words
+// ---- The store's state, converted to the model's types
 
 std::string textOf(const camera_metadata* metadata) {
     return {reinterpret_cast<const char*>(host::metadataBytes(metadata)), host::metadataSize(metadata)};
 }
 
-/// Whether two maps have the same keys, with values that are like each other.
+/// Whether two maps have the same keys with equal values.
 template <typename Expected, typename Found, typename IsLike>
 bool areLike(const Expected& expected, const Found& found, IsLike isLike) {
     return std::equal(expected.begin(), expected.end(), found.begin(), found.end(), [&](const auto& a, const auto& b) {
@@ -193,7 +193,7 @@ std::vector<std::string> describe(const Lines& lines) {
     return texts;
 }
 
-/// The first line that differs; what comes after may follow from it.
+/// The first line that differs; later differences may be its consequences.
 std::string difference(const std::string& what, std::vector<std::string> expected, std::vector<std::string> found) {
     expected.push_back("(nothing more)");
     found.push_back("(nothing more)");
@@ -212,7 +212,7 @@ std::array<std::string, 3> switches(const Operation& creation) {
 
 }  // namespace
 
-// In place of the host's, which writes the line out. Weak, for a test with a log of its own.
+// Replaces the host's definition, which prints the line. Weak, for a test that has its own log.
 __attribute__((weak)) void LogMessage::__print_log_(const char* format, ...) const noexcept {
     if (!gLog.isOn || mLevel > host::logLevel()) return;
     va_list arguments;
@@ -248,7 +248,7 @@ uint64_t fromEnvironment(const char* name, uint64_t otherwise) {
 
 void emptyPipe(uint32_t cam, int index) {
     erasePs(cam, index, THE_LAST);
-    // The store is told in this way that somebody else changes its pipes.
+    // This tells the store that its pipes are changed from outside.
     zarn::pipe_elem& pipe = ParamSet::getInstance()->getPsHandle(cam)->mPipe[index];
     pipe.mF0->mTags.clear();
     pipe.mF0->mStatus.clear();
@@ -416,7 +416,7 @@ std::string Driver::apply(const Operation& operation) {
         return difference("result", {std::to_string(results.expected)}, {std::to_string(results.found)});
     }
     if (isGet && value.known) std::copy(value.bytes.begin(), value.bytes.end(), &mExpected[kGuard]);
-    // Fresh memory that came out is not to be looked at.
+    // A get may have copied uninitialised memory, which must not be read.
     if (!value.known) std::copy_n(&mMemory[kGuard], value.bytes.size(), &mExpected[kGuard]);
     if (mMemory != mExpected) {
         return difference("the caller's buffer", {hex({mExpected.data(), mExpected.size()})},

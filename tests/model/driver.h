@@ -1,4 +1,4 @@
-// Does the same to the store and to its model, and tells the first difference. For one thread.
+// Makes the same calls to the store and to its model, and reports the first difference. For one thread.
 
 #ifndef PARAMSET_TESTS_MODEL_DRIVER_H
 #define PARAMSET_TESTS_MODEL_DRIVER_H
@@ -14,7 +14,7 @@ enum class Kind : uint8_t {
 };
 // clang-format on
 
-/// One call. What is no argument of the call counts for nothing.
+/// One call. Members that are not arguments of the call are ignored.
 struct Operation {
     Kind kind = Kind::kGet;
     model::Request request;
@@ -26,10 +26,10 @@ struct Operation {
 
 std::string toText(const Operation& operation);
 
-/// The number in an environment variable, or the other one if that is not set.
+/// The number in an environment variable, or the default if it is not set.
 uint64_t fromEnvironment(const char* name, uint64_t otherwise);
 
-/// Makes a pipe of the store as it is in a new one. No other thread may use that pipe meanwhile.
+/// Resets a pipe of the store to the state of a new one. No other thread may use that pipe meanwhile.
 void emptyPipe(uint32_t cam, int index);
 
 class Driver {
@@ -42,20 +42,21 @@ public:
     Driver(const Driver&) = delete;
     Driver& operator=(const Driver&) = delete;
 
-    /// Returns what differs after it, or an empty text. The pipe that was touched is compared whole, but for a large
-    /// one, which is every few calls; everything is every thousand calls.
+    /// Returns what differs after it, or an empty text. Compares the pipe of the call completely; a large pipe only
+    /// after every few calls, and all pipes after every thousand calls.
     std::string apply(const Operation& operation);
     std::string compareAll();
     const model::Model& model() const { return mModel; }
 
-    /// Takes the store as it is for a new one, with the tags that are registered.
+    /// Remembers the present store, with its registered tags, as the state of a new store.
     void keepAsNew() { mNew = mModel; }
-    /// Whether the store can be made again what it was then; not if it has gone, or tags were registered since.
+    /// Whether the store can be reset to that state; not if it was destroyed, or tags were registered since.
     bool canRenew() const { return mNew && mModel.exists && mModel.registry.size() == mNew->registry.size(); }
-    /// Does so, with the log switches of a creation. Returns what differs from a new store, or an empty text.
+    /// Resets it, with the log switches of a creation. Returns what differs from a new store, or an empty text.
     std::string renew(const Operation& creation);
 
-    /// One more check after each call, of a program that looks into the library. Returns what is wrong, or nothing.
+    /// An additional check after each call, for a program that can look into the library. Returns what is wrong, or an
+    /// empty text.
     static inline std::string (*sAlsoCheck)() = nullptr;
 
 private:
@@ -76,7 +77,7 @@ private:
 
     model::Model mModel;
     std::optional<model::Model> mNew;
-    std::array<char, kRoom + 32> mMemory, mExpected;  // the caller's buffer with what lies around it
+    std::array<char, kRoom + 32> mMemory, mExpected;  // the caller's buffer and the bytes around it
     std::array<zarn::cam_elem*, 5> mCameras = {};
     std::array<std::array<size_t, 14>, 5> mUncompared = {};  // calls since the pipe was compared
     size_t mStep = 0;

@@ -1,5 +1,5 @@
-// Bytes as calls, the store against its model: a byte of switches, then seven bytes for each. Ends the process at
-// the first difference.
+// Turns bytes into calls and compares the store with its model: a byte of switches, then seven bytes for each call.
+// Ends the process at the first difference.
 
 #include <cstdlib>
 #include <iostream>
@@ -9,11 +9,11 @@
 
 namespace {
 
-// How many of 64 calls are of each kind. What makes the next input begin with a new store is rare.
+// How many of 64 calls are of each kind. Calls that force a new store for the next input are rare.
 constexpr std::array<uint8_t, static_cast<size_t>(Kind::kCount)> kShares = {8, 12, 3, 8, 8, 8, 4, 4,
                                                                             1, 2,  1, 1, 1, 1, 1, 1};
 
-// Values around which something changes.
+// Values near which the behaviour changes.
 constexpr uint32_t kFrames[] = {0,  1,   2,   6,          7,          8,          9,          14,
                                 15, 100, 307, 0x7FFFFFFF, 0x80000000, 0x80000006, 0xFFFFFFFE, 0xFFFFFFFF};
 constexpr uint32_t kTags[] = {0, 7, METADATA_TAG, 0xFFFFFFFF};
@@ -32,7 +32,7 @@ Operation toOperation(const uint8_t* bytes, uint32_t& frame) {
     operation.kind = toKind(bytes[0] % 64);
     operation.request.cam = bytes[1] % 6u;
     operation.request.pipe = bytes[1] / 6 % 4 == 3 ? bytes[1] / 24 + 7 : bytes[1] / 6 % 4;
-    // From the table, or so many after the last one.
+    // A frame id from the table, or the last one plus a number.
     frame = bytes[2] < 128 ? kFrames[bytes[2] % 16] + bytes[2] / 16 : frame + bytes[2] % 16 - 3;
     operation.request.frame = frame;
     operation.request.tag = kTags[bytes[3] % 4];
@@ -54,8 +54,8 @@ void check(const Operation& operation, const std::string& difference) {
     abort();
 }
 
-// A store as new: with an empty registry, or with tag 0, the traced one, for a queue and tag 7 for a history. That of
-// the second kind serves many inputs.
+// Prepares a store like a new one: with an empty registry, or with two tags: 0, the traced tag, is a queue, and 7 has a
+// history. A store with the two tags is reused for many inputs.
 void begin(std::optional<Driver>& driver, uint8_t switches) {
     Operation operation = {Kind::kCreate, {}, 0, switches, 0, false};
     const bool isEmpty = switches < 16;
@@ -86,7 +86,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     int waits = 0;
     for (size--; size >= 7; data += 7, size -= 7) {
         operation = toOperation(data, frame);
-        // The same for frames one after another reaches the long lists.
+        // Repeats the call for consecutive frames, so that lists become long.
         for (int times = data[6] / 4 == 48 && bursts-- > 0 ? 65 : 1; times > 0;
              times--, operation.request.frame = ++frame) {
             const bool isGet = operation.kind == Kind::kGetSync || operation.kind == Kind::kGetSyncTimeout;

@@ -1,5 +1,5 @@
-// What makes the fuzzer fast: its time stands still, so that a wait ends at once, at its time-out; and its sanitizer
-// keeps less of what it would tell of.
+// Makes the fuzzer fast: its clock only advances by waits, which end at once, at their time-outs; and the sanitizer
+// keeps fewer call stacks and less freed memory for its reports.
 
 #include <pthread.h>
 

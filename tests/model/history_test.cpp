@@ -1,9 +1,9 @@
-// Concurrent histories: threads call everything on a few keys, and each call notes when it began and ended and what it
-// returned. A search (Wing and Gong's, with Lowe's memory of states that lead nowhere) looks for an order of the calls
-// that contradicts none of these and that the model agrees with. A wait is two steps, between which other calls may
-// come; a time-out is never wrong, but its answer belongs to the time after it.
-//   PARAMSET_HISTORIES         how many, 2000 unless set
-//   PARAMSET_HISTORY_SECONDS   if set, runs for so long, whatever the number
+// Linearizability of concurrent calls: threads make all kinds of calls on a few keys, and each call notes when it began
+// and ended and what it returned. A search (Wing and Gong's, with Lowe's cache of states that lead nowhere) looks for
+// an order of the calls that fits these times and in which the model returns the same results. A wait is two steps,
+// between which other calls may come. A time-out is always allowed, but its answer must be right at the time after it.
+//   PARAMSET_HISTORIES         number of histories, 2000 unless set
+//   PARAMSET_HISTORY_SECONDS   if set, runs for that long, whatever the number
 //   PARAMSET_HISTORY_SEED      1 unless set
 
 #include <gtest/gtest.h>
@@ -22,7 +22,7 @@
 
 using model::Model;
 
-// A record of metadata is its own address, which outlives what the store does with it.
+// A metadata record is represented by its address only; clones have the same address, and nothing is freed.
 camera_metadata* clone_camera_metadata(const camera_metadata* source) {
     return const_cast<camera_metadata*>(source);
 }
@@ -32,7 +32,7 @@ static int64_t now() {
     return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
-// Counts down to the line of the log at which a call pauses, in the midst of what it does; 0 is none.
+// Counts the log lines until one at which a call pauses in the middle of its work; 0: no pause.
 thread_local uint32_t tPause = 0;
 
 void LogMessage::__print_log_(const char*, ...) const noexcept {
@@ -43,13 +43,13 @@ void LogMessage::__print_log_(const char*, ...) const noexcept {
 namespace {
 
 constexpr size_t kThreads = 6;
-constexpr int kGroups = 5;              // each with a camera of its own; while some wait, others run
-constexpr size_t kSize = 1024;          // of a value, whose bytes are all the same; to the model it is one byte
+constexpr int kGroups = 5;              // each has its own camera; while some wait, others run
+constexpr size_t kSize = 1024;          // of a value; all its bytes are equal, and in the model it has one byte
 constexpr int kNothing = 0xEE;          // in the caller's buffer if nothing was copied
-constexpr int kTorn = 256;              // what nobody ever set
+constexpr int kTorn = 256;              // a value whose bytes differ, which no thread has set
 constexpr uint32_t kFirstOwnTag = 100;  // registered within a history
 
-/// Tags that are there from the beginning, one of each type, with a retain number of 6.
+/// Tags that are registered from the beginning, one of each type, with a retain number of 6.
 constexpr uint32_t kTags[] = {10, 11, 12};
 
 struct Call {
@@ -113,7 +113,7 @@ public:
             if (waits) mSteps.push_back({i, kNotBegun, call.begin, call.begin});
             mSteps.push_back({i, waits ? kWaiting : kNotBegun, answered, call.end});
         }
-        // The order in which the calls ended is right more often than any other.
+        // Tries the order in which the calls ended first: it is right more often than any other.
         std::sort(mSteps.begin(), mSteps.end(), [](const Step& a, const Step& b) { return a.usual < b.usual; });
         State state = {start, std::vector<Progress>(calls.size()), {}, calls.size()};
         state.pending.resize(calls.size());
@@ -185,7 +185,7 @@ private:
         }
     }
 
-    // All that what follows depends on.
+    // Everything that the rest of the search depends on.
     std::string toKey(const State& state) const {
         std::string key(state.progress.begin(), state.progress.end());
         const auto add = [&key](uint64_t number) { key.append(reinterpret_cast<char*>(&number), sizeof(number)); };
@@ -253,7 +253,7 @@ std::string picture(std::vector<Call> calls) {
 
 // ---- The threads
 
-std::atomic<int64_t> gLeft{0};  // histories to be begun
+std::atomic<int64_t> gLeft{0};  // histories that have not begun yet
 std::atomic<bool> gIsOver{false};
 std::atomic<uint64_t> gHistories{0}, gCalls{0}, gTimeOuts{0};
 
@@ -278,7 +278,7 @@ private:
             pthread_barrier_wait(&mBarrier);
             if (mIsLast) return;
             if (thread < mActive) {
-                // All at once, or as near to that as it can be.
+                // The threads begin at the same time, as nearly as possible.
                 for (mReady++; mReady < mActive;) sched_yield();
                 for (Call& call : mPlans[thread]) run(call);
             }
@@ -294,7 +294,7 @@ private:
         mReady = 0;
         mActive = 3 + any(kThreads - 2);
         mValue = 0;
-        // An erase looks tags up more than once, and so is kept apart from registrations.
+        // An erase looks tags up more than once, so it does not run at the same time as registrations.
         mRegisters = any(8) == 0;
         mTag = mRegisters ? kFirstOwnTag + mCam + kGroups * mNextOwnTag++ : kTags[any(3)];
         mFrames = any(4) == 0 ? std::vector<uint32_t>{1, 2, 3, 4, 5, 6, 7, 8, 9}
@@ -318,7 +318,7 @@ private:
         } else if (kind < 7) {
             call.kind = Kind::kGetSyncTimeout;
         } else if (kind < 15) {
-            // A tag is set by no thread but the one that has registered it.
+            // Only the thread that has registered a tag sets it.
             call.kind = mRegisters && thread != 0 ? Kind::kGet : kind < 11 ? Kind::kSet : Kind::kSetSync;
             call.value = ++mValue;
         } else if (kind < 17) {
@@ -361,7 +361,7 @@ private:
 
 }  // namespace
 
-TEST(Histories, EachHasAnOrderThatTheModelAgreesWith) {
+TEST(Histories, EachHasAnOrderInWhichTheModelReturnsTheSame) {
     const auto seconds = static_cast<int64_t>(fromEnvironment("PARAMSET_HISTORY_SECONDS", 0));
     gLeft = seconds != 0 ? INT64_MAX : static_cast<int64_t>(fromEnvironment("PARAMSET_HISTORIES", 2000));
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);

@@ -1,7 +1,7 @@
-// The store once more, in the simplest terms: plain values in plain maps, for one thread. Written to be checked by eye,
-// so nothing here is shared, cached or fast, and nothing of the library is used. What the library logs is a transcript
-// of lines, kept as their parts. In them an address is one of three: none, the store's own, the caller's buffer; and
-// the milliseconds of a wait are -1.
+// A model of the store: plain values in plain maps, for one thread. It is written to be checked by reading, so nothing
+// here is shared, cached or fast, and it uses nothing of the library. The lines that the library should log are kept as
+// their parts. An address in them is one of three: null, the store's own, or the caller's buffer. The milliseconds of a
+// wait are -1.
 
 #ifndef PARAMSET_TESTS_MODEL_MODEL_H
 #define PARAMSET_TESTS_MODEL_MODEL_H
@@ -27,12 +27,12 @@ const void* const kNull = nullptr;
 const void* const kOwn = reinterpret_cast<const void*>(1);
 const void* const kCallers = reinterpret_cast<const void*>(2);
 
-/// What is logged, so that lines are compared without being written out.
+/// A logged line, kept as its parts, so that lines are compared without formatting them.
 struct Line {
     int level = 0;
     const char* function = "";
     const char* format = "";
-    std::array<int64_t, 8> numbers = {};  ///< the format's arguments in order, but for texts
+    std::array<int64_t, 8> numbers = {};  ///< the format's arguments in order, without texts
     std::array<const char*, 2> texts = {"", ""};
 
     Line(int theLevel, const char* theFunction, const char* theFormat, va_list arguments)
@@ -76,7 +76,7 @@ struct Line {
         return all;
     }
 
-    /// Faster here than strcmp, which sanitizers look into.
+    /// Faster here than strcmp, which sanitizers intercept.
     static bool isSame(const char* one, const char* other) {
         while (*one == *other && *one != '\0') one++, other++;
         return *one == *other;
@@ -92,10 +92,10 @@ struct Line {
 
 using Lines = std::vector<Line>;
 
-/// A run of bytes: what a set brings, a get takes away, and a frame keeps.
+/// The bytes of a value: as a set passes them, a get copies them, and a frame keeps them.
 struct Value {
-    bool made = true;    ///< false: its memory could not be had
-    bool known = false;  ///< false: fresh memory that nobody wrote yet, its bytes mean nothing
+    bool made = true;    ///< false: its memory could not be allocated
+    bool known = false;  ///< false: memory that was not written yet; its bytes are undefined
     std::string bytes;
 };
 
@@ -114,7 +114,7 @@ struct Frame {
 struct Pipe {
     Frame zero;
     std::map<uint32_t, Frame> frames;
-    std::map<uint32_t, std::optional<std::vector<uint32_t>>> checkpoints;  ///< an entry may be without a list
+    std::map<uint32_t, std::optional<std::vector<uint32_t>>> checkpoints;  ///< an entry may have no list
     std::map<uint32_t, uint32_t> erasePoints;
 };
 
@@ -133,7 +133,7 @@ struct Tag {
     int retain = 0;
 };
 
-/// What a call is about.
+/// The arguments that most calls have.
 struct Request {
     uint32_t cam = 0;
     int pipe = 0;
@@ -146,7 +146,7 @@ inline int reply(int slot) {
     return slot % 2 == 0 ? 100 + slot : -slot;
 }
 
-/// What an operation of the test's own table notes.
+/// A call of an operation in the test's own table.
 constexpr const char kOperationLine[] = "%d handle %jd numbers %jd %jd pointer %jd";
 
 class Model {
@@ -167,7 +167,7 @@ public:
         return camera->second.pipes.at(index);
     }
 
-    // The entry points. A null pointer stands for a caller's null. A get leaves *data alone unless bytes come out.
+    // The entry points. A null pointer stands for a caller's null. A get changes *data only if bytes are copied.
 
     // ---- The registry and the store
 
@@ -197,7 +197,7 @@ public:
         psLogErase = atoi(eraseSwitch);
     }
 
-    // Which frame goes before which is not told here: the order within a map is the standard library's.
+    // The order in which frames are destroyed is not modelled: the standard library decides it.
     void destroy() {
         log(3, "destroyInstance", "destory");
         for (uint32_t i = 0; exists && i < 5 * 14; i++) {
@@ -237,11 +237,11 @@ public:
     struct Pending {
         Request request;
         uint32_t checked = 0;
-        uint64_t frame = 0;  ///< number of the one that it waits in
+        uint64_t frame = 0;  ///< number of the frame in which it waits
         bool waits = false;
     };
 
-    /// Nobody is there to end a wait before its time.
+    /// Both steps at once: without other threads nothing ends a wait before its time-out.
     uint32_t getSync(const Request& r, const char* entry, Value* data) {
         Pending pending;
         if (const uint32_t refused = beginSync(r, entry, data, pending)) return refused;
@@ -291,7 +291,7 @@ public:
             result = 3;
         } else if (frame->second.number == pending.frame) {
             stored = &frame->second.tags.at(r.tag);
-        }  // else the frame that was waited in has gone, empty, and was made again
+        }  // else the frame of the wait was removed without a value, and another one was made
         copyOut("_getParamSyn", 5, r, stored, data);
         psLog = 0;
         return result;
@@ -499,7 +499,7 @@ private:
         return &frame.tags[id];
     }
 
-    /// A frame without any tag goes, but for the one that is being written.
+    /// Removes a frame without any tag, unless it is the one that is being written.
     void eraseFromFrame(const Request& r, uint32_t id) {
         Frame& frame = pipeOf(r).frames.at(id);
         frame.tags.erase(r.tag);
@@ -545,7 +545,7 @@ private:
         return 3;
     }
 
-    // All zeros at first: nobody is given memory that nobody wrote.
+    // All zeros at first, so that no get returns uninitialised memory.
     Value* frameZero(const Request& r) {
         Frame& zero = pipeOf(r).zero;
         if (zero.tags.count(r.tag) != 0) return &zero.tags[r.tag];
@@ -653,7 +653,7 @@ private:
         return false;
     }
 
-    // Copies as many bytes as the tag has, if there are any on either side, and says whether it did.
+    // Copies the bytes of the tag's size, if both sides have bytes. Returns whether it did.
     bool copy(const Request& r, const Value* from, Value* to) {
         const int size = tagOf(r.tag).size;
         if (size == 0 || from == nullptr || !from->made || to == nullptr || !to->made) return false;
@@ -661,7 +661,7 @@ private:
         return true;
     }
 
-    // Everything of the tag at or below the limit goes; the newest value that does is kept in frame 0.
+    // Removes everything of the tag at or below the limit; the newest removed value is saved in frame 0.
     void eraseTag(const Request& r, uint32_t limit, uint32_t& result) {
         Pipe& pipe = pipeOf(r);
         auto& list = pipe.checkpoints[r.tag];

@@ -1,9 +1,9 @@
-// Random calls, the store against its model. A run is told by its seed; the environment overrides what is built in:
+// Random calls to the store, compared with its model. The seed determines the calls. Environment variables:
 //   PARAMSET_MODEL_SEED        1 unless set
 //   PARAMSET_MODEL_OPERATIONS  1000000 unless set
-//   PARAMSET_MODEL_SECONDS     if set, runs for so long, whatever the number of operations
-// A run is made of episodes of a few thousand calls, each with an empty registry, a new store, and calls of its own
-// kind.
+//   PARAMSET_MODEL_SECONDS     if set, runs for that long, whatever the number of operations
+// A run consists of episodes of a few thousand calls. Each begins with an empty registry and a new store, and has its
+// own mix of calls.
 
 #include <dirent.h>
 #include <gtest/gtest.h>
@@ -23,7 +23,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
 namespace {
 
-// Where the run is, for the last words of a crash. A sanitizer has its own.
+// The current step, printed if the process crashes. (A sanitizer prints its own report.)
 uint64_t gSeed = 0;
 uint64_t gSteps = 0;
 Operation gOperation;
@@ -57,7 +57,7 @@ public:
         Operation operation = anyCall();
         if (operation.kind != Kind::kGetSync && operation.kind != Kind::kGetSyncTimeout) return operation;
         if (!model.waits(operation.request) || operation.noPointer) return operation;
-        // A wait costs its time, so there are few.
+        // Few waits, because each takes its whole time.
         if (!chance(15)) {
             operation.kind = Kind::kSetSync;
         } else if (!chance(10)) {
@@ -210,8 +210,8 @@ TEST(Model, RandomCallsMeetWhatTheModelFinds) {
     RecordProperty("operations", std::to_string(step));
 }
 
-// The paths of the kept inputs, which lie beside this program. By plain calls, since a device's vendor modules do not
-// have the standard library's for files.
+// The paths of the kept inputs, which are in this program's folder. Uses C functions, because a device's vendor modules
+// lack std::filesystem.
 std::vector<std::string> keptInputs() {
     char program[PATH_MAX] = {};
     if (readlink("/proc/self/exe", program, sizeof(program) - 1) < 0) return {};
@@ -227,9 +227,9 @@ std::vector<std::string> keptInputs() {
     return inputs;
 }
 
-// What the fuzzer found worth keeping, and what ever broke something.
+// The inputs that the fuzzer found worth keeping, and those that have once failed.
 TEST(Model, KeptInputsMeetWhatTheModelFinds) {
-    std::signal(SIGABRT, SIG_DFL);  // a difference ends the process, and says why itself
+    std::signal(SIGABRT, SIG_DFL);  // a difference ends the process, after a message of its own
     size_t count = 0;
     for (const std::string& input : keptInputs()) {
         std::ifstream file(input, std::ios::binary);

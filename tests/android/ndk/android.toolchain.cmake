@@ -1,6 +1,6 @@
-# Stands in for the toolchain file of a development kit: the same compiler and linker, as far as Debian has them, and
-# ANDROID set. Without the start-up files of Debian's C library and the atomics of its libgcc, which lack the marks of
-# branch protection; a kit's have them. What a device's C library defines is there for the linker alone.
+# Stands in for the toolchain file of a development kit: Debian's packages of the same compiler and linker, with ANDROID
+# set. Does not link the start-up files of Debian's C library and the atomics of its libgcc: unlike a kit's, they are
+# not marked for branch protection. The symbols of a device's C library are stubs to link with.
 include(${CMAKE_CURRENT_LIST_DIR}/../../../cmake/aarch64-clang.cmake)
 
 set(ANDROID TRUE)

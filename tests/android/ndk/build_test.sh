@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds the library as a development kit does, and fails unless it is optimised across its files, can be loaded with
-# pages of 16 KiB, and is marked as protected against jumps and returns that lead elsewhere.
+# pages of 16 KiB, and is marked for branch protection.
 # usage: build_test.sh SOURCES FOLDER-TO-WORK-IN READELF
 set -euo pipefail
 
