@@ -1,9 +1,9 @@
-// Holding and destroying the store: src/hold.h, src/hold.cpp, createInstance and destroyInstance in src/paramset.cpp.
-// Each atomic access of the code is a step of its own; what only one thread can see is part of the step before. Records
-// and stores are numbers, 0 is null. The names are the code's.
+// How calls keep the store alive, and how it is destroyed: src/hold.h, src/hold.cpp, and createInstance and
+// destroyInstance in src/paramset.cpp. Each atomic access of the code is a separate step; code that only one thread can
+// observe is part of the step before. Records and stores are numbers, 0 is null. The names are those of the code.
 //
-// How many of each process run, and how often each acts: CALLERS, CREATORS, DESTROYERS, TIMES; UNLOAD adds the end of
-// the library. FAULT_... plants a fault that must be found.
+// CALLERS, CREATORS and DESTROYERS are the numbers of processes, TIMES is how often each one acts. UNLOAD adds the
+// unloading of the library. FAULT_... plants a fault that must be found.
 
 #ifndef CALLERS
 #define CALLERS 1
@@ -36,10 +36,10 @@ bool sIsRefused = false;
 bool hasEnded = false;  // Hold::end has returned
 
 byte storesMade = 0;
-byte shares[STORES + 1];  // of the shared pointers to each store
+byte shares[STORES + 1];  // number of shared pointers to each store
 bool isAlive[STORES + 1];
 
-// A shared pointer goes.
+// A shared pointer is destroyed.
 inline dropShare(store) {
     if
     :: store != 0 ->
@@ -76,7 +76,7 @@ inline release(r) {
     fi
 }
 
-// Leaves held at 0 if there is no store.
+// If there is no store, `held` stays 0.
 inline hold() {
     do
     :: atomic { held = sCurrent; users = 0; isAdded = false };
@@ -227,7 +227,7 @@ proctype Destroyer() {
     od
 }
 
-// Hold::end. Its waits are bounded in the code, for the thread that would wait for itself; here they are not.
+// Hold::end. In the code its waits are bounded, because a thread might wait for itself; here they are not.
 proctype Unload() {
     byte r, store, last;
     bool isLast, callsStillRun;
@@ -249,7 +249,7 @@ proctype Unload() {
     atomic {
         hasEnded = true;
         assert(sCurrent == 0 && sInstance == 0);
-        // If no call runs, the last share of a store is that of the thread that destroys it.
+        // If no call runs, only the thread that destroys a store may still have a shared pointer to it.
         r = 1;
         do
         :: r <= STORES -> assert(callsStillRun || shares[r] <= 1); r++
@@ -295,7 +295,7 @@ init {
 #endif
         i = 0
     };
-    // All rest. The pointer that calls follow and the one that owns are of one store, or both null.
+    // All processes have ended. sCurrent and sInstance are for the same store, or both null.
     _nr_pr == 1;
     atomic {
         assert((sCurrent == 0) == (sInstance == 0));

@@ -1,11 +1,11 @@
-// Publishing a registration while others look it up: src/tag_table.h, src/tag_table.cpp, and register_tag in
-// src/paramset.cpp. What operations read without gRigisterMutex changes in a step each; the rest of what runs with it
-// held is part of the step before. The names are the code's. All tags begin at the same slot. An entry of the map and
-// the RegisteredTag that was made for it are one number; 0 is null.
+// Registrations that are published while operations look them up: src/tag_table.h, src/tag_table.cpp, and register_tag
+// in src/paramset.cpp. Each change of what operations read without gRigisterMutex is a separate step; other code that
+// runs with it held is part of the step before. The names are those of the code. All tags hash to the same slot. An entry
+// of the map and the RegisteredTag that was made for it are one number; 0 is null.
 //
-// How many of each process run: REGISTRARS (of the tags 1, 2, ... up to TAGS, and again from 1), STORES with OPERATIONS
-// operations each; REMOVER takes a tag out of the map while nothing else runs. FAULT_... plants a fault that must be
-// found.
+// REGISTRARS is the number of registering processes (for the tags 1, 2, ... TAGS, and again from 1). STORES is the
+// number of stores, each with OPERATIONS operations. REMOVER removes a tag from the map while nothing else runs.
+// FAULT_... plants a fault that must be found.
 
 #ifndef REGISTRARS
 #define REGISTRARS 2
@@ -20,7 +20,7 @@
 #define TAGS 2
 #endif
 
-// Registrations, and what operations add to the map by themselves.
+// Entries of the map: from registrations, and from operations that add one.
 #define ENTRIES (REGISTRARS + STORES * OPERATIONS * 2)
 #define FEWEST_SLOTS 4
 #define MOST_SLOTS 8
@@ -47,13 +47,13 @@ byte tablesMade = 0;
 byte sSlots = 0;
 byte sReaders = 0;
 
-byte callsRunning = 0;          // registrations, and stores
+byte callsRunning = 0;          // running registrations, and stores
 bool isRegistered[TAGS + 1];    // a registration of the tag has returned
 
 #define LOCK atomic { !gRigisterMutex -> gRigisterMutex = true }
 #define UNLOCK gRigisterMutex = false
 
-// RegistryTry. More tries would come to the same as one that is made later.
+// RegistryTry. One try is enough here: several tries have the same effect as one that comes later.
 inline tryLock() {
     atomic {
         if
@@ -162,7 +162,7 @@ inline publish(which) {
 // TagReader::readMap. The mutex is held.
 inline readMap() {
     atomic {
-        // What of the map is not in the table.
+        // Finds an entry of the map that is not in the table.
         missing = 0;
         j = 1;
         do
@@ -231,7 +231,7 @@ inline findInStore(id) {
 #endif
 }
 
-// What an operation does with what it found.
+// An operation reads the entry that it found.
 inline use() {
     if
     :: found != 0 -> assert(entry[found].isAlive && entry[found].isWhole)
@@ -254,7 +254,7 @@ proctype Store() {
             operations++;
             select(id : 1 .. TAGS);
             if
-            :: isProgram = true   // holds the mutex, and has added the tag
+            :: isProgram = true   // the program holds the mutex during the operation, and has added the tag
             :: isProgram = false
             fi
         };
@@ -353,7 +353,7 @@ proctype Registrar(byte id) {
     callsRunning--
 }
 
-// A program takes a tag out of the map, as it may while there is no store.
+// A program removes a tag from the map, which is allowed while there is no store and no call.
 proctype Remover() {
     byte id;
     atomic {

@@ -1,15 +1,16 @@
 // Waiting, delivering and erasing: src/sync_access.cpp, src/waiters.h, and the erase in src/frame_lifetime.cpp and
-// src/pipe_store.cpp. One tag in one pipe with frame 0 and one frame id, under which ever new frames may stand. What
-// runs with mMutex held is one step, where no other thread can look in; what is done without it is a step each. The
-// names are the code's.
+// src/pipe_store.cpp. There is one tag in one pipe, with frame 0 and one frame id; the frame of that id may be erased and
+// made again. Code that runs with mMutex held is one step if no other thread can observe it; code without the mutex is a
+// step for each action. The names are those of the code.
 //
-// A notification is lost when it falls between a get's second look at the state and the begin of its wait, or when the
-// record is waited for anew before that look. The get then ends by its time-out, with the value. No other get may end
-// by its time-out after a delivery or an erase found that it waits. To check that, time-outs come when nothing else can
-// happen any more; with ANY_TIME they, and wake-ups without a cause, come at any time.
+// A notification is lost if it comes between a get's second look at the state and the beginning of its wait, or if
+// another get marks the record as waited for again before that look. The get then ends by its time-out, with the value.
+// No other get may end by its time-out after a delivery or an erase has found that it waits. To check this, time-outs
+// come only when nothing else can happen any more. With ANY_TIME, time-outs and spurious wake-ups come at any time.
 //
-// How many of each process run: GETTERS, SETTERS, PLAIN_SETTERS and ERASERS on the frame, GETTERS_0, SETTERS_0 on frame
-// 0; with ERASE_ALL erasers erase everything. Each getter gets TIMES times. FAULT_... plants a fault that must be found.
+// GETTERS, SETTERS, PLAIN_SETTERS and ERASERS are the numbers of processes for the frame, GETTERS_0 and SETTERS_0 those
+// for frame 0. With ERASE_ALL the erasers erase everything. Each getter makes TIMES gets. FAULT_... plants a fault that
+// must be found.
 
 #ifndef GETTERS
 #define GETTERS 0
@@ -43,9 +44,9 @@
 #define NO_FRAME 255
 
 // A value: 0 is none.
-#define TORN 100       // is being copied in
-#define STANDING 50    // frame 0's at the begin
-#define EARLIER 51     // of the frame that stands there at the begin
+#define TORN 100       // a copy into the buffer is not complete
+#define STANDING 50    // frame 0's value at the beginning
+#define EARLIER 51     // the value of the frame that exists at the beginning
 #define IS_WHOLE(v) (v != 0 && v != TORN)
 
 // FrameStatus::mState; 0: nothing yet.
@@ -57,11 +58,11 @@
 #define PS_TIMED_OUT 6
 
 typedef Frame {
-    byte shares;  // of the shared pointer
+    byte shares;  // number of shared pointers to the frame
     bool isAlive;
     byte value;
     bool isDelivered;
-    byte mState;  // of the record
+    byte mState;  // of the tag's record
     bool mMutex
 };
 Frame frame[FRAMES + 1];  // 0: frame 0
@@ -70,14 +71,14 @@ byte inPipe = NO_FRAME;
 bool mMutex = false;
 bool wasErased = false;
 
-// A getter on its way through its wait.
+// The state of a getter's wait.
 typedef Wait {
-    byte record = NO_FRAME;  // that it waits on; set and cleared with mMutex held
+    byte record = NO_FRAME;  // the frame whose record it waits on; set and cleared with mMutex held
     bool isInWait;
     bool isNotified;
-    bool isInGap;   // has looked, and does not wait yet
-    bool isEnded;   // a delivery or an erase has found that somebody waits
-    bool isMissed   // and could not wake this one
+    bool isInGap;   // between its second look and its wait
+    bool isEnded;   // a delivery or an erase has found the record waited for, so the wait should end
+    bool isMissed   // but its notification could not wake this getter
 };
 Wait wait[ALL_GETTERS];
 
@@ -101,7 +102,7 @@ inline dropShare(f) {
     fi
 }
 
-// The waiters of a record have what they wait for.
+// The waits on a record should end now.
 inline endWaits(f) {
     w = 0;
     do
@@ -172,7 +173,7 @@ inline wakeAgain(f, state) {
 #endif
 }
 
-// TimedWait. Entered and left with mMutex held.
+// TimedWait. mMutex is held at the beginning and at the end.
 inline timedWait() {
     atomic { wait[me].record = f; mMutex = false };
     assert(frame[f].isAlive);
@@ -188,7 +189,7 @@ inline timedWait() {
         :: isWaiting ->
             wait[me].isInGap = true;
 #if !defined(FAULT_NO_SECOND_LOOK) && !defined(FAULT_GAP_ALONE)
-            wait[me].isMissed = wait[me].isEnded  // waited for anew
+            wait[me].isMissed = wait[me].isEnded  // another get has marked the record as waited for again
 #endif
         :: else
         fi
@@ -271,7 +272,7 @@ proctype Getter(byte me; bool isOf0) {
                     value = frame[f].value
 #endif
                 fi;
-                // Nothing is copied from a frame that was erased, and made again in the meantime.
+                // Only if the frame was erased and made again, the get has no value to copy.
                 assert(value != 0 || !isOf0 && inPipe != f && wasErased);
                 if
 #ifndef FAULT_FRAME_NOT_KEPT
@@ -359,7 +360,7 @@ proctype PlainSetter(byte brought) {
     mMutex = false
 }
 
-// _erase, of the tag in the frame; with ERASE_ALL of everything.
+// _erase of the tag in the frame; with ERASE_ALL, of everything.
 proctype Eraser() {
     byte f = NO_FRAME;
     byte w;
@@ -430,7 +431,7 @@ init {
         frame[0].shares = 1;
         frame[0].value = STANDING;
 #ifdef ERASE_ALL
-        addFrame(i);  // without a frame, to erase everything is nothing
+        addFrame(i);  // an erase of everything does nothing if the pipe has no frame
         frame[i].value = EARLIER;
         i = 0;
 #endif
@@ -455,7 +456,7 @@ init {
         od;
         i = 0
     };
-    // All rest: no lock is held, no frame is left over, no value is lost.
+    // All processes have ended: no lock is held, no frame is leaked, no value is lost.
     _nr_pr == 1;
     atomic {
         assert(!mMutex);
