@@ -1,4 +1,4 @@
-// A log statement alone in a function. The disassembly shows what it costs if its level is not printed.
+// A function with nothing but a log statement. Its disassembly shows the cost if the level is not printed.
 
 #include "platform/log.h"
 

@@ -431,8 +431,8 @@ extern PARAMSET_API std::map<uint32_t, tag_info_t> gTagInfo;
 
 /**
  * Held while the registry changes. No operation of the store waits for it, so a program that holds it may call the
- * store. While it is held, operations find what the library registered. What a program added, and the empty entry of a
- * tag that nobody registered, come at the first look-up of the tag after the mutex was released.
+ * store. While it is held, operations find what the library registered. A tag that a program added is found, and the
+ * empty entry of an unregistered tag is made, at the first look-up of the tag after the mutex was released.
  */
 extern PARAMSET_API std::mutex gRigisterMutex;
 
@@ -450,13 +450,13 @@ struct FrameStatus {
     uint32_t mFrameID = 0;          ///< frame id of the last get that began to wait here; stays 0 in frame 0
     int32_t mState = 0;             ///< 0: nothing yet; 1: delivered; 2: waited for. Changes under the store's mutex
     std::condition_variable mCond;  ///< notified by a synchronous set and by an erase
-    std::mutex mMutex;              ///< held by a waiting get alone, around its timed wait; a set never takes it
+    std::mutex mMutex;              ///< held only by a waiting get, around its timed wait; a set never takes it
 };
 
 /**
  * The values of one frame of one pipe: a buffer per tag, the frame's metadata, the status records.
  *
- * Takes no lock: whoever calls it keeps other threads away. Within the store that is the store's mutex.
+ * Takes no lock: the caller must make sure that no other thread uses the frame. The store uses its mutex for that.
  */
 class ParamFrame {
 public:
@@ -474,7 +474,7 @@ public:
     ParamFrame& operator=(const ParamFrame&) = delete;
 
     /**
-     * Makes the tag's buffer anew, filled from @p src unless that is null. Existing references to the old buffer stay
+     * Makes a new buffer for the tag, filled from @p src unless that is null. Existing references to the old one stay
      * valid. The frame has the new one only after the tag's creator has returned.
      *
      * @return the buffer; empty if the tag is not registered (logged at level 1), or if the allocation failed
@@ -484,8 +484,8 @@ public:
     /**
      * The tag's buffer, shared; empty if the frame has none.
      *
-     * An erase leaves the buffer to those who share it. One that nobody shares when it is erased may be kept for a
-     * later frame: a std::weak_ptr to it may then not expire, and lock to the buffer of that frame.
+     * An erase releases only the frame's reference. If there is no other reference then, the store may reuse the buffer
+     * for a later frame: a std::weak_ptr to it may then not expire, and may lock to the buffer of that frame.
      */
     PARAMSET_API std::shared_ptr<void> getTag(uint32_t tag);
 

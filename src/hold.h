@@ -63,7 +63,7 @@ private:
     struct Record {
         std::atomic<size_t> mUsers{0};           // 0: unused, or its store is being destroyed
         std::atomic<ParamSet*> mStore{nullptr};  // null: unused
-        std::shared_ptr<ParamSet> mOwner;        // changed only while nobody else is a user
+        std::shared_ptr<ParamSet> mOwner;        // changed only while there is no other user
         Record* mNext = nullptr;                 // in the list of all records
     };
 

@@ -1,6 +1,6 @@
 // An index of one pipe's maps. The nodes of a map do not move, so their addresses are remembered here, and the next
 // look-up takes one step. The maps stay the truth: the addresses may be forgotten at any time.
-// Used by PipeStore alone. Guarded by ParamSet::mMutex.
+// Used only by PipeStore. Guarded by ParamSet::mMutex.
 
 #ifndef PARAMSET_PIPE_INDEX_H
 #define PARAMSET_PIPE_INDEX_H
@@ -94,7 +94,7 @@ struct IndexedFrame {
     Known records;
     std::vector<std::unique_ptr<Piece>> pieces;
 
-    // Starts anew: notes the sizes of the frame's maps, with no entry remembered.
+    // Resets what is known of the frame's maps: their sizes, and no entry.
     void noteSizes();
 
     // Null: nothing is known of the tag in this frame.

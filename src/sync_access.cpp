@@ -1,5 +1,5 @@
 // Reads that wait for a value and writes that deliver one. A get and a set meet in the FrameStatus record of their
-// (frame, tag). Its state changes under ParamSet::mMutex; its own mutex is held by a waiting get alone.
+// (frame, tag). Its state changes under ParamSet::mMutex; only a waiting get holds its own mutex.
 // A set never takes the record's mutex, so that it cannot block on a reader. So if it notifies after a get has released
 // mMutex but before that get waits, the notification is lost. This is accepted: the wait is bounded, and the get finds
 // the value when it ends. Two things make it rare: the get looks at the state again just before it waits, and the set

@@ -18,7 +18,7 @@ constexpr int32_t kWaitedFor = 2;
 // A record whose waiters were notified under mMutex.
 struct Woken {
     std::shared_ptr<ParamFrame> frame;  // keeps the record alive; null for frame 0's, which lives as long as its store
-    FrameStatus* status = nullptr;      // null: nobody waited
+    FrameStatus* status = nullptr;      // null: no get waited
     int32_t state = 0;                  // after the first notification; if it has changed, there is no second one
 
     // mMutex not held.

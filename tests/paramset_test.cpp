@@ -280,7 +280,7 @@ TEST_F(Paramset, CreatorMayChangeItsFrameAndEvenRemoveIt) {
     }
 }
 
-// Every kind of read that can make frame 0's buffer, which nobody has written then.
+// Every kind of get that can make frame 0's buffer, whose bytes no set has written.
 TEST_F(Paramset, ValueThatNobodyWroteIsZero) {
     constexpr size_t kSize = 200;
     using Bytes = std::array<unsigned char, kSize>;

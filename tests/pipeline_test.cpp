@@ -246,7 +246,7 @@ TEST_F(PipelineTest, FramesAreCompleteAndInOrderWhicheverModuleIsLate) {
     const std::vector<std::vector<std::string>> cases = {
         {}, {"--stall", "sensor:5"}, {"--stall", "statistics:15"}, {"--stall", "exposure:120"}, {"--stall", "isp:15"}};
     for (std::vector<std::string> arguments : cases) {
-        SCOPED_TRACE(arguments.empty() ? "nobody late" : arguments.back());
+        SCOPED_TRACE(arguments.empty() ? "no module late" : arguments.back());
         const std::vector<std::string> files = {"--input", input, "--output", path("result.y4m")};
         arguments.insert(arguments.end(), files.begin(), files.end());
         const Result result = run(arguments);

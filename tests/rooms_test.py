@@ -79,7 +79,7 @@ def check(folder, problem):
                 if other != stem and (stem, other) not in BESIDE and LEVEL.get(other, 99) >= LEVEL[stem]:
                     problem(f"{where}: includes {other}.h, which is not of a lower room")
                 if other == "pipe_index" and stem not in ("pipe_store", "pipe_index"):
-                    problem(f"{where}: includes the index, which is pipe_store's alone")
+                    problem(f"{where}: includes the index, which only pipe_store may include")
             for call in re.findall(r"(?<![\w.:>~])(?:store->|this->|ParamSet::)?(\w+)\(", line):
                 target = home.get(call, stem)
                 if owner is not None and name != call and target != stem and LEVEL[target] >= LEVEL[stem]:

@@ -1,4 +1,4 @@
-/* A module alone, without the program that would create the store. */
+/* A program that uses the store but does not create it. */
 
 #include <paramset.h>
 

@@ -1,7 +1,7 @@
 // Registrations that are published while operations look them up: src/tag_table.h, src/tag_table.cpp, and register_tag
 // in src/paramset.cpp. Each change of what operations read without gRigisterMutex is a separate step; other code that
-// runs with it held is part of the step before. The names are those of the code. All tags hash to the same slot. An entry
-// of the map and the RegisteredTag that was made for it are one number; 0 is null.
+// runs with it held is part of the step before. The names are those of the code. All tags hash to the same slot. An
+// entry of the map and the RegisteredTag that was made for it are one number; 0 is null.
 //
 // REGISTRARS is the number of registering processes (for the tags 1, 2, ... TAGS, and again from 1). STORES is the
 // number of stores, each with OPERATIONS operations. REMOVER removes a tag from the map while nothing else runs.

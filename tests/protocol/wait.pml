@@ -1,7 +1,7 @@
 // Waiting, delivering and erasing: src/sync_access.cpp, src/waiters.h, and the erase in src/frame_lifetime.cpp and
-// src/pipe_store.cpp. There is one tag in one pipe, with frame 0 and one frame id; the frame of that id may be erased and
-// made again. Code that runs with mMutex held is one step if no other thread can observe it; code without the mutex is a
-// step for each action. The names are those of the code.
+// src/pipe_store.cpp. There is one tag in one pipe, with frame 0 and one frame id; the frame of that id may be erased
+// and made again. Code that runs with mMutex held is one step if no other thread can observe it; code without the mutex
+// is a step for each action. The names are those of the code.
 //
 // A notification is lost if it comes between a get's second look at the state and the beginning of its wait, or if
 // another get marks the record as waited for again before that look. The get then ends by its time-out, with the value.
