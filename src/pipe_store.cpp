@@ -103,7 +103,7 @@ const Buffer* PipeStore::lookUpValue(Frame& frame, Tag& tag) {
     return place != values.end() ? &rememberValue(frame, tag, place) : nullptr;
 }
 
-// Of a value whose place is unknown.
+// The place of the value must be unknown.
 const Buffer& PipeStore::rememberValue(Frame& frame, Tag& tag, Values::iterator place) {
     mFrameIndex.placesOf(frame, tag).value = place;
     frame.values = {frame.values.places + 1, static_cast<uint32_t>(frame.frame->mTags.size())};

@@ -92,23 +92,24 @@ public:
     // written one. The last removed checkpoint becomes the erase point.
     void autoErase(Tag& tag, uint32_t frameID);
 
-    // One erase: the tags that have an entry for a list when it begins, ascending, and what it has done so far.
+    // The state of one erase.
     struct Sweep {
         struct Pass {
             Tag* tag;
             uint32_t limit;
         };
-        std::vector<uint32_t> tags;
-        std::vector<Pass> passes;
-        std::vector<Woken> woken;
+        std::vector<uint32_t> tags;  // that had an entry in mCheckPoint at the beginning, ascending
+        std::vector<Pass> passes;    // the tags that were erased, and up to which frame
+        std::vector<Woken> woken;    // to be notified again after mMutex is released
     };
-    // Begins one, in the memory of the one before.
+    // Begins an erase. Reuses the memory of the last Sweep.
     Sweep beginSweep();
     // Removes the tag's checkpoints at or below the limit, and the tag from the frames there; wakes the gets that wait
     // for it there. A frame without any value left is removed. If there was any frame, the limit becomes the tag's
     // erase point.
     void dropUpTo(uint32_t limit, Tag& tag, Sweep& sweep);
-    // For each pass: makes a record of the tag in every frame at or below the limit that is still in the pipe.
+    // For each pass: makes a record of the tag in every frame at or below the limit that is still in the pipe. Keeps
+    // the memory of the Sweep for the next one.
     void endSweep(Sweep& sweep);
     // Marks all tags of frame 0 as not delivered, and wakes the gets that wait there.
     void resetFrame0(Sweep& sweep);

@@ -14,7 +14,7 @@ protected:
     static constexpr uint32_t kOther = 8;
 };
 
-TEST_F(FrameResolution, WritesRecordAscendingCheckpointsOnceAFrame) {
+TEST_F(FrameResolution, SetsAddAscendingCheckpointsOnePerFrame) {
     set(0, 1);
     set(10, 100);
     set(20, 200);

@@ -161,7 +161,7 @@ TEST_F(Index, KnowsMoreFramesThanItsRingHolds) {
     EXPECT_EQ(get(kFrames, tagOf(kFrames)), kFrames + 7);
 }
 
-// Frames that share a slot of the ring, at each of its sizes and at its greatest, and tags that share a slot.
+// Frames that share a slot of the ring at some of its sizes, or even at the greatest, and tags that share a slot.
 TEST_F(Index, DistinguishesIdsThatCollide) {
     const auto slotOf = [](uint32_t id) { return (id * 0x9E3779B1u) >> 25; };
     std::vector<uint32_t> tags = {200};

@@ -49,7 +49,7 @@ void LogMessage::__print_log_(const char* format, ...) const noexcept {
     if (gOnLine != nullptr) gOnLine(gLines.back());
 }
 
-TEST(OwnPlatform, ReplacesTheHostsWithoutAnyHook) {
+TEST(OwnPlatform, DefinitionsReplaceTheHosts) {
     zarn::ParamSet::createInstance();
     EXPECT_EQ(gLines, (std::vector<std::string>{"3 ParamSet, createInstance: create", "3 ParamSet, ParamSet: E",
                                                 "3 ParamSet, ParamSet: X"}));

@@ -246,7 +246,7 @@ private:
     std::atomic<uint32_t> mNewest{100};
 };
 
-TEST_F(Threads, EveryValueProvesItself) {
+TEST_F(Threads, NoValueIsTornOrFromAnotherPlace) {
     createStore();
     const auto end = steady_clock::now() + seconds(environmentOr("PARAMSET_STRESS_SECONDS", 2));
     workUntil([&] { return steady_clock::now() >= end; }, 4000);

@@ -176,7 +176,7 @@ private:
 
 }  // namespace
 
-TEST(Model, RandomCallsMeetWhatTheModelFinds) {
+TEST(Model, RandomCallsGiveTheModelsResults) {
     const uint64_t seed = fromEnvironment("PARAMSET_MODEL_SEED", 1);
     const uint64_t seconds = fromEnvironment("PARAMSET_MODEL_SECONDS", 0);
     const uint64_t operations = seconds != 0 ? UINT64_MAX : fromEnvironment("PARAMSET_MODEL_OPERATIONS", 1000000);
@@ -228,7 +228,7 @@ std::vector<std::string> keptInputs() {
 }
 
 // The inputs that the fuzzer found worth keeping, and those that have once failed.
-TEST(Model, KeptInputsMeetWhatTheModelFinds) {
+TEST(Model, KeptInputsGiveTheModelsResults) {
     std::signal(SIGABRT, SIG_DFL);  // a difference ends the process, after a message of its own
     size_t count = 0;
     for (const std::string& input : keptInputs()) {
