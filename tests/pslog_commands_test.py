@@ -71,11 +71,11 @@ def test_output_never_replaces_what_it_must_not():
 
     for svg, *options in (["new.svg"], ["new.svg"], ["notes", "--force"]):
         expect(pslog("timeline", "--svg", svg, *options, "bad").returncode == 0, f"{svg} {options} is not written")
-        expect(b"<svg " in content(svg)[:100] and content(svg).endswith(b"</svg>\n"), f"{svg} is no picture")
+        expect(b"<svg " in content(svg)[:100] and content(svg).endswith(b"</svg>\n"), f"{svg} is not a picture")
     expect(pslog("timeline", "--svg", "/dev/stdout", "bad").stdout.endswith("</svg>\n"), "no picture on /dev/stdout")
     nothing = pslog("timeline", "--svg", "nothing.svg", os.devnull)
-    expect(nothing.returncode == 1 and "no message" in nothing.stderr, f"of an empty log: {nothing}")
-    expect(not os.path.exists("nothing.svg"), "a picture of nothing")
+    expect(nothing.returncode == 1 and "no message" in nothing.stderr, f"an empty log is not reported: {nothing}")
+    expect(not os.path.exists("nothing.svg"), "an empty log gives a picture")
     expect(sorted(os.listdir()) == sorted(before[2] + ["new.svg"]), f"files are left: {os.listdir()}")
 
 
@@ -109,7 +109,7 @@ def test_diff_tells_better_from_worse():
         statistics = [tag for tag in tags if tag["name"] == "statistics"][0]
         expect("time-outs" in statistics[title] and statistics["a"]["gets"] > 0, f"diff --json {logs}: {statistics}")
     same = pslog("diff", "bad", "bad").stdout
-    expect(same.endswith("\nno difference beyond chance\n"), f"a log beside itself: {same}")
+    expect(same.endswith("\nno difference beyond chance\n"), f"diff of a log with itself: {same}")
     poor = pslog("diff", "poor", "bad").stdout
     expect(re.search(r"statistics +\? +\d+ +\? +\d+ +\d+ +\d+ +\? +\d+ ", poor), f"diff with a poor log: {poor}")
 

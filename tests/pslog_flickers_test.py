@@ -197,10 +197,10 @@ def check(problem, pslog):
             problem(f"{what}: {found}, not {expected}")
     found = named(flickers_of(pslog, log_of([*BEFORE, *FELL_BACK, (380, "gains", "deliver G 10")], level="W")))
     if found != ["tag 2 10: not known"]:
-        problem(f"a log of level 2: {found}")
+        problem(f"wrong causes for a log of level 2: {found}")
     found = named(flickers_of(pslog, log_of([*BEFORE, *ERASED], level="I")))
     if found != ["G 8: erased too early"]:
-        problem(f"a log of level 3: {found}")
+        problem(f"wrong causes for a log of level 3: {found}")
 
 
 def check_words(problem, pslog):
@@ -209,10 +209,10 @@ def check_words(problem, pslog):
     expected = ("S of 9 used for 10: S of 10 came 49 ms late, because the wake-up for T of 10 was lost: "
                 "thread 12 (S) slept on (or else: reader not run)")
     if story != expected:
-        problem(f"the chain reads: {story}")
+        problem(f"the story of a chain of causes is wrong: {story}")
     erased = flickers_of(pslog, log_of([*BEFORE, *ERASED, *AFTER]))
     if erased[0]["chain"][-1].get("retain") != 8 or "retain number of 8" not in erased[0]["advice"]:
-        problem(f"the retain number that would have served is not named: {erased[0]}")
+        problem(f"the retain number that is needed is not named: {erased[0]}")
     late = flickers_of(pslog, log_of([*BEFORE, *CASES[1][1], *AFTER]))[0]
     if (late["frames_off"], late["waited_ms"], late["chain"][0]["late_us"]) != (1, 50, 30000):
         problem(f"the numbers of a late value are wrong: {late}")
@@ -228,9 +228,9 @@ def check_why(problem, pslog):
         if part not in told:
             problem(f"the story of a frame lacks {part}: {told}")
     if "every read of frame 5 was answered" not in why(5).stdout:
-        problem(f"the story of a frame without flickers: {why(5).stdout}")
+        problem(f"the story of a frame without flickers is wrong: {why(5).stdout}")
     if why(99).returncode != 1 or "nothing about frame 99" not in why(99).stderr:
-        problem("a frame that the log does not have has a story")
+        problem("a frame that is not in the log is not reported as missing")
 
 
 # "gains" waits 25 ms for each S, as usual. With frame 10 it is then busy for 22 ms, which is unusual.
@@ -243,7 +243,7 @@ def check_unusual(problem, pslog):
     waits = [(276, "isp", "ask G 10"), (306, "isp", "timeout G 10 30"), (306, "isp", "got G 10 9")]
     last = flickers_of(pslog, log_of([*PACED, *waits]))[0]["chain"][-1]
     if (last["name"], last.get("busy_us"), last.get("busy_frame")) != ("G", 22000, 10):
-        problem(f"what a thread always does is taken for the cause: {last}")
+        problem(f"the unusual step of the thread is not named as the cause: {last}")
 
 
 def main():

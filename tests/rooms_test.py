@@ -70,7 +70,7 @@ def check(folder, problem):
     for path, text in texts.items():
         stem = path.stem
         if stem not in LEVEL:
-            problem(f"{path.name} has no room; give it one here and in docs/architecture.md")
+            problem(f"{path.name} is in no room; add it to ROOMS here and to docs/architecture.md")
             continue
         for number, line, owner, name in functions(text):
             where = f"{path.name}:{number}"
@@ -87,7 +87,7 @@ def check(folder, problem):
             for found in re.finditer(HELD, line):
                 if stem == "pipe_store" or owner == "ParamFrame" or re.match(READS, line[found.end() :]):
                     continue
-                problem(f"{where}: {found[0]} is changed, or may be, by another file than pipe_store")
+                problem(f"{where}: {found[0]} is changed, or may be changed, outside pipe_store")
 
 
 def main():

@@ -77,7 +77,7 @@ def check_messages(problem):
         for function, text in sorted(set(sources) - known):
             problem(f"{name} lacks {function}: {text}")
         for function, text in sorted(known - set(sources)):
-            problem(f"{name} has what src/ does not print, {function}: {text}")
+            problem(f"{name} has a message that src/ does not print, {function}: {text}")
     for message in sorted(set(sources) & set(listed)):
         if not sources[message] <= listed[message]:
             problem(f"docs/log.md has another level than {sources[message]} for {message}")
@@ -98,11 +98,11 @@ def check_guide(problem):
     shown = {name for name, _ in pieces}
     for example in sorted((ROOT / "examples/guide").glob("*.cpp")):
         if f"examples/guide/{example.name}" not in shown:
-            problem(f"docs/guide.md shows nothing of {example.name}")
+            problem(f"docs/guide.md shows no code of {example.name}")
     programs = dict(re.findall(r"```(?:c|cpp) (\S+)\n(.*?)```", (ROOT / "README.md").read_text(), re.S))
     for file in sorted((ROOT / "examples/quickstart").iterdir()):
         if programs.get(f"examples/quickstart/{file.name}") != file.read_text():
-            problem(f"README.md does not show the whole of examples/quickstart/{file.name}, and nothing else")
+            problem(f"README.md does not show examples/quickstart/{file.name} completely, or shows more")
 
 
 def main():
