@@ -661,7 +661,7 @@ public:
     ParamSet& operator=(const ParamSet&) = delete;
 
 private:
-    friend struct IndexCheck;  // a test's
+    friend struct IndexCheck;  // in tests/index_test.cpp
 
     class Hold;       // keeps the store alive for the length of a call
     class Pipes;      // the pipes of all cameras, and the registry as the store reads it

@@ -45,7 +45,7 @@ public:
     void clear();
 
 private:
-    friend struct IndexCheck;  // a test's
+    friend struct IndexCheck;  // in tests/index_test.cpp
 
     // A hash table with open addressing. Its length is a power of two; at most half of it is taken.
     struct Slot {

@@ -117,7 +117,7 @@ public:
     void shrink();
 
 private:
-    friend struct IndexCheck;  // a test's
+    friend struct IndexCheck;  // in tests/index_test.cpp
 
     bool isAsLeft() const {
         return mFrame0.frame == mElem.mF0.get() && mFrameCount == mElem.mFrames.size() &&
