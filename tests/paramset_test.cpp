@@ -99,6 +99,23 @@ TEST_F(Paramset, SwitchesAreDecimalNumbersOfUpToNinetyOneCharacters) {
     }
 }
 
+TEST_F(Paramset, SecondRegistrationThatHadToWaitChangesNothing) {
+    ParamSet::destroyInstance();
+    registerPsDynamicParam(kTag, 4, 0, "first", "bytes");
+    std::atomic<pid_t> thread{0};
+    std::unique_lock<std::mutex> lock(zarn::gRigisterMutex);
+    std::thread second([&thread] {
+        thread = threadId();
+        registerPsDynamicParam(kTag, 8, 0, "second", "bytes");
+    });
+    await([&] { return thread != 0; });
+    awaitSleep(thread);
+    lock.unlock();
+    second.join();
+    EXPECT_EQ(zarn::gTagInfo.at(kTag).mName, "first");
+    EXPECT_EQ(zarn::gTagInfo.at(kTag).mSize, 4);
+}
+
 TEST_F(Paramset, RegistrationHoldsTheExportedMutex) {
     static bool sCouldLock;
     sCouldLock = true;
