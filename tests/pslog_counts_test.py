@@ -74,7 +74,7 @@ def problems_of(run, answer, with_threads):
     if pipelines_metadata(run.stdout) != {c: metadata[c] for c in METADATA_COLUMNS}:
         problems.append("metadata differs")
     problems += [f"it lacks: {line}" for line in late if line not in answer]
-    if ("asked for after its erasure" in answer) != bool(late):
+    if ("used after its erasure" in answer) != bool(late):
         problems.append("reads after an erasure")
     if " of the store, 0 of others, 0 damaged\n" not in answer or ("no thread ids" in answer) == with_threads:
         problems.append("lines or threads were not understood")

@@ -84,8 +84,8 @@ TEST_F(PslogTest, NamesTheRetainNumberWithWhichTheReadSucceeds) {
 TEST_F(PslogTest, TellsWhatHappenedToAFrameInTimeOrder) {
     runStory();
     std::string story = storyOf(20, Format::THREADTIME);
-    const size_t asks = story.find("asks for tag 17 aeResult, ready to wait");
-    const size_t delivered = story.find("delivered tag 17 aeResult, a new checkpoint; wakes who waits for it");
+    const size_t asks = story.find("asks for tag 17 aeResult, and waits if needed");
+    const size_t delivered = story.find("delivered tag 17 aeResult, a new checkpoint; wakes the waiting gets");
     const size_t got = story.find("got tag 17 aeResult, answered by the frame itself");
     EXPECT_TRUE(asks < delivered && delivered < got && got != std::string::npos) << story;
     EXPECT_TRUE(has(story, "answers the get of tag 17 aeResult for frame 21")) << story;

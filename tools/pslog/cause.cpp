@@ -11,13 +11,13 @@ namespace pslog {
 
 namespace {
 
-/// A value that came so shortly before a time-out may have come too late, for all that the log tells.
+/// If a value came this shortly before a time-out, the log cannot tell whether it still was in time.
 constexpr int64_t TOO_CLOSE_US = 5000;
 
-/// A wait lasts for longer than its time-out by so much at most.
+/// A wait that lasts longer than its time-out by more than this was held up.
 constexpr int64_t EXACT_MS = 2;
 
-/// What takes so much longer than usual has a reason of its own.
+/// A stretch that takes longer than usual by this much is the cause of a delay.
 constexpr int64_t UNUSUAL_US = 3000;
 
 constexpr size_t LONGEST_CHAIN = 8;
@@ -74,9 +74,9 @@ private:
         return reason;
     }
 
-    /// A delivery came while the read waited, or before, and did not end the wait.
+    /// A delivery came before or during the wait, and did not end it.
     Reason missed(const Read& read, const Value& value, const Reason& reason) const {
-        // The frame that was waited in was another one than that in which the value came.
+        // The read waited in a frame that was removed. The value came in a new frame with the same id.
         if (read.failed && read.failure == Failure::NO_BUFFER) return frameGone(read, reason);
         if (value.plain < value.delivered && !value.notified) return with(reason, Cause::PLAIN_SET, value.plain);
         const Event* end = mRecent.at(read.end);
@@ -92,8 +92,9 @@ private:
         return slept;
     }
 
-    /// A wake-up is lost in the one instant in which a wait begins, and the wait then ends at its time-out. That
-    /// several readers miss one, or that a wait lasts for longer than its time-out, is rather a lack of processors.
+    /// A wake-up can only be lost in the instant in which a wait begins, and the wait then ends at its time-out. If
+    /// several readers miss the same wake-up, or the wait lasts longer than its time-out, a busy machine is more
+    /// likely.
     void judgeSleep(const Read& read, const Value& value, Reason& slept) const {
         const Event* end = mRecent.at(read.end);
         if (end == nullptr) return;
@@ -113,12 +114,12 @@ private:
         return with(reason, Cause::FRAME_GONE, erases.empty() ? NEVER : erases.back());
     }
 
-    /// The value, or the frame, was there and went.
+    /// The value existed, but it or its frame was removed.
     std::optional<Reason> lost(const Read& read, const Value& value, const Reason& reason) const {
         const bool metadataGone = read.key.tag == METADATA_TAG && read.answer == Answer::FRAME_0 && read.found != 0;
         if (metadataGone || (read.failed && read.failure == Failure::NO_BUFFER)) return frameGone(read, reason);
         if (read.erased) {
-            // It may have come and gone before the log began.
+            // It may have been set and erased before the log began.
             const bool isSetLater = value.setAfter(read.end) != NEVER;
             const KeyFacts* facts = mRecent.find(read.key);
             const bool isKnown =
@@ -142,7 +143,7 @@ private:
         return result;
     }
 
-    /// Only an erase, or a delivery, ends a wait before its time.
+    /// A wait that ends before its time-out was ended by a delivery or an erase.
     std::optional<Reason> erasedMeanwhile(const Read& read, const Reason& reason) const {
         const std::vector<Index> erases = mRecent.erasesBetween(read.key, read.begin, read.end);
         const int64_t retain = std::max<int64_t>(retainOf(read.key.tag, mTags), 0);
@@ -177,7 +178,7 @@ private:
         return result;
     }
 
-    /// Whether a later frame's value came after the read: then its own would have come, too.
+    /// Whether a later frame's value came after the read. If so, the read's own value would have come by then.
     bool wentOn(const Read& read) const {
         const KeyFacts* facts = mRecent.find(read.key);
         if (facts == nullptr) return false;
@@ -187,7 +188,7 @@ private:
         return false;
     }
 
-    /// What its deliverer did instead while the value was due. True if it waited: mNext is that read.
+    /// Finds what the producer did while the value was due. If it waited, returns true and sets mNext to that read.
     bool followDelay(const Read& read, Reason& reason) {
         const Value value = mRecent.valueOf(read.key, read.frame);
         Index set = value.setAfter(read.end);

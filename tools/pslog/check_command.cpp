@@ -1,4 +1,4 @@
-// pslog check: holds a log against limits, for a build farm.
+// pslog check: checks a log against limits, for a build farm.
 
 #include <algorithm>
 #include <cmath>
@@ -26,9 +26,9 @@ struct Options {
 struct Finding {
     const char* name;
     double limit;
-    int leastLevel;                            ///< of a log that can tell
-    double value = 0;                          ///< of all tags together
-    std::vector<std::pair<Key, double>> tags;  ///< that break the limit, or have a part in what does
+    int leastLevel;                            ///< lowest log level that can tell the value
+    double value = 0;                          ///< sum over all tags, or the greatest
+    std::vector<std::pair<Key, double>> tags;  ///< tags that contribute to the value or exceed the limit
 
     bool isKnown(int level) const { return level >= leastLevel; }
     bool isBroken(int level) const { return value > limit || !isKnown(level); }
@@ -118,11 +118,11 @@ int run(const Options& options) {
 
 void addCheckCommand(Program& program) {
     const auto options = std::make_shared<Options>();
-    Subcommand command = program.add("check", "hold a log against limits; the result is 1 if one is broken",
+    Subcommand command = program.add("check", "check a log against limits; exit status 1 if one is exceeded",
                                      [options] { return run(*options); });
-    command.limit("--max-time-outs", options->mostTimeouts, "most waits that ended by their time-out");
-    command.limit("--max-fall-backs", options->mostFallBacks, "most gets that another frame answered");
-    command.limit("--max-wait-p99", options->greatestWaitP99, "greatest 99th percentile of a tag's waits, in ms");
+    command.limit("--max-time-outs", options->mostTimeouts, "allowed number of waits that timed out");
+    command.limit("--max-fall-backs", options->mostFallBacks, "allowed number of gets that another frame answered");
+    command.limit("--max-wait-p99", options->greatestWaitP99, "allowed 99th percentile of a tag's waits, in ms");
     command.needsOneOf({"--max-time-outs", "--max-fall-backs", "--max-wait-p99"});
     command.flag("--json", options->json, "print JSON");
     addLogInput(command, options->log);

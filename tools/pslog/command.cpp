@@ -29,7 +29,7 @@ Subcommand& Subcommand::option(const std::string& name, Value& value, const std:
         if (!value.empty()) option->capture_default_str();
     }
     if constexpr (std::is_same_v<Value, std::vector<std::string>>) {
-        if (name[0] == '-') option->allow_extra_args(false);  // each value has the option's name before it
+        if (name[0] == '-') option->allow_extra_args(false);  // an option takes one value; repeat the option for more
     }
     return *this;
 }
@@ -109,7 +109,7 @@ int Program::run(int argc, char** argv) {
 }
 
 void addLogInput(Subcommand& command, LogInput& input) {
-    command.flag("--rate", input.rate, "tell on standard error how fast the log was read");
+    command.flag("--rate", input.rate, "print on standard error how fast the log was read");
     command.option("LOG", input.name, "the log; '-' is standard input");
 }
 
@@ -121,7 +121,7 @@ Count readLog(const LogInput& input, Interpreter& interpreter, const std::functi
     }
     if (count.used == 0) std::fprintf(stderr, "pslog: no message of the store in %s\n", input.name.c_str());
     if (!count.problem.empty()) {
-        std::fprintf(stderr, "pslog: %s: %s; what was before is all that is used\n", input.name.c_str(),
+        std::fprintf(stderr, "pslog: %s: %s; only the part before that is used\n", input.name.c_str(),
                      count.problem.c_str());
     }
     return count;

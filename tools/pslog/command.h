@@ -1,6 +1,6 @@
-// The program and its subcommands. Each subcommand has a file of its own, which adds it with its options.
+// The program and its subcommands. Each subcommand is in a file of its own, which adds it to the program.
 //
-// Only command.cpp includes the library that reads command lines: each file that does takes ten seconds to compile.
+// Only command.cpp includes the command line library, because each file that does takes ten seconds to compile.
 
 #ifndef PSLOG_COMMAND_H
 #define PSLOG_COMMAND_H
@@ -16,17 +16,17 @@
 
 namespace pslog {
 
-/// A subcommand's options and arguments. The values are set before the subcommand runs, and must live as long.
+/// A subcommand's options and arguments. Their values are set before the subcommand runs, and must exist until then.
 class Subcommand {
 public:
-    /// @param app  the library's record of it
+    /// @param app  the subcommand in the command line library
     explicit Subcommand(void* app) : mApp(app) {}
 
     Subcommand& flag(const std::string& name, bool& value, const std::string& text);
 
     /// @tparam Value  std::string, int64_t, uint32_t, size_t, double, std::optional of these numbers, or a vector of
     ///                strings
-    /// @param name    "--name" for an option, "NAME" for an argument, which may be left out
+    /// @param name    "--name" for an option, "NAME" for an argument, which is optional
     template <typename Value>
     Subcommand& option(const std::string& name, Value& value, const std::string& text);
 
@@ -34,13 +34,13 @@ public:
     template <typename Value>
     Subcommand& option(const std::string& name, Value& value, const std::string& text, Value least, Value most);
 
-    /// A number of 0 or more, which has no value unless it is given.
+    /// A number of 0 or more; without a value if the option is not given.
     Subcommand& limit(const std::string& name, std::optional<double>& value, const std::string& text);
 
-    /// The last one must be given.
+    /// Makes the option or argument that was added last mandatory.
     Subcommand& required();
 
-    /// One of these options must be given.
+    /// At least one of these options must be given.
     Subcommand& needsOneOf(const std::vector<std::string>& names);
 
 private:
@@ -54,7 +54,7 @@ public:
     Program(const Program&) = delete;
     Program& operator=(const Program&) = delete;
 
-    /// @param run  what the subcommand does; what it returns is the program's result, what it throws is printed
+    /// @param run  runs the subcommand; returns the exit status; its exceptions are printed as errors
     Subcommand add(const std::string& name, const std::string& description, std::function<int()> run);
 
     /// Runs the subcommand that the arguments name.
@@ -71,16 +71,16 @@ struct LogInput {
     bool rate = false;
 };
 
-/// Adds LOG and --rate; to be called after the subcommand's other arguments.
+/// Adds LOG and --rate. Call this after adding the subcommand's other arguments.
 void addLogInput(Subcommand& command, LogInput& input);
 
-/// Reads the log. Tells on standard error how fast, if that was asked for, and if there is nothing of the store in it
-/// or it breaks off.
-/// @param everySecond  if not empty, is called so
+/// Reads the log. Prints on standard error the speed, if --rate was given, and a warning if the log has no message of
+/// the store or is incomplete.
+/// @param everySecond  called once a second, if not empty
 Count readLog(const LogInput& input, Interpreter& interpreter,
               const std::function<void(const Count&)>& everySecond = {});
 
-/// A subcommand's result if it has nothing to say itself: 1 if nothing was read, or not all.
+/// The exit status that the log alone leads to: 1 if it has no message of the store or was not read completely.
 int resultOf(const Count& count);
 
 }  // namespace pslog

@@ -1,4 +1,4 @@
-// The subcommands, a line each. What they do is told in their files, NAME_command.cpp.
+// Adds the subcommands. Each is described in its file, NAME_command.cpp.
 
 #ifndef PSLOG_COMMANDS_H
 #define PSLOG_COMMANDS_H

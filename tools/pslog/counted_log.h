@@ -1,4 +1,4 @@
-// A whole log, counted by tag: what `check` and `diff` start from.
+// A whole log, counted by tag. Used by `check` and `diff`.
 
 #ifndef PSLOG_COUNTED_LOG_H
 #define PSLOG_COUNTED_LOG_H

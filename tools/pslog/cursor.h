@@ -1,4 +1,4 @@
-// Takes a text apart from the front.
+// Parses a text from the front.
 
 #ifndef PSLOG_CURSOR_H
 #define PSLOG_CURSOR_H
@@ -16,7 +16,7 @@ inline bool isLetter(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
 }
 
-/// Every step says whether it could be made.
+/// Each step returns whether the text matched.
 struct Cursor {
     std::string_view rest;
 
@@ -46,7 +46,7 @@ struct Cursor {
         while (at(0) == ' ') rest.remove_prefix(1);
     }
 
-    /// Letters, digits and underscores: a user's name or number.
+    /// Letters, digits and underscores: a user name or id.
     bool word() {
         size_t size = 0;
         while (isDigit(at(size)) || isLetter(at(size)) || at(size) == '_') ++size;

@@ -1,6 +1,7 @@
 // pslog diff: what got better or worse from one log to another.
 //
-// The logs need not be of the same length: shares are compared, and a difference counts that chance seldom makes.
+// The logs may have different lengths, so shares are compared. A difference is reported if chance is unlikely to cause
+// it.
 
 #include <algorithm>
 #include <cinttypes>
@@ -22,7 +23,7 @@ namespace {
 
 using nlohmann::json;
 
-constexpr double MOST_BY_CHANCE = 2.6;  // standard errors: one comparison in a hundred is beyond by chance
+constexpr double MOST_BY_CHANCE = 2.6;  // standard errors; chance exceeds this once in a hundred comparisons
 constexpr uint64_t ENOUGH_WAITS = 20;   // for a 99th percentile
 constexpr double MS_OF_A_CHANGE = 2;    // of the percentile, and
 constexpr double SHARE_OF_A_CHANGE = 0.1;
@@ -61,7 +62,7 @@ Difference compareShares(const char* what, uint64_t a, uint64_t ofA, uint64_t b,
     return result;
 }
 
-/// Without the number of gets, what is left is how often.
+/// Compares time-outs per second, for logs that do not tell the number of gets.
 Difference compareRates(const char* what, uint64_t a, double secondsA, uint64_t b, double secondsB) {
     const auto words = [](uint64_t number, double seconds) {
         char text[64];
@@ -93,7 +94,7 @@ double secondsOf(const Count& count) {
     return static_cast<double>(count.lastUs - count.firstUs) / 1e6;
 }
 
-/// What both logs can tell.
+/// Compares everything that both logs can tell.
 std::vector<Difference> compare(const CountedLog& logA, const TagRow& a, const CountedLog& logB, const TagRow& b) {
     const int level = levelOfBoth(logA, logB);
     std::vector<Difference> all;
@@ -228,7 +229,7 @@ int run(const Options& options) {
 
 void addDiffCommand(Program& program) {
     const auto options = std::make_shared<Options>();
-    Subcommand command = program.add("diff", "tell what got better or worse for each tag, from one log to another",
+    Subcommand command = program.add("diff", "show for each tag what got better or worse between two logs",
                                      [options] { return run(*options); });
     command.flag("--json", options->json, "print JSON");
     command.option("A", options->a.name, "the log before; '-' is standard input").required();

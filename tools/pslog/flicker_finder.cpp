@@ -13,10 +13,10 @@ namespace {
 
 constexpr int64_t STATIC_TYPE = 1;
 
-/// What a damaged log leaves open is forgotten in the end.
+/// Bounds the number of open requests: a damaged log may never close them.
 constexpr size_t MOST_OPEN = 4096;
 
-/// Repeated waits for one value follow one another closely.
+/// How many candidates back to look for the same reader's last wait for the same value.
 constexpr size_t NEAR = 64;
 
 bool isStatic(const Event& event, const Tags& tags) {
@@ -28,7 +28,7 @@ bool isOwn(const Event& event) {
     return event.type == EventType::GET && (event.frame == 0 || event.answer == Answer::ITSELF);
 }
 
-/// Nothing at all is worse than some value, and that worse than one which is so many frames off.
+/// Reading nothing is worst, then a value of an unknown frame, then a value by its distance in frames.
 int64_t rankOf(const Flicker& flicker) {
     if (flicker.failed) return INT64_MAX;
     if (flicker.answer == Answer::NOT_KNOWN) return -1;
@@ -92,7 +92,7 @@ void FlickerFinder::finish(const Tags& tags) {
     std::sort(mFlickers.begin(), mFlickers.end(), [](const Flicker& a, const Flicker& b) { return a.line < b.line; });
 }
 
-/// Of a log without level 5, the lines of the wait are all that there is.
+/// A log without level 5 has only the lines of the wait.
 void FlickerFinder::takeWait(Index index) {
     const Event& event = *mRecent.at(index);
     const bool isWait = event.type == EventType::WAIT;
@@ -110,7 +110,7 @@ void FlickerFinder::takeWait(Index index) {
     if (candidate != nullptr) candidate->waitMs = std::max<int64_t>(candidate->waitMs, 0) + event.count;
 }
 
-/// The get that this is the answer of: the first one that has waited, or the one that has just begun.
+/// The get that this event answers: the first one that has waited, or else the one that has just begun.
 FlickerFinder::Open FlickerFinder::takeOpen(const Event& event) {
     const auto found = mOpen.find({event.key, event.frame, event.thread});
     if (found == mOpen.end()) return {};
@@ -176,7 +176,7 @@ FlickerFinder::Candidate FlickerFinder::candidateOf(Index answered, const Open& 
     return candidate;
 }
 
-/// A read of the same value by the same thread, shortly before.
+/// An earlier candidate: a recent read of the same value by the same thread.
 FlickerFinder::Candidate* FlickerFinder::findCandidate(const Event& event) {
     size_t looked = 0;
     for (auto candidate = mCandidates.rbegin(); candidate != mCandidates.rend() && looked < NEAR;
@@ -188,7 +188,7 @@ FlickerFinder::Candidate* FlickerFinder::findCandidate(const Event& event) {
     return nullptr;
 }
 
-/// A request at or below the erase point: a get's, if one has begun. Of a log without level 5 the tag's name is known.
+/// A call at or below the erase point. It is a get if one has begun. A log without level 5 only has the tag's name.
 void FlickerFinder::takeLate(const Event& event, const Tags& tags) {
     const auto opens = mOpen.find({event.key, event.frame, event.thread});
     if (opens != mOpen.end()) opens->second.back().needed = event.count;
@@ -211,7 +211,7 @@ void FlickerFinder::takeLate(const Event& event, const Tags& tags) {
     keep(flicker);
 }
 
-/// Whether a plain get was answered as its reader's usually are.
+/// Whether a plain get got what its reader usually gets.
 bool FlickerFinder::isOrdinary(Candidate& candidate) {
     Read& read = candidate.read;
     const bool isGone = read.key.tag == METADATA_TAG && read.answer == Answer::FRAME_0 && read.found != 0;
@@ -225,7 +225,7 @@ bool FlickerFinder::isOrdinary(Candidate& candidate) {
     const uint32_t back = usual.median();
     if (read.frame <= back) return true;
     read.frame -= back;
-    // What was set before the log began, nobody knows.
+    // Frames before the first one in the log may have been set before the log began.
     return read.found >= read.frame || read.frame < facts->values.begin()->first;
 }
 

@@ -1,8 +1,8 @@
 // Finds the flickers of a log.
 //
-// A read that waits says itself that it wants its frame's own value. A plain get does not: an earlier frame's may be
-// what it is after, as of a tag that is set now and then, or of a module that works on the frame before. So a plain get
-// is judged by what its reader usually gets: see isPlainFlicker.
+// A synchronous get always wants its frame's own value. A plain get may want an earlier frame's value: the tag is set
+// only now and then, or the module works on the frame before. So a plain get is compared with what its reader usually
+// gets: see isOrdinary.
 
 #ifndef PSLOG_FLICKER_FINDER_H
 #define PSLOG_FLICKER_FINDER_H
@@ -25,27 +25,27 @@ namespace pslog {
 
 class FlickerFinder : public Listener {
 public:
-    /// So many events later it is decided whether a read flickered.
+    /// A read is judged this many events later.
     static constexpr Index LOOK_AHEAD = Index{1} << 14;
 
-    /// @param most   how many are kept: the worst ones
-    /// @param found  is given each
+    /// @param most   keeps this many flickers: the worst ones
+    /// @param found  called with each flicker
     explicit FlickerFinder(size_t most = 10000, std::function<void(const Flicker&)> found = nullptr)
         : mMost(most), mFound(std::move(found)) {}
 
-    /// Keeps those of one frame alone, and those that got its values.
+    /// Keeps only the flickers of one frame, and those that read its values.
     void keepOnly(int64_t cam, uint32_t frame) { mOnly = {cam, frame}; }
 
     void take(const Event& event, const Tags& tags) override;
     void finish(const Tags& tags) override;
 
-    /// In time order. To be asked for when the log was read to its end, as what follows.
+    /// In time order. Call this, and the functions below, only after the whole log was read.
     const std::vector<Flicker>& flickers() const { return mFlickers; }
-    /// Of all flickers by their roots, also of those that were not kept.
+    /// Number of flickers by root cause, including those that were not kept.
     const std::array<uint64_t, CAUSE_COUNT>& counts() const { return mCounts; }
-    /// The tag that a thread sets most often, to name it by; null if none.
+    /// The tag that a thread sets most often, used as the thread's name; null if none.
     const Key* mostSetBy(uint32_t thread) const { return mRecent.mostSetBy(thread); }
-    /// Whether the log has the lines that tell causes.
+    /// Whether the log has the lines from which causes can be told.
     bool hasCauses() const { return mHasAnswers; }
 
 private:
@@ -56,17 +56,17 @@ private:
         Index waited = NEVER;
         int64_t needed = UNKNOWN;
     };
-    /// A read that may be a flicker. What comes after it decides, and tells why.
+    /// A read that may be a flicker. The events after it decide that, and tell why.
     struct Candidate {
         Read read;
-        Index answered = NEVER;  ///< or when it last timed out
-        uint32_t frame = 0;      ///< that was asked for
+        Index answered = NEVER;  ///< the answer, or the last time-out
+        uint32_t frame = 0;      ///< the frame that was asked for
         uint32_t answeredBy = 0;
         bool isPlain = false;
         int timeOuts = 0;
         int64_t waitMs = 0;
     };
-    /// How many frames back a reader's plain gets of a tag are answered, and how often its own value came afterwards.
+    /// How many frames back a reader's plain gets of a tag are answered, and how often the own value came afterwards.
     struct Usual {
         std::array<uint32_t, 16> back{};
         uint32_t gets = 0;

@@ -10,7 +10,7 @@
 
 namespace pslog {
 
-/// With its story, advice and chain of reasons.
+/// A flicker with its story, advice and chain of reasons.
 nlohmann::json jsonOf(const Flicker& flicker, const FlickerText& text);
 
 }  // namespace pslog

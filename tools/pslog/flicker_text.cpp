@@ -23,7 +23,7 @@ std::string frames(int64_t off) {
 
 std::string whose(Cause cause, const std::string& thread) {
     switch (cause) {
-        case Cause::WAKE_LOST: return ": " + thread + " slept on";
+        case Cause::WAKE_LOST: return ": " + thread + " slept through it";
         case Cause::NOT_RUN: return ": " + thread;
         case Cause::NOT_REGISTERED: return "";
         case Cause::NEVER_DELIVERED: return "; it usually comes from " + thread;
@@ -62,7 +62,7 @@ std::string FlickerText::tagOf(const Key& key) const {
 
 std::string FlickerText::threadOf(uint32_t thread) const {
     const Key* sets = mFinder.mostSetBy(thread);
-    if (!mLog.hasThreads()) return sets != nullptr ? "who delivers " + tagOf(*sets) : "";
+    if (!mLog.hasThreads()) return sets != nullptr ? "the thread that delivers " + tagOf(*sets) : "";
     if (thread == 0) return {};
     return "thread " + std::to_string(thread) + (sets != nullptr ? " (" + tagOf(*sets) + ")" : "");
 }
@@ -86,7 +86,7 @@ std::string FlickerText::valueOf(const Reason& reason) const {
     return tagOf(reason.key) + " of " + std::to_string(reason.frame);
 }
 
-/// Without what follows from the next link.
+/// One link of the chain, without its thread and advice.
 std::string FlickerText::linkOf(const Reason& reason) const {
     const std::string value = valueOf(reason);
     switch (reason.cause) {
@@ -94,7 +94,7 @@ std::string FlickerText::linkOf(const Reason& reason) const {
             if (reason.lateUs == UNKNOWN || reason.lateUs == 0 || !mLog.hasTimes()) return value + " came late";
             return value + " came " + milliseconds(reason.lateUs) + " late";
         case Cause::NEVER_DELIVERED: return value + " was never delivered";
-        case Cause::PLAIN_SET: return value + " was set by a plain set, which wakes nobody";
+        case Cause::PLAIN_SET: return value + " was stored by a plain set, which wakes nobody";
         case Cause::WAKE_LOST: return "the wake-up for " + value + " was lost";
         case Cause::NOT_RUN: return value + " came in time, but its reader was not run";
         case Cause::ERASED: return value + " was erased before it was read";
@@ -118,7 +118,7 @@ std::string FlickerText::endOf(const Reason& reason) const {
         text = whose(reason.cause, thread);
     }
     if (reason.retain != UNKNOWN)
-        text += "; a retain number of " + std::to_string(reason.retain) + " would have served";
+        text += "; a retain number of " + std::to_string(reason.retain) + " would have been enough";
     if (reason.orElse != Cause::NOT_KNOWN) text += std::string(" (or else: ") + nameOf(reason.orElse) + ")";
     return text;
 }
@@ -153,12 +153,12 @@ std::string FlickerText::adviceFor(const Flicker& flicker) const {
     const std::string tag = tagOf(root.key);
     switch (root.cause) {
         case Cause::LATE: return "deliver " + tag + " sooner, or let its reader wait longer";
-        case Cause::NEVER_DELIVERED: return "deliver " + tag + " for every frame, also for one that is given up";
-        case Cause::PLAIN_SET: return "set " + tag + " with setPsParamSyn, which wakes who waits for it";
+        case Cause::NEVER_DELIVERED: return "deliver " + tag + " for every frame, even for one that is given up";
+        case Cause::PLAIN_SET: return "set " + tag + " with setPsParamSyn, which wakes the waiting gets";
         case Cause::WAKE_LOST:
-            return "nothing in the modules, the value was there; two short waits instead of a long one bound what it "
-                   "costs";
-        case Cause::NOT_RUN: return "give the reader's thread a higher priority, or the machine less to do";
+            return "nothing in the modules: the value came in time; two short waits instead of a long one limit the "
+                   "delay";
+        case Cause::NOT_RUN: return "give the reader's thread a higher priority, or reduce the load of the machine";
         case Cause::ERASED:
             if (root.retain != UNKNOWN) {
                 return "register " + tag + " with a retain number of " + std::to_string(root.retain) +
@@ -171,7 +171,7 @@ std::string FlickerText::adviceFor(const Flicker& flicker) const {
         case Cause::NOT_REGISTERED: return "register " + tag + " before its first use";
         case Cause::FRAME_GONE:
             return "erase later, or give the pipe's other tags at least the retain number of " + tag;
-        case Cause::STORE_ENDED: return "end the modules before the store";
+        case Cause::STORE_ENDED: return "stop the modules before the store is destroyed";
         case Cause::NOT_KNOWN: break;
     }
     return std::string("a log of level 5 tells why: ") + MORE_LEVELS;

@@ -1,4 +1,4 @@
-// What flickers and their reasons are called in what is printed.
+// Texts for flickers and their reasons, as they are printed.
 
 #ifndef PSLOG_FLICKER_TEXT_H
 #define PSLOG_FLICKER_TEXT_H
@@ -10,27 +10,28 @@
 
 namespace pslog {
 
-/// How to get a log that tells more.
+/// How to get a log with more levels.
 constexpr const char* MORE_LEVELS = "PARAMSET_LOG=5, on a device setprop log.tag.ParamSet VERBOSE";
 
-/// As "wake-up lost".
+/// For example "wake-up lost".
 const char* nameOf(Cause cause);
 
 class FlickerText {
 public:
     FlickerText(const FlickerFinder& finder, const Interpreter& log) : mFinder(finder), mLog(log) {}
 
-    /// As "11-22 08:21:32.807"; the line's number if the log has no times.
+    /// For example "11-22 08:21:32.807"; the line number if the log has no times.
     std::string whenOf(int64_t timeUs, uint64_t line) const;
-    /// As "gain" or "tag 4099".
+    /// For example "gain" or "tag 4099".
     std::string tagOf(const Key& key) const;
-    /// As "thread 812 (statistics)", by what it sets most; empty if the log does not say.
+    /// For example "thread 812 (statistics)", with the tag that the thread sets most; empty if the log does not say.
     std::string threadOf(uint32_t thread) const;
-    /// As "used 370, 1 back", "its own after 50 ms".
+    /// For example "370, 1 back" or "its own, after 50 ms".
     std::string answerOf(const Flicker& flicker) const;
-    /// The root, with whose doing it was: as "statistics of 370 late: thread 812 (statistics) took 200 ms".
+    /// The root cause and its thread: "statistics of 370 came 50 ms late, because thread 812 (statistics) was busy
+    /// ...".
     std::string causeOf(const Flicker& flicker) const;
-    /// The chain: as "gain of 370 used for 371: gain came 50 ms late, because ...".
+    /// The chain: "gain of 370 used for 371: gain of 371 came 50 ms late, because ...".
     std::string storyOf(const Flicker& flicker) const;
     /// What to change.
     std::string adviceFor(const Flicker& flicker) const;

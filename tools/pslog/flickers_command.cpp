@@ -1,4 +1,4 @@
-// pslog flickers: the reads that were not answered by their frame's own value, or not in time, and why.
+// pslog flickers: lists the reads that did not get their frame's own value in time, and why.
 
 #include <algorithm>
 #include <cinttypes>
@@ -58,7 +58,8 @@ int run(const Options& options) {
     std::sort(flickers.begin(), flickers.end(), isWorse);
     (options.json ? printAsJson : print)(flickers, finder, FlickerText(finder, interpreter));
     if (!finder.hasCauses() && count.used > 0) {
-        std::fprintf(stderr, "pslog: most causes need a log of level 5, this has %d: %s\n", count.level(), MORE_LEVELS);
+        std::fprintf(stderr, "pslog: most causes need a log of level 5, this one has %d: %s\n", count.level(),
+                     MORE_LEVELS);
     }
     return resultOf(count);
 }
@@ -67,10 +68,10 @@ int run(const Options& options) {
 
 void addFlickersCommand(Program& program) {
     const auto options = std::make_shared<Options>();
-    Subcommand command = program.add("flickers", "name the reads that were not served, the worst first, and why",
+    Subcommand command = program.add("flickers", "list the reads that did not get their frame's value in time, and why",
                                      [options] { return run(*options); });
     command.flag("--json", options->json, "print JSON");
-    command.option("--most", options->most, "how many to print", size_t{1}, size_t{100000});
+    command.option("--most", options->most, "print at most this many", size_t{1}, size_t{100000});
     addLogInput(command, options->log);
 }
 

@@ -1,4 +1,4 @@
-// pslog frame: tells what happened to one frame.
+// pslog frame: shows what happened to one frame.
 
 #include <cstdio>
 #include <memory>
@@ -51,7 +51,7 @@ int run(const Options& options) {
 void addFrameCommand(Program& program) {
     const auto options = std::make_shared<Options>();
     Subcommand command =
-        program.add("frame", "tell what happened to one frame, in time order", [options] { return run(*options); });
+        program.add("frame", "show what happened to one frame, in time order", [options] { return run(*options); });
     command.option("CAM", options->cam, "camera id").required();
     command.option("PIPE", options->pipe, "pipe index").required();
     command.option("FRAME", options->frame, "frame id").required();

@@ -17,7 +17,7 @@ std::string answerer(const Event& event) {
         case Answer::FRAME_0: return "frame 0";
         case Answer::EARLIER:
             return "frame " + std::to_string(event.other) + ", " + std::to_string(event.frame - event.other) + " back";
-        default: return "the log does not say whom";
+        default: return "a frame that the log does not name";
     }
 }
 
@@ -36,7 +36,7 @@ std::string erasureOf(const Event& event, const std::string& tag) {
 
 }  // namespace
 
-/// Empty if it is not about the frame.
+/// The text of an event; empty if the event is not about the frame.
 std::string FrameStory::tell(const Event& event, const Tags& tags) {
     const std::string tag = labelOf(event.key.tag, tags);
     const bool own = event.frame == mFrame;
@@ -49,7 +49,7 @@ std::string FrameStory::tell(const Event& event, const Tags& tags) {
     if (!own) return {};
     if (event.type == EventType::SET && event.newCheckpoint) mHeld.insert(event.key);
     switch (event.type) {
-        case EventType::ASK: return "asks for " + tag + ", ready to wait";
+        case EventType::ASK: return "asks for " + tag + ", and waits if needed";
         case EventType::TIMEOUT: return "timed out waiting for " + tag;
         case EventType::WAIT:
             return "waited " + std::to_string(event.count) + " ms for " + tag +
@@ -58,12 +58,12 @@ std::string FrameStory::tell(const Event& event, const Tags& tags) {
         case EventType::SET:
             return std::string(event.synchronous ? "delivered " : "set ") + tag +
                    (event.newCheckpoint ? ", a new checkpoint" : "") +
-                   (event.notified ? "; wakes who waits for it" : "");
+                   (event.notified ? "; wakes the waiting gets" : "");
         case EventType::LATE:
             return (event.access == Access::WRITE ? "set " : "asked for ") +
                    (event.key.tag == UNKNOWN ? std::string(event.text) : tag) + " after its erasure up to frame " +
                    std::to_string(event.other) + ": a retain number of " + std::to_string(event.count) +
-                   " would have served";
+                   " would have been enough";
         case EventType::FRAME_REMOVED: return "the frame is removed";
         case EventType::FAILURE: return "FAILED: " + tag + ": " + std::string(event.text);
         default: return {};
@@ -74,7 +74,7 @@ void FrameStory::take(const Event& event, const Tags& tags) {
     const Key& key = event.key;
     if (key.cam != mCam || (key.pipe != UNKNOWN && mPipe != UNKNOWN && key.pipe != mPipe)) return;
     std::string text = tell(event, tags);
-    // Of a log without level 4, the time-out's line is all that there is of a wait.
+    // A wait that timed out has two lines, of which the second tells more. A log without level 4 only has the first.
     const bool isTold = event.type == EventType::WAIT && event.timedOut && !mHappenings.empty();
     if (isTold && mHappenings.back().isTimeout) mHappenings.pop_back();
     if (!text.empty())
@@ -94,7 +94,8 @@ bool FrameStory::print(std::FILE* out, const Interpreter& interpreter) const {
     const std::vector<Happening> story = happenings();
     if (story.empty()) return false;
     const int64_t startUs = story.front().timeUs;
-    if (!interpreter.hasTimes()) std::fprintf(out, "the log has no times: they are the least that the waits allow\n");
+    if (!interpreter.hasTimes())
+        std::fprintf(out, "the log has no times: these are made up, as short as the waits allow\n");
     for (const Happening& happening : story) {
         std::fprintf(out, "%10.3f ms  line %-8" PRIu64, static_cast<double>(happening.timeUs - startUs) / 1e3,
                      happening.line);

@@ -30,7 +30,7 @@ public:
     /// Returns false if the log has nothing about the frame.
     bool print(std::FILE* out, const Interpreter& interpreter) const;
 
-    /// In time order.
+    /// What happened, in time order.
     std::vector<Happening> happenings() const;
 
 private:
@@ -38,7 +38,7 @@ private:
 
     int64_t mCam, mPipe;
     uint32_t mFrame;
-    std::set<Key> mHeld;  ///< values that the frame was given and has not lost
+    std::set<Key> mHeld;  ///< values that the frame has at present
     std::vector<Happening> mHappenings;
 };
 

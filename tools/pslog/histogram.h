@@ -1,4 +1,4 @@
-// How often each number came: exact up to 1023, within a thousandth beyond, so that memory does not grow with the log.
+// A histogram of numbers: exact up to 1023, within a thousandth beyond. Its memory does not grow with the log.
 
 #ifndef PSLOG_HISTOGRAM_H
 #define PSLOG_HISTOGRAM_H
@@ -11,7 +11,7 @@ namespace pslog {
 
 class Histogram {
 public:
-    /// What is negative, as a damaged log may have it, counts as 0.
+    /// Negative numbers, which a damaged log may have, count as 0.
     void add(int64_t value) {
         value = std::max<int64_t>(value, 0);
         mGreatest = std::max(mGreatest, value);
@@ -31,7 +31,7 @@ public:
     uint64_t count() const { return mCount; }
     int64_t greatest() const { return mGreatest; }
 
-    /// The least number that this part of them is not above.
+    /// Smallest number with at least `part` of the numbers at or below it.
     int64_t quantile(double part) const {
         const double wanted = part * static_cast<double>(mCount);
         uint64_t seen = 0;

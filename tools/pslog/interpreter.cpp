@@ -10,7 +10,7 @@ namespace pslog {
 
 namespace {
 
-/// What a damaged log leaves open is forgotten in the end.
+/// Bounds the number of open requests: a damaged log may never close them.
 constexpr size_t MOST_OPEN = 4096;
 
 constexpr int64_t METADATA_RETAIN = 6;
@@ -21,12 +21,12 @@ uint32_t frameOf(int64_t number) {
     return static_cast<uint32_t>(number);
 }
 
-/// A tag's number as it was registered; the store prints those above 2147483647 as negative ones.
+/// The tag as it was registered: the store prints tags above 2147483647 as negative numbers.
 int64_t tagOf(int64_t number) {
     return static_cast<uint32_t>(number);
 }
 
-/// @param found  the checkpoint; only a damaged log has one that is later than the frame
+/// @param found  the checkpoint that answered; later than the frame only in a damaged log
 Answer answerOf(uint32_t frame, uint32_t found) {
     if (found == 0) return Answer::FRAME_0;
     return found == frame ? Answer::ITSELF : found < frame ? Answer::EARLIER : Answer::NOT_KNOWN;
@@ -36,7 +36,7 @@ Key keyOf(const Arguments& a, size_t cam, size_t pipe, size_t tag) {
     return {a.number[cam], a.number[pipe], tagOf(a.number[tag])};
 }
 
-/// Printed without the store's mutex, and so perhaps amid the lines of another call.
+/// Whether the store prints this without its mutex, perhaps between the lines of another call.
 bool isUnlocked(Kind kind) {
     switch (kind) {
         case Kind::DELIVERING:
@@ -109,7 +109,7 @@ Interpreter::Call& Interpreter::callOf(const Line& line) {
     return mCalls[uint64_t{line.process} << 32 | line.thread];
 }
 
-/// A new call is entered: what was left of the one before is of no use.
+/// A new call begins: drops what is left of the call before it.
 void Interpreter::beginCall(Call& call) {
     emitLate(call, {}, Access::NOT_KNOWN);
     std::optional<Erase> erase = call.erase;
@@ -117,7 +117,7 @@ void Interpreter::beginCall(Call& call) {
     call.erase = erase;
 }
 
-/// The synchronous get that was under way has gone to wait: these lines are another call's, or come after its wait.
+/// The synchronous get has begun its wait: the next lines belong to another call, or come after the wait.
 void Interpreter::leaveAsk(Call& call) {
     call.asked = false;
 }
@@ -174,20 +174,20 @@ bool Interpreter::takeErase(Call& call, Kind kind, const Arguments& a) {
         const int64_t pipe = call.erase ? call.erase->key.pipe : call.trim->pipe;
         emit(event(EventType::FRAME_REMOVED, {a.number[0], pipe, UNKNOWN}, frameOf(a.number[1])));
     } else if (kind == Kind::ENTERED && call.erase && call.erase->key == keyOf(a, 0, 1, 3)) {
-        // The value that is saved is that of the newest checkpoint that goes; it is saved to frame 0.
+        // The erase reads the value of the newest checkpoint that it removes, to save it to frame 0.
         if (a.number[2] != 0) eraseCheckpoints(call, frameOf(a.number[2]));
     } else if (kind == Kind::SET || kind == Kind::SET_FAILED) {
         const Key key = keyOf(a, 0, 1, 3);
         const bool isPipes = call.erase && call.erase->key.cam == key.cam && call.erase->key.pipe == key.pipe;
-        return isPipes && a.number[2] == 0;  // what it saves
+        return isPipes && a.number[2] == 0;  // the erase saves a value to frame 0
     } else {
         return call.erase && kind == Kind::RELATED;
     }
     return true;
 }
 
-/// The erase drops the tag's checkpoints up to this one. Of those that were made before the log began, only the number
-/// is known, and that they are older.
+/// The erase removes the tag's checkpoints up to this one. Of checkpoints from before the log began only the number is
+/// known. They are older than all others.
 void Interpreter::eraseCheckpoints(Call& call, uint32_t newest) {
     std::vector<uint32_t>& known = mCheckpoints[call.erase->key];
     const auto knownSize = static_cast<int64_t>(known.size());
@@ -210,7 +210,7 @@ bool Interpreter::takeMetadata(Call& call, Kind kind, const Arguments& a) {
             const uint32_t found = frameOf(a.number[1]);
             call.metadata->other = found;
             call.metadata->answer = answerOf(frame, found);
-            return true;  // the frame may still turn out to be gone
+            return true;  // the next line may say that this frame no longer exists
         }
         emit(*call.metadata);
         call.metadata.reset();
@@ -258,7 +258,7 @@ bool Interpreter::takeRejection(Kind kind, const Arguments& a) {
     return true;
 }
 
-/// Lines between the first and the last one of a call.
+/// Handles the lines between the first and the last one of a call.
 void Interpreter::takeFacts(Call& call, Kind kind, const Arguments& a) {
     const int64_t retain = kind == Kind::QUEUE_TRIMMED ? mTags[tagOf(a.number[1])].retain : 0;
     switch (kind) {
@@ -313,14 +313,14 @@ void Interpreter::takeEnd(Call& call, Kind kind, const Arguments& a, int level) 
         if (asked != mAsked.end()) asked->second.erase(asked->second.begin());
         if (asked != mAsked.end() && asked->second.empty()) mAsked.erase(asked);
     }
-    // Frames that this call's trimming removed are deleted before its end.
+    // Frames that were trimmed in this call were deleted before this line. A running erase goes on.
     const std::optional<Erase> erase = call.erase;
     call = {};
     call.erase = erase;
 }
 
-/// A request at or below the erase point. A plain one is named by the line before, a synchronous get too, as long as it
-/// has not waited; a synchronous set by its last line.
+/// A call at or below the erase point. The line does not name the call: a plain call, and a synchronous get before its
+/// wait, is known from the line before; a synchronous set from its last line.
 void Interpreter::takeLate(Call& call, Kind kind, const Arguments& a) {
     if (call.erase) return;
     emitLate(call, {}, Access::NOT_KNOWN);
@@ -331,7 +331,7 @@ void Interpreter::takeLate(Call& call, Kind kind, const Arguments& a) {
     if (tag != mTags.end() && tag->second.name != a.text[0]) return;
     emitLate(call, call.key, Access::READ);
     call.late.reset();
-    leaveAsk(call);  // it has no second such line
+    leaveAsk(call);  // a call prints this line only once
 }
 
 void Interpreter::emitLate(const Call& call, const Key& key, Access access) {
@@ -344,7 +344,7 @@ void Interpreter::emitLate(const Call& call, const Key& key, Access access) {
     emit(late);
 }
 
-/// @param traced  the level of the traced tag, at which the line of entry is not printed unless all are
+/// @param traced  the line has the level of a traced tag; the call's first line is then missing unless all are printed
 void Interpreter::got(Call& call, const Key& key, uint32_t frame, bool synchronous, bool traced) {
     Event got = event(EventType::GET, key, frame);
     got.synchronous = synchronous;

@@ -1,10 +1,10 @@
-// From messages to what happened: which call a line belongs to, and what became of the call.
+// Turns messages into events: finds the call that a line belongs to, and its result.
 //
-// The store prints the lines of a call while it holds its mutex, so that they follow one another, but for those that it
-// prints without: the first line of a synchronous set, the lines of a wait, registrations, rejections, and all of the
-// external processor and of the making and the end of a store. Most lines name what they are of; those that do not
-// ("add checkPoint", "set notify all", deletions) belong to the call whose lines surround them. Where the format has
-// threads, each thread's lines are followed apart.
+// The store prints most lines of a call while it holds its mutex, so these are adjacent. It prints some without the
+// mutex: the first line of a synchronous set, the lines of a wait, registrations, refused calls, and all lines of the
+// external processor and of the creation and destruction of a store. Most lines name their camera, pipe, frame and tag.
+// Those that do not ("add checkPoint", "set notify all", deletions) belong to the call whose lines surround them. If
+// the format has thread ids, each thread's lines are followed separately.
 
 #ifndef PSLOG_INTERPRETER_H
 #define PSLOG_INTERPRETER_H
@@ -46,12 +46,12 @@ using Tags = std::map<int64_t, TagInfo>;
 
 enum class EventType {
     ASK,      ///< a synchronous get has begun
-    WAIT,     ///< and has waited
-    TIMEOUT,  ///< its wait timed out; the line before WAIT
+    WAIT,     ///< a synchronous get has waited
+    TIMEOUT,  ///< a synchronous get has timed out; a WAIT follows
     GET,
     SET,
     LATE,        ///< a request at or below the erase point
-    TRIM,        ///< a new checkpoint made room for itself
+    TRIM,        ///< a new checkpoint pushed out the oldest values
     ERASE,       ///< an explicit erase, of one tag
     ERASE_CALL,  ///< an explicit erase of a pipe has begun
     FRAME_REMOVED,
@@ -66,21 +66,21 @@ enum class Access { NOT_KNOWN, READ, WRITE };
 struct Event {
     EventType type;
     Key key;
-    uint32_t frame = 0;  ///< TRIM, ERASE: the newest whose value went; ERASE_CALL: the one erased at
+    uint32_t frame = 0;  ///< TRIM, ERASE: the newest frame that lost its value; ERASE_CALL: the frame of the call
     Answer answer = Answer::NOT_KNOWN;
     Access access = Access::NOT_KNOWN;
     bool synchronous = false;
     bool newCheckpoint = false;
     bool notified = false;
     bool timedOut = false;
-    bool newest = false;  ///< GET: of whatever frame was the newest
-    bool erased = false;  ///< GET: plain, at or below the erase point
+    bool newest = false;  ///< GET: the caller asked for the newest frame
+    bool erased = false;  ///< GET: a plain get at or below the erase point
     Failure failure = Failure::OTHER;
-    /// GET: the checkpoint that answered, or should have; TRIM: the frame set; ERASE: the one erased at; LATE: the
-    /// erase point
+    /// GET: the checkpoint that answered, or should have; TRIM: the frame that was set; ERASE: the frame of the call;
+    /// LATE: the erase point
     uint32_t other = 0;
-    int64_t count = 0;      ///< WAIT: ms; LATE, GET: the needed life; TRIM, ERASE: values that went
-    std::string_view text;  ///< FAILURE: the cause, a literal; LATE: the tag's name, for the time of the call
+    int64_t count = 0;      ///< WAIT: ms; LATE, GET: the needed retain number; TRIM, ERASE: number of removed values
+    std::string_view text;  ///< FAILURE: the cause, a literal; LATE: the tag's name, valid only during the call
     int64_t timeUs = 0;
     uint32_t thread = 0;  ///< 0 if the format does not say
     uint64_t line = 0;
@@ -90,7 +90,7 @@ class Listener {
 public:
     virtual ~Listener() = default;
     virtual void take(const Event& event, const Tags& tags) = 0;
-    /// The log has ended.
+    /// Called at the end of the log.
     virtual void finish(const Tags&) {}
 };
 
@@ -99,14 +99,14 @@ public:
     explicit Interpreter(Listener& listener) : mListener(listener) {}
 
     void take(const Line& line, Kind kind, const Arguments& arguments, uint64_t number);
-    /// To be called after the last line.
+    /// Call this after the last line.
     void finish();
 
     const Tags& tags() const { return mTags; }
-    /// Whether times come from the log. Otherwise the clock is made up of the order of the lines and of the waits: no
-    /// interval is shorter than the waits in it.
+    /// Whether the log has times. If not, the clock is made up from the order of the lines and from the waits, so that
+    /// no interval is shorter than the waits in it.
     bool hasTimes() const { return mHasTimes; }
-    /// Of the newest time that the log has.
+    /// The kind of the newest time in the log.
     Clock clock() const { return mClock; }
     bool hasThreads() const { return mHasThreads; }
 
@@ -128,24 +128,24 @@ private:
         int64_t cam, pipe, tag, count;
     };
     struct Erase {
-        Key key;  ///< the tag whose turn it is
+        Key key;  ///< the tag that is being erased
         uint32_t frame;
         int64_t size;
     };
-    /// What is known of the call that a thread (or, without threads, whoever holds the store's mutex) is in.
+    /// What is known of the current call of a thread, or, without thread ids, of the call that holds the store's mutex.
     struct Call {
         Key key;
         uint32_t frame = 0;
-        bool entered = false;  ///< key and frame are of a plain call
-        bool asked = false;    ///< key and frame are of a synchronous get that has not yet waited
+        bool entered = false;  ///< key and frame belong to a plain call
+        bool asked = false;    ///< key and frame belong to a synchronous get that has not waited yet
         bool notified = false;
-        bool newest = false;  ///< of a plain call: of the newest frame
+        bool newest = false;  ///< a plain call for the newest frame
         std::optional<Late> late;
         std::optional<Related> related;
         std::optional<Checkpoint> checkpoint;
         std::optional<Trim> trim;
         std::optional<Erase> erase;
-        std::optional<Event> metadata;  ///< a get of metadata, until it is sure who answered
+        std::optional<Event> metadata;  ///< a get of metadata, until it is certain which frame answered
     };
     using FrameKey = std::tuple<int64_t, int64_t, int64_t, uint32_t>;
 
@@ -172,9 +172,9 @@ private:
     Listener& mListener;
     Tags mTags;
     std::unordered_map<uint64_t, Call> mCalls;          ///< by process and thread
-    std::map<Key, std::vector<uint32_t>> mCheckpoints;  ///< as the store has them, as far as the log tells
-    std::map<FrameKey, std::vector<int64_t>> mAsked;    ///< when; only without times
-    std::map<FrameKey, uint32_t> mTimeouts;             ///< whose wait line is still to come
+    std::map<Key, std::vector<uint32_t>> mCheckpoints;  ///< the store's checkpoints, as far as the log tells
+    std::map<FrameKey, std::vector<int64_t>> mAsked;    ///< when each get began; only if the log has no times
+    std::map<FrameKey, uint32_t> mTimeouts;             ///< time-outs whose wait line has not come yet
     int64_t mTimeUs = 0;
     uint32_t mThread = 0;
     uint64_t mLine = 0;

@@ -42,7 +42,7 @@ json jsonOfWaits(const Histogram& waits) {
 }
 
 void printJson(std::FILE* out, const json& json, int indent) {
-    // Texts of the log are UTF-8 already; a file's name need not be.
+    // Texts of the log are UTF-8, but file names need not be.
     const std::string text = json.dump(indent, ' ', false, json::error_handler_t::replace) + "\n";
     std::fwrite(text.data(), 1, text.size(), out);
 }

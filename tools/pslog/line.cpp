@@ -7,9 +7,9 @@
 //     time         MM-DD HH:MM:SS.mmm L/ParamSet( PID): message
 //     threadtime   MM-DD HH:MM:SS.mmm  PID  TID L ParamSet: message
 //     long         [ MM-DD HH:MM:SS.mmm  PID: TID L/ParamSet ], the message and a blank line
-// Their modifiers: "UID:" before PID (in threadtime without the colon), "YYYY-" before the date, " +hhmm" after the
-// time, more digits of the second, seconds since 1970 or since the start instead of date and time, and escapes for
-// colours around it all. The host's lines may have time, process and thread before them.
+// Modifiers add "UID:" before PID (in threadtime without the colon), "YYYY-" before the date, " +hhmm" after the time,
+// more digits of the second, or colour escapes around the line; or replace date and time by seconds since 1970 or since
+// the start. The host's lines may begin with time, process and thread.
 
 #include "line.h"
 
@@ -41,7 +41,7 @@ bool takeLevel(Cursor& cursor, int& level) {
     return level != 0;
 }
 
-/// Escapes for colours, around the line or around its message.
+/// Removes colour escapes around the line or around its message.
 std::string_view withoutColour(std::string_view raw) {
     constexpr std::string_view START = "\x1B[", END = "\x1B[0m";
     if (raw.substr(0, START.size()) == START) {
@@ -52,8 +52,8 @@ std::string_view withoutColour(std::string_view raw) {
     return raw;
 }
 
-/// Whether a line without a whole frame was one of the store's once: the module's name stands where a frame has it, or
-/// before what every message starts with.
+/// Whether a line with a damaged prefix came from the store: the module's name is where a prefix has it, or before the
+/// start of a message.
 bool hasStoresRest(std::string_view raw) {
     for (size_t at = raw.find(MODULE); at != std::string_view::npos; at = raw.find(MODULE, at + 1)) {
         Cursor after{raw.substr(at + MODULE.size())};
@@ -66,13 +66,13 @@ bool hasStoresRest(std::string_view raw) {
     return false;
 }
 
-/// Reads what stands before a message.
+/// Parses the prefix of a message.
 struct FrontReader {
     enum Result {
         NO_FRONT,  ///< not a line of any of the formats
-        OTHERS,    ///< of another module
+        OTHERS,    ///< a line of another module
         OURS,
-        HEADER  ///< of format `long`, and ours
+        HEADER  ///< a header of format `long`, of the store
     };
 
     TimeParser& times;
@@ -98,7 +98,7 @@ struct FrontReader {
         return isHost || cursor.at(1) == '/' ? takeLettered() : takeThreads();
     }
 
-    /// "UID  PID  TID L ParamSet: ", the UID perhaps without
+    /// "UID  PID  TID L ParamSet: ", the UID is optional
     Result takeThreads() {
         const Cursor start = cursor;
         if (!takeTwoNumbers()) {
@@ -157,7 +157,7 @@ struct FrontReader {
         return true;
     }
 
-    /// "UID: PID: TID", of which the UID may be missing; if one number is wanted, the TID is.
+    /// "UID: PID: TID". The UID is optional; the TID is missing if only one number is wanted.
     bool takeIds(Cursor ids, int wanted) {
         const auto colons = std::count(ids.rest.begin(), ids.rest.end(), ':');
         ids.blanks();

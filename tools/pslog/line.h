@@ -1,4 +1,4 @@
-// One line of a log: the frame that the host's facility or the platform's logger puts around a message of the store.
+// Parses one line of a log: a message of the store with the prefix (or suffix) of the host's or the platform's logger.
 
 #ifndef PSLOG_LINE_H
 #define PSLOG_LINE_H
@@ -19,26 +19,26 @@ struct Line {
     uint32_t thread = 0;   ///< 0 if the format does not say
     bool isNamed = false;  ///< whether the line names the store's module; format `thread` does not
     std::string_view function;
-    std::string_view text;  ///< after source line and function
+    std::string_view text;  ///< the message, after source line and function
 };
 
 enum class LineKind {
-    STORE,   ///< a message of the store, or of anybody if it is not named
+    STORE,   ///< a message of the store; if it is not named, perhaps of another module
     FRAME,   ///< the lines of format `long` around a message of the store
     BROKEN,  ///< of the store, but cut or damaged
-    OTHER    ///< anybody else's
+    OTHER    ///< a line of another program
 };
 
-/// Reads the lines of a log one after another, each in whatever format it has.
+/// Parses the lines of a log one after another. Each may have another format.
 class LineParser {
 public:
-    /// @param raw   has no line end any more
-    /// @param line  refers to its bytes
+    /// @param raw   the line without its line end
+    /// @param line  receives the result, which refers to the bytes of raw
     LineKind parse(std::string_view raw, Line& line);
 
 private:
-    std::optional<Line> mHeader;  ///< of format `long`, when the message is to be the next line
-    bool mBlankIsFrame = false;   ///< the line before was the message
+    std::optional<Line> mHeader;  ///< header of format `long`, if the next line is the message
+    bool mBlankIsFrame = false;   ///< the line before was the message of format `long`
     TimeParser mTimes;
 };
 

@@ -33,7 +33,8 @@ public:
     Gzip& operator=(const Gzip&) = delete;
 
     size_t decode(std::string_view& input, char* output, size_t size) override {
-        // Files that were put together are one; what else follows, such as zeros of a tape, is none of it.
+        // Several compressed files may follow one another. Anything else that follows, such as padding zeros, is
+        // ignored.
         if (mIsComplete && mHasBegun) {
             if (input.front() != START.front()) {
                 input = {};
@@ -95,11 +96,11 @@ struct Foreign {
     const char* what;
 };
 constexpr Foreign FOREIGN[] = {
-    {"PK\x03\x04", "a zip archive; unpack it, and give the text in it"},
-    {"BZh", "compressed with bzip2; give it through a pipe: bzip2 -dc FILE | pslog ..."},
-    {std::string_view("\xFD\x37zXZ\0", 6), "compressed with xz; give it through a pipe: xz -dc FILE | pslog ..."},
-    {"\xFF\xFE", "UTF-16 text; give it through a pipe: iconv -f UTF-16 -t UTF-8 FILE | pslog ..."},
-    {"\xFE\xFF", "UTF-16 text; give it through a pipe: iconv -f UTF-16 -t UTF-8 FILE | pslog ..."},
+    {"PK\x03\x04", "a zip archive; unpack it, and read the text in it"},
+    {"BZh", "compressed with bzip2; use a pipe: bzip2 -dc FILE | pslog ..."},
+    {std::string_view("\xFD\x37zXZ\0", 6), "compressed with xz; use a pipe: xz -dc FILE | pslog ..."},
+    {"\xFF\xFE", "UTF-16 text; use a pipe: iconv -f UTF-16 -t UTF-8 FILE | pslog ..."},
+    {"\xFE\xFF", "UTF-16 text; use a pipe: iconv -f UTF-16 -t UTF-8 FILE | pslog ..."},
 };
 constexpr size_t LONGEST_START = 6;
 
@@ -137,7 +138,7 @@ size_t LogFile::readFile(char* to, size_t size) {
     return static_cast<size_t>(got);
 }
 
-/// By how the file starts.
+/// Chooses the decoder by the first bytes of the file.
 void LogFile::recognise() {
     size_t filled = 0;
     while (filled < LONGEST_START) {
@@ -176,7 +177,7 @@ size_t LogFile::read(char* to, size_t size) {
             const size_t got = mDecoder->decode(mInput, to, size);
             if (got > 0) return got;
         } catch (const std::runtime_error& damage) {
-            mProblem = "its compressed data are damaged: " + std::string(damage.what());
+            mProblem = "its compressed data is damaged: " + std::string(damage.what());
         }
     }
     return 0;

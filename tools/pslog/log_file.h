@@ -1,4 +1,4 @@
-// The bytes of a log, as they were before gzip or zstd compressed them.
+// Reads a log file, and decompresses it if it was compressed with gzip or zstd.
 
 #ifndef PSLOG_LOG_FILE_H
 #define PSLOG_LOG_FILE_H
@@ -11,14 +11,14 @@
 
 namespace pslog {
 
-/// Undoes a compression, piece by piece.
+/// Decompresses data piece by piece.
 class Decoder {
 public:
     virtual ~Decoder() = default;
-    /// Takes from the front of the input, and writes to the output, of which it returns the bytes that it used.
-    /// Throws std::runtime_error if the input is damaged.
+    /// Consumes input from its front and writes to the output. Returns the number of bytes written. Throws
+    /// std::runtime_error if the input is damaged.
     virtual size_t decode(std::string_view& input, char* output, size_t size) = 0;
-    /// Whether the input may end where it is now.
+    /// Whether the compressed data is complete at this point.
     virtual bool isComplete() const = 0;
 };
 
@@ -30,17 +30,18 @@ public:
     LogFile(const LogFile&) = delete;
     LogFile& operator=(const LogFile&) = delete;
 
-    /// Waits until there is something to read, or at most so long. Returns whether there is, or the end.
+    /// Waits until there is something to read, or until the time is over. Returns true for data and for the end of
+    /// file.
     bool wait(int ms) const;
 
-    /// Returns the number of bytes, which is 0 at the end. Throws std::system_error if they cannot be read, and
-    /// std::runtime_error if this is no text. Damaged compressed data are an end with a problem.
+    /// Returns the number of bytes read, 0 at the end. Throws std::system_error if reading fails, and
+    /// std::runtime_error if the file is not text. Damaged compressed data ends the file and sets the problem.
     size_t read(char* to, size_t size);
 
-    /// Why the end is too early; empty if it is not.
+    /// Why the file ended too early; empty if it did not.
     const std::string& problem() const { return mProblem; }
 
-    /// The part that is read, 0 to 1; 0 as long as the size is not known.
+    /// The part of the file that has been read, 0 to 1; 0 if the size is not known.
     double progress() const { return mSize > 0 ? static_cast<double>(mRead) / mSize : 0; }
 
 private:
@@ -54,7 +55,7 @@ private:
     uint64_t mRead = 0;
     bool mIsRecognised = false;
     std::array<char, 1 << 16> mBuffer{};
-    std::string_view mInput;  ///< what is in the buffer
+    std::string_view mInput;  ///< unread bytes of the buffer
     std::unique_ptr<Decoder> mDecoder;
     std::string mProblem;
 };

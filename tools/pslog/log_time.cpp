@@ -15,7 +15,7 @@ constexpr int64_t DAY_US = 24 * 3600 * SECOND_US;
 constexpr int64_t LEAP_YEAR_US = 366 * DAY_US;
 constexpr uint64_t YEAR_OF_NO_YEAR = 1972;  // a leap year
 
-/// Digits after the point, as microseconds.
+/// The digits after the decimal point, as microseconds.
 bool takeFraction(Cursor& cursor, uint64_t& us) {
     const size_t before = cursor.rest.size();
     if (!cursor.number(us)) return false;
@@ -44,7 +44,7 @@ bool TimeParser::take(Cursor& cursor, int64_t& timeUs, Clock& clock) {
     if (cursor.literal('.')) {
         if (!takeFraction(cursor, us) || first > INT32_MAX * uint64_t{8}) return false;
         timeUs = static_cast<int64_t>(first * SECOND_US + us);
-        // Nothing has run since before 2001.
+        // Fewer seconds count from the start of the machine. As seconds since 1970 they would be before 2001.
         clock = first < 1000000000 ? Clock::MONOTONIC : Clock::EPOCH;
     } else if (!takeDate(cursor, first, timeUs, clock)) {
         return false;
@@ -80,7 +80,7 @@ bool TimeParser::takeDate(Cursor& cursor, uint64_t first, int64_t& timeUs, Clock
     return true;
 }
 
-/// A log that goes through a change of its zone's offset goes on at the first one.
+/// If the zone's offset changes within a log, all times are converted to the first offset.
 void TimeParser::takeZone(Cursor& cursor, int64_t& timeUs) {
     const char sign = cursor.at(1);
     if ((sign != '+' && sign != '-') || cursor.at(0) != ' ') return;
@@ -93,7 +93,7 @@ void TimeParser::takeZone(Cursor& cursor, int64_t& timeUs) {
     timeUs += (*mFirstZone - minutes) * 60 * SECOND_US;
 }
 
-/// A log without years may go through a New Year.
+/// In a log without years, a date that jumps back is a New Year.
 void TimeParser::keepYear(int64_t& timeUs) {
     const int64_t time = timeUs + mNewYearUs;
     if (mLastUs >= 0 && time < mLastUs - LEAP_YEAR_US / 2) mNewYearUs += LEAP_YEAR_US;

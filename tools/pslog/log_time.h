@@ -11,19 +11,19 @@
 
 namespace pslog {
 
-/// What a line's time is counted from.
+/// The format of a line's time, and what it is counted from.
 enum class Clock {
     NONE,       ///< the format has no times
-    DATE,       ///< the log's own time zone; of a log without years, 1972 (and 1973 after a New Year)
-    YEAR_DATE,  ///< the same, and the year is the log's
-    EPOCH,      ///< 1970, UTC
-    MONOTONIC   ///< the start of the machine
+    DATE,       ///< a date without a year, taken as 1972 (1973 after a New Year)
+    YEAR_DATE,  ///< a date with a year
+    EPOCH,      ///< seconds since 1970, UTC
+    MONOTONIC   ///< seconds since the start of the machine
 };
 
-/// Reads the times of a log one after another.
+/// Parses the times of a log's lines, in their order.
 class TimeParser {
 public:
-    /// Takes "MM-DD HH:MM:SS.mmm" or "SECONDS.mmm", perhaps with a year or a zone, and the blanks behind it.
+    /// Parses "MM-DD HH:MM:SS.mmm" or "SECONDS.mmm", optionally with a year or a zone, and the blanks after it.
     /// Returns false if there is no such time.
     bool take(Cursor& cursor, int64_t& timeUs, Clock& clock);
 
@@ -32,14 +32,14 @@ private:
     void takeZone(Cursor& cursor, int64_t& timeUs);
     void keepYear(int64_t& timeUs);
 
-    uint64_t mYear = 0, mMonth = 0, mDay = 0;  ///< of the last line
+    uint64_t mYear = 0, mMonth = 0, mDay = 0;  ///< date of the last line
     int64_t mDaysUs = 0;                       ///< from 1970 to this date
     int64_t mLastUs = -1;
-    int64_t mNewYearUs = 0;  ///< what a New Year has added
+    int64_t mNewYearUs = 0;  ///< added since the log went through a New Year
     std::optional<int64_t> mFirstZone;
 };
 
-/// A line's time as the log has it: "11-21 10:00:00.123", "1763719200.123".
+/// A time as it stands in the log: "11-21 10:00:00.123", "1763719200.123".
 std::string clockText(int64_t timeUs, Clock clock);
 
 }  // namespace pslog

@@ -1,4 +1,4 @@
-// See message.h. The table is the sources' messages, the most frequent first; a test compares them.
+// See message.h. The table has the messages of the sources, the most frequent first; a test compares them.
 
 #include "message.h"
 
@@ -89,7 +89,7 @@ bool takeNumber(const char*& next, const char* end, int64_t& value) {
     return error == std::errc() && value >= INT32_MIN && value <= UINT32_MAX;
 }
 
-/// A null pointer is written differently by different C libraries.
+/// C libraries print a null pointer differently.
 bool takePointer(const char*& next, const char* end, int64_t& value) {
     const char* begin = next;
     value = 0;
@@ -99,7 +99,7 @@ bool takePointer(const char*& next, const char* end, int64_t& value) {
     return next != begin;
 }
 
-/// @param literal  what follows the text in the format; nothing: the text goes on to the end
+/// @param literal  what follows the text in the format; if empty, the text extends to the end
 bool takeText(const char*& next, const char* end, std::string_view literal, std::string_view& value) {
     const std::string_view rest(next, static_cast<size_t>(end - next));
     const size_t length = literal.empty() ? rest.size() : rest.find(literal);

@@ -1,4 +1,4 @@
-// The messages of the store, as its sources have them, and their arguments.
+// The messages of the store, as in its sources, and their arguments.
 
 #ifndef PSLOG_MESSAGE_H
 #define PSLOG_MESSAGE_H
@@ -11,14 +11,14 @@ namespace pslog {
 
 enum class Kind : uint8_t {
     REGISTERED,
-    ENTERED,     ///< a plain get or set, or the saving of an erase
-    ASKED,       ///< a synchronous get
-    DELIVERING,  ///< a synchronous set, before it has the store's mutex
-    LATE,        ///< a request at or below the erase point, plain
-    LATE_SYNC,   ///< the same, synchronous
-    SEARCHED,    ///< the checkpoint that answers: frame asked for and found
-    RELATED,     ///< the same, with everything that it is of
-    NEW_FRAME,   ///< a request for a frame that is not there
+    ENTERED,     ///< a plain get or set has begun, also one by which an erase saves a value
+    ASKED,       ///< a synchronous get has begun
+    DELIVERING,  ///< a synchronous set has begun, and does not hold the store's mutex yet
+    LATE,        ///< a plain call at or below the erase point
+    LATE_SYNC,   ///< a synchronous call at or below the erase point
+    SEARCHED,    ///< the frame that was asked for, and the checkpoint that answers
+    RELATED,     ///< the same, with camera, pipe and tag
+    NEW_FRAME,   ///< a call for a frame that does not exist
     FRAME_DELETED,
     CHECKPOINT,
     QUEUE_TRIMMED,
@@ -43,13 +43,13 @@ enum class Kind : uint8_t {
     METADATA_FELL_BACK,
     CAMERA_LIMIT,
     PIPE_LIMIT,
-    PIPE_LIMIT_PLAIN,  ///< a line that tells of the failure follows
+    PIPE_LIMIT_PLAIN,  ///< a line about the failure follows
     ERASE_LIMIT,
     METADATA_LIMIT,
     EXTERNAL_FAILED,
     STORE_MADE,
     STORE_ENDED,
-    NO_USE  ///< nothing here needs it
+    NO_USE  ///< not needed by this program
 };
 
 struct Arguments {
@@ -57,7 +57,8 @@ struct Arguments {
     std::array<std::string_view, 2> text;  ///< %s
 };
 
-/// Finds the message that a function logged with this text. Returns false if there is none such, as when it was cut.
+/// Finds the message that a function logged with this text. Returns false if there is none, for example if the text was
+/// cut.
 bool findMessage(std::string_view function, std::string_view text, Kind& kind, Arguments& arguments);
 
 /// Whether the store has messages of a function of this name.

@@ -1,4 +1,4 @@
-// What tags and times are called in what is printed.
+// Texts for tags and times, as they are printed.
 
 #ifndef PSLOG_NAMES_H
 #define PSLOG_NAMES_H
@@ -11,7 +11,7 @@
 
 namespace pslog {
 
-/// The tag's name; a dash if the log does not have its registration.
+/// The tag's name; "-" if its registration is not in the log.
 inline std::string nameOf(int64_t tag, const Tags& tags) {
     if (tag == METADATA_TAG) return "(metadata)";
     const auto it = tags.find(tag);

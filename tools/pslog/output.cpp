@@ -41,7 +41,7 @@ bool startsWith(std::string_view text, std::string_view start) {
     return text.substr(0, start.size()) == start;
 }
 
-/// Whether the file is one that may be lost: empty, or made here or by a program like this one.
+/// Whether the file may be overwritten: it is empty, a picture or a trace.
 bool isPictureOrTrace(const std::string& name) {
     std::array<char, 4096> bytes{};
     std::FILE* file = std::fopen(name.c_str(), "rb");
@@ -54,13 +54,13 @@ bool isPictureOrTrace(const std::string& name) {
            (startsWith(start, "{") && has("\"traceEvents\""));
 }
 
-/// The file that the links lead to; the name itself if there is none yet.
+/// The file that symbolic links lead to; the name itself if it does not exist.
 std::string targetOf(const std::string& name) {
     std::array<char, PATH_MAX> path{};
     return realpath(name.c_str(), path.data()) == nullptr ? name : path.data();
 }
 
-/// A new file beside the one that it is to become, which goes again if it does not.
+/// A temporary file beside the destination. It is renamed when it is complete, and removed otherwise.
 class Beside {
 public:
     explicit Beside(const std::string& target) : mTarget(target), mName(target + ".XXXXXX") {
@@ -117,7 +117,7 @@ void OutputFile::check() const {
     for (const std::string& other : mOthers) {
         if (other.empty()) continue;
         const auto status = statusOf(other, STDIN_FILENO);
-        // Devices, such as a terminal, may be both.
+        // A device, such as a terminal, may be input and output.
         const bool same =
             own && status && !S_ISCHR(own->st_mode) && own->st_dev == status->st_dev && own->st_ino == status->st_ino;
         if (same || (mName == other && mName != "-")) {
@@ -128,7 +128,7 @@ void OutputFile::check() const {
     if (S_ISDIR(own->st_mode)) refuse(mName, "it is a directory");
     if (mForce) return;
     if (S_ISREG(own->st_mode) && !isPictureOrTrace(mName)) {
-        refuse(mName, "it is there, and is no picture and no trace; --force replaces it");
+        refuse(mName, "it exists and is neither a picture nor a trace; --force replaces it");
     }
 }
 

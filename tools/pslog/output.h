@@ -1,4 +1,4 @@
-// A file that a subcommand writes: never one that it reads, and never in place of something else by mistake.
+// A file that a subcommand writes. It never overwrites an input, and other files only with --force.
 
 #ifndef PSLOG_OUTPUT_H
 #define PSLOG_OUTPUT_H
@@ -12,15 +12,15 @@ namespace pslog {
 
 class OutputFile {
 public:
-    /// To be made before the inputs are read: throws std::runtime_error if the file must not be written, for it is one
-    /// of the others, under whatever name, or holds something that is no picture and no trace.
-    /// @param name    "-" for standard output, empty for nothing at all
-    /// @param others  the inputs, "-" for standard input, and other outputs; empty ones are passed over
-    /// @param force   whether a file is replaced whatever it holds
+    /// Construct this before the inputs are read. Throws std::runtime_error if the file must not be written: it is one
+    /// of the others, under any name, or it exists and is neither a picture nor a trace.
+    /// @param name    "-" for standard output, empty for no output
+    /// @param others  the inputs, "-" for standard input, and other outputs; empty names are ignored
+    /// @param force   whether a file is replaced whatever it contains
     OutputFile(std::string name, std::vector<std::string> others, bool force);
 
-    /// Writes the file beside its place and renames it, so that it is whole or as it was. What is no regular file, such
-    /// as a pipe, is written where it is. Throws std::runtime_error if it cannot be written.
+    /// Writes a temporary file beside the destination and renames it, so the file is either complete or unchanged.
+    /// Anything but a regular file, such as a pipe, is written directly. Throws std::runtime_error on failure.
     void write(const std::function<void(std::ostream&)>& print) const;
 
 private:

@@ -1,6 +1,6 @@
-# Completion of pslog's arguments for bash. What can be completed is what the program's own --help names.
+# Completion of pslog's arguments for bash. The words are taken from the output of pslog --help.
 
-_pslog_words() { # HEADING HELP: the first words of the lines under a heading
+_pslog_words() { # HEADING HELP: prints the first words of the lines under a heading
     sed -n "/^$1:\$/,/^\$/ s/^  \\([a-z-][a-z,-]*\\).*/\\1/p" <<<"$2" | tr ',' '\n'
 }
 

@@ -1,4 +1,4 @@
-// See reader.h. Lines are taken from one block of memory; one that does not fit into it counts as damaged.
+// See reader.h. Lines are read into a buffer of fixed size; a line that does not fit counts as damaged.
 
 #include "reader.h"
 
@@ -51,12 +51,12 @@ private:
     SteadyClock::time_point mLast = SteadyClock::now();
 };
 
-/// Takes the bytes of a log apart, and counts what is in it.
+/// Splits the bytes of a log into lines, and counts them by sort.
 class LineTaker {
 public:
     LineTaker(Count& count, Interpreter& interpreter) : mCount(count), mInterpreter(interpreter) {}
 
-    /// Where the next bytes go, and how many fit.
+    /// The free part of the buffer.
     char* end() { return mBlock.data() + mFilled; }
     size_t room() const { return mBlock.size() - mFilled; }
 
@@ -77,7 +77,7 @@ public:
         mIsTooLong = true;
     }
 
-    /// The last line need not have an end.
+    /// Handles a last line without a line end.
     void takeEnd() {
         if (mFilled > 0 && !mIsTooLong) takeLine({mBlock.data(), mFilled});
         mFilled = 0;
@@ -129,7 +129,7 @@ private:
     LineParser mParser;
     std::vector<char> mBlock = std::vector<char>(BLOCK);
     size_t mFilled = 0;
-    bool mIsTooLong = false;  ///< the rest of a line that did not fit is passed over
+    bool mIsTooLong = false;  ///< skip the rest of a line that did not fit
     std::array<std::string, 2> mSafe;
 };
 

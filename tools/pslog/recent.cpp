@@ -10,7 +10,7 @@ namespace pslog {
 
 namespace {
 
-/// Of one thread: from an event of this kind to one of that. Two kinds that share a number share what is usual.
+/// A hash of the thread and the kinds of two events in a row. If two hashes collide, their usual times are mixed.
 uint64_t kindOf(uint32_t thread, const Event& from, const Event& to) {
     uint64_t kind = thread;
     const auto add = [&kind](int64_t number) { kind = (kind ^ static_cast<uint64_t>(number)) * 0x9E3779B97F4A7C15; };
@@ -26,10 +26,10 @@ uint64_t kindOfWait(uint32_t thread, const Event& waited) {
     return kindOf(thread, waited, waited);
 }
 
-/// Reads that nothing was delivered after.
+/// Without thread ids: reads that wait for the next delivery, which tells their thread.
 constexpr size_t MOST_UNASSIGNED = 64;
 
-/// A wait ends so much after its time-out, if its thread gets a processor.
+/// A wait ends at most this long after its time-out, if its thread gets a processor.
 constexpr int64_t OVERSHOOT_MS = 2;
 
 bool isOfRead(const Event& event) {
@@ -69,7 +69,7 @@ int64_t Recent::Usual::median() const {
 Index Recent::add(const Event& event) {
     const Index index = mSize++;
     note(index) = {event, 0, NEVER};
-    note(index).event.text = {};  // it does not outlive the call
+    note(index).event.text = {};  // it is valid only during the call
     if (event.thread != 0) {
         assign(index, event.thread);
     } else {
@@ -115,7 +115,7 @@ void Recent::assign(Index index, uint32_t number) {
     own.thread = number;
     own.before = thread.last;
     thread.last = index;
-    // A delivery says more about a thread than a plain set.
+    // A delivery is more typical of a thread than a plain set.
     if (own.event.type == EventType::SET) thread.sets[own.event.key] += own.event.synchronous ? 2 : 1;
     const Event* before = at(own.before);
     if (before == nullptr) return;
@@ -131,7 +131,7 @@ void Recent::assignByOrder(Index index) {
     if (mUnassigned.size() > MOST_UNASSIGNED) mUnassigned.erase(mUnassigned.begin());
     if (event.type != EventType::SET || event.key.tag == METADATA_TAG) return;
     const uint32_t thread = UNNAMED | factsOf(event.key).number;
-    // A module does not read what it delivers.
+    // Not reads of this tag: a module does not read what it delivers.
     const auto isOthers = [&](Index read) {
         const Event* of = at(read);
         return of == nullptr || of->key.cam != event.key.cam || of->key == event.key;
@@ -192,7 +192,7 @@ void Recent::addWait(Index index) {
     if (value != facts.values.end() && value->second.delivered != NEVER) ++value->second.missed;
 }
 
-/// A wait's note has also what came of it.
+/// Adds the answer to the event of the wait before it.
 void Recent::addAnswer(Index index) {
     const Event& event = note(index).event;
     if (!event.synchronous || at(note(index).before) == nullptr) return;
@@ -235,7 +235,7 @@ Value Recent::valueOf(const Key& key, uint32_t frame) const {
     return value != facts->values.end() ? value->second : Value{};
 }
 
-/// What a thread's event ended. A wait begins where it was asked for; its time-out's line is a part of it.
+/// The stretch that ends with this event. A wait begins with its get; the line of its time-out is part of it.
 Stretch Recent::stretchTo(Index index) const {
     const Note& end = *noteAt(index);
     Stretch stretch = {end.before, index, end.event.type == EventType::WAIT, 0, 0};

@@ -19,13 +19,13 @@ std::string dashOr(int64_t number) {
     return number == UNKNOWN ? "-" : std::to_string(number);
 }
 
-/// A number of a histogram, of which the log may not have all.
+/// A number of a histogram; "?" if the log's level is too low.
 std::string numberOf(const Histogram& histogram, int64_t number, int level, int leastLevel) {
     if (histogram.count() > 0) return std::to_string(number);
     return level >= leastLevel ? "-" : "?";
 }
 
-/// What registering with a greater number helps: not a tag without history, and a queue only by its number of values.
+/// The advice before the needed retain number. A greater one does not help a static tag, and a queue counts values.
 const char* adviceFor(const TagInfo* info) {
     if (info == nullptr || info->type == UNKNOWN) return "register with ";
     if (info->type == QUEUE_TYPE) return "register with, if every frame is given a value, ";
@@ -69,12 +69,13 @@ void printRows(std::FILE* out, const TagCounts& counts, int level, const Tags& t
         printRow(out, key, *row, level, tags);
         notKnown += row->notKnown;
     }
-    if (notKnown > 0) std::fprintf(out, "who answered %" PRIu64 " gets, the log does not say\n", notKnown);
+    if (notKnown > 0)
+        std::fprintf(out, "%" PRIu64 " gets of which the log does not say which frame answered\n", notKnown);
 }
 
 void printLate(std::FILE* out, const TagCounts& counts, const Tags& tags) {
     if (counts.late().empty()) return;
-    std::fprintf(out, "\nasked for after its erasure\n");
+    std::fprintf(out, "\nused after its erasure\n");
     for (const auto& [name, late] : counts.late()) {
         const auto isNamed = [&name = name](const auto& tag) { return tag.second.name == name; };
         const auto tag = std::find_if(tags.begin(), tags.end(), isNamed);
@@ -118,7 +119,7 @@ void printSummary(std::FILE* out, const TagCounts& counts, const Interpreter& in
                      static_cast<double>(count.lastUs - count.firstUs) / 1e6);
     }
     if (!interpreter.hasThreads()) {
-        std::fprintf(out, "no thread ids: lines are put to calls by what they name and by the store's lock\n");
+        std::fprintf(out, "no thread ids: lines are assigned to calls by what they name and by their order\n");
     }
     const std::string level = levelText(count.level());
     if (!level.empty()) std::fprintf(out, "%s\n", level.c_str());

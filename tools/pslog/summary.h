@@ -1,4 +1,4 @@
-// What a whole log says: counts for each tag in each pipe, and the retain numbers that would have served.
+// The summary of a whole log: counts for each tag in each pipe, and the retain numbers that would have been enough.
 
 #ifndef PSLOG_SUMMARY_H
 #define PSLOG_SUMMARY_H
@@ -13,7 +13,7 @@ namespace pslog {
 
 void printSummary(std::FILE* out, const TagCounts& counts, const Interpreter& interpreter, const Count& count);
 
-/// The same as JSON; null is what the log cannot tell.
+/// The same as JSON; null stands for what the log cannot tell.
 void printSummaryJson(std::FILE* out, const TagCounts& counts, const Interpreter& interpreter, const Count& count);
 
 }  // namespace pslog

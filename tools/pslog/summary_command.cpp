@@ -26,9 +26,8 @@ int run(const Options& options) {
 
 void addSummaryCommand(Program& program) {
     const auto options = std::make_shared<Options>();
-    Subcommand command =
-        program.add("summary", "count what happened to each tag, and what retain numbers would have served",
-                    [options] { return run(*options); });
+    Subcommand command = program.add("summary", "count what happened to each tag, and show the retain numbers needed",
+                                     [options] { return run(*options); });
     command.flag("--json", options->json, "print JSON");
     addLogInput(command, options->log);
 }

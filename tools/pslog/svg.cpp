@@ -1,6 +1,6 @@
-// The timeline as a picture: for each camera a strip of all its frames, and those that were chosen, a row for each
-// frame, a lane for each tag. All lanes of a frame share one clock, which starts with the frame's first value, so that
-// a row reads as the frame's way through the pipeline.
+// The timeline as a picture. Each camera has a strip with all its frames, and below it a row for each chosen frame and
+// a lane for each tag. All lanes of a row share one clock, which starts with the frame's first value. So a row shows
+// the frame's way through the pipeline.
 
 #include <algorithm>
 #include <cmath>
@@ -17,16 +17,16 @@ namespace pslog {
 
 namespace {
 
-constexpr double LEAST_WIDTH = 1230;  ///< of the legend
-constexpr double GOOD_WIDTH = 1400;   ///< of a screen; more lanes than fit into it are as narrow as can be
+constexpr double LEAST_WIDTH = 1230;  ///< width of the legend
+constexpr double GOOD_WIDTH = 1400;   ///< width of a screen; if the lanes do not fit into it, they get LEAST_LANE
 constexpr double LEFT = 76;
 constexpr double RIGHT = 10;
 constexpr double LANE_GAP = 8;
 constexpr double LEAST_LANE = 150;
 constexpr double MOST_LANE = 236;
 constexpr double OTHERS_WIDTH = 170;
-constexpr size_t MOST_LANES = 24;       ///< not wider than 4000 in all
-constexpr size_t MOST_QUIET_LANES = 8;  ///< so many lanes are filled up with some that do not flicker
+constexpr size_t MOST_LANES = 24;       ///< keeps the picture below a width of 4000
+constexpr size_t MOST_QUIET_LANES = 8;  ///< lanes without flickers are added up to this number of lanes
 constexpr double LEAST_ROW = 14;
 constexpr double HEADER_HEIGHT = 78;
 constexpr double HEADER_EVERY = 900;
@@ -35,7 +35,7 @@ const char* colorOf(const Tally& tally) {
     return tally.timeOuts > 0 ? color::TIMED_OUT : tally.fallBacks > 0 ? color::EARLIER_TEXT : color::GREY;
 }
 
-/// A round number that is no less.
+/// Rounds up to a round number.
 int64_t roundUp(int64_t ms) {
     for (int64_t ten = 10;; ten *= 10) {
         for (const int64_t times : {2, 3, 4, 6, 8, 10}) {
@@ -51,7 +51,7 @@ int64_t quantile(std::vector<int64_t>& values, size_t percent) {
     return *nth;
 }
 
-/// Round numbers of milliseconds that nearly all of what is shown fits into.
+/// The scale: round numbers of milliseconds into which nearly all marks fit.
 Scale scaleOf(const Timeline& timeline) {
     constexpr int64_t MOST_MS = 1000000;
     std::vector<int64_t> quiet, loud, leads;
@@ -70,7 +70,7 @@ Scale scaleOf(const Timeline& timeline) {
     return scale;
 }
 
-/// A mark for the legend.
+/// An example of a mark, for the legend.
 Mark exampleOf(Mark::Shape shape, Answer answer, int64_t startUs, int64_t endUs) {
     Mark mark{};
     mark.shape = shape;
@@ -107,14 +107,14 @@ public:
     void write(std::ostream& out) { mCanvas.write(out, mWidth, mY + 16); }
 
 private:
-    /// Numbers of lanes: those that are drawn, in the order of pipes and tags, and those that are only counted.
+    /// The lanes that are drawn, in the order of pipes and tags, and those that are only counted.
     struct Lanes {
         std::vector<size_t> drawn;
         std::vector<size_t> others;
     };
 
     Lanes lanesOf(const Camera& camera) const {
-        std::map<size_t, std::pair<bool, size_t>> found;  // whether it flickers here, and how many waits
+        std::map<size_t, std::pair<bool, size_t>> found;  // lane: whether it flickers here, and its number of waits
         for (const auto& [id, row] : camera.rows) {
             for (const Mark& mark : row.marks) {
                 found[mark.lane].first |= mark.isLoud();
@@ -142,7 +142,7 @@ private:
         mCanvas.text(Layer::QUIET, 10, 22, "A row for each frame, a lane for each tag", {color::TEXT, 14, true});
         static const std::pair<Mark, const char*> ENTRIES[] = {
             {exampleOf(Mark::TIMED_OUT, Answer::ITSELF, 0, 30), "wait that timed out"},
-            {exampleOf(Mark::READ, Answer::EARLIER, 5, 5), "value of an earlier frame, so many back"},
+            {exampleOf(Mark::READ, Answer::EARLIER, 5, 5), "value of an earlier frame, N back"},
             {exampleOf(Mark::READ, Answer::FRAME_0, 5, 5), "value of frame 0"},
             {exampleOf(Mark::WAIT, Answer::ITSELF, 0, 30), "wait"},
             {exampleOf(Mark::VALUE, Answer::NOT_KNOWN, 15, 15), "value set or delivered"}};
@@ -157,11 +157,12 @@ private:
             x += 62 + widthOf(words, 12) * 0.9;
         }
         const std::string clock =
-            "A row's clock starts with the frame's first value. A bar with a point goes on, for as "
-            "long as its number says. Point at a mark for its numbers.";
-        mCanvas.text(Layer::QUIET, 10, 68,
-                     clock + (mLog.hasTimes() ? "" : " The log has no times: they are the least that the waits allow."),
-                     {color::GREY, 12});
+            "A row's clock starts with the frame's first value. A bar with a pointed end is cut off; its "
+            "number is the whole length. Point at a mark for details.";
+        mCanvas.text(
+            Layer::QUIET, 10, 68,
+            clock + (mLog.hasTimes() ? "" : " The log has no times: these are made up, as short as the waits allow."),
+            {color::GREY, 12});
         mY = 84;
     }
 
@@ -211,9 +212,9 @@ private:
         mY += 18;
     }
 
-    /// The frames between two rows that are not shown.
+    /// Draws a note about the frames between two rows that are not shown.
     void drawFold(const RowId& before, const RowId& next) {
-        if (next.stream != before.stream) return drawNote("the camera starts anew");
+        if (next.stream != before.stream) return drawNote("the camera starts again");
         const uint32_t folded = next.frame - before.frame - 1;
         if (folded == 0) return;
         drawNote(std::to_string(folded) + (folded == 1 ? " frame" : " frames") + " not shown");

@@ -10,7 +10,7 @@ namespace pslog {
 
 namespace {
 
-/// Keeps the library's own use of streams out, which ties it to one standard library.
+/// Used instead of the XML library's stream writer, which is tied to one C++ standard library.
 class Writer : public pugi::xml_writer {
 public:
     explicit Writer(std::ostream& out) : mOut(out) {}

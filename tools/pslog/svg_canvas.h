@@ -1,5 +1,4 @@
-// An SVG document under construction. What is loud lies on top of what is quiet, and both on the background, in
-// whatever order they are drawn.
+// An SVG document under construction. Layers are stacked independently of the drawing order: background, quiet, loud.
 
 #ifndef PSLOG_SVG_CANVAS_H
 #define PSLOG_SVG_CANVAS_H
@@ -23,7 +22,7 @@ class Canvas {
 public:
     Canvas();
 
-    /// Each returns the shape, for a title.
+    /// Each of these functions returns the new shape, so that a title can be added to it.
     pugi::xml_node rect(Layer layer, double x, double y, double width, double height, const char* color);
     pugi::xml_node path(Layer layer, const std::string& way, const char* color);
     pugi::xml_node line(Layer layer, const std::string& way, const char* color, double width);
@@ -39,19 +38,19 @@ private:
     pugi::xml_node mLayers[3];
 };
 
-/// What the browser shows where the reader points at a shape.
+/// Adds the text that a browser shows when the pointer is over the shape.
 void addTitle(pugi::xml_node shape, const std::string& words);
 
-/// Keeps what lies beneath a text away from its letters.
+/// Draws a text with an outline, so that it can be read on top of other shapes.
 void outline(pugi::xml_node text, const char* color);
 
-/// A number with no more digits than can be seen.
+/// A coordinate, rounded to what can be seen.
 std::string pixels(double value);
 
-/// No narrower than a browser's sans-serif draws it.
+/// An upper bound of a text's width in a browser's sans-serif font.
 double widthOf(const std::string& words, double size);
 
-/// The first characters, as many as fit.
+/// The text, cut to fit.
 std::string fitted(const std::string& words, double size, double width);
 
 }  // namespace pslog

@@ -11,7 +11,7 @@ namespace pslog {
 
 namespace {
 
-/// What a reader still sees: a bar with a cross in it.
+/// The least width at which a bar with a cross can be seen.
 constexpr double LEAST_TIME_OUT = 11;
 constexpr double LEAST_WAIT = 1;
 constexpr double CROSS_ROOM = 11;
@@ -29,7 +29,7 @@ PlacedMark placeBar(const Mark& mark, int64_t startUs, const Scale& scale) {
     bar.right = scale.at(mark.endUs - startUs);
     bar.cutLeft = bar.left < 0;
     bar.cutRight = bar.right > scale.width;
-    // An ordinary wait often begins before its frame does; that alone is not worth a number.
+    // An ordinary wait often begins before its frame's start. It needs no number for that.
     const bool isTooLong = bar.right - bar.left > 3 * scale.width;
     double least = isTimeOut ? LEAST_TIME_OUT : LEAST_WAIT;
     if (isTooLong || bar.cutRight || (isTimeOut && bar.cutLeft)) {
@@ -38,7 +38,7 @@ PlacedMark placeBar(const Mark& mark, int64_t startUs, const Scale& scale) {
     }
     bar.left = std::clamp(bar.left, 0.0, scale.width);
     bar.right = std::clamp(bar.right, 0.0, scale.width) + (bar.cutRight ? POINT : 0);
-    // Its end stays where it is, if there is room.
+    // Widens the bar to the left, if there is room.
     bar.left = std::max(0.0, std::min(bar.left, bar.right - least));
     bar.right = std::max(bar.right, bar.left + least);
     bar.end = bar.right;
@@ -72,7 +72,7 @@ void placeDiamond(PlacedMark& placed, uint32_t frame, int64_t startUs, const Sca
     placed.left = std::min(placed.left, placed.right);
 }
 
-/// Each onto the first line where it covers nothing.
+/// Puts each mark onto the first line where it covers no other.
 int spread(std::vector<PlacedMark>& marks) {
     std::vector<double> ends;
     std::stable_sort(marks.begin(), marks.end(),

@@ -17,7 +17,7 @@ std::string titleOf(const Mark& mark, const Place& place) {
     return story == place.stories->end() ? words : words + "\n" + story->second;
 }
 
-/// A bar whose ends are points where it is cut off.
+/// A bar, with a pointed end where it is cut off.
 std::string barWay(const PlacedMark& bar, double x, double y, double height) {
     const double left = x + bar.left, right = x + bar.right;
     const double fromX = left + (bar.cutLeft ? POINT : 0), toX = right - (bar.cutRight ? POINT : 0);
@@ -68,7 +68,7 @@ void drawDiamond(Canvas& canvas, const PlacedMark& read, const Place& place, dou
     outline(words, color::TINT);
 }
 
-/// An earlier frame's value that was asked for as usual.
+/// A read of an earlier frame's value that is usual for its reader.
 void drawOrdinaryRead(Canvas& canvas, const PlacedMark& read, const Place& place) {
     const double x = place.x + read.left, y = place.y + place.height - QUIET_HEIGHT / 2, r = 2.5;
     addTitle(canvas.path(Layer::QUIET,
@@ -77,7 +77,7 @@ void drawOrdinaryRead(Canvas& canvas, const PlacedMark& read, const Place& place
              titleOf(*read.mark, place));
 }
 
-/// An arrow head from below; from the left if the value came beyond the scale.
+/// An arrow head that points up; to the right if the value came after the end of the scale.
 void drawValue(Canvas& canvas, const PlacedMark& value, const Place& place) {
     const double x = place.x + value.left, bottom = place.y + place.height - 2, height = QUIET_HEIGHT - 4;
     std::string way =

@@ -12,13 +12,13 @@ namespace pslog {
 namespace {
 
 constexpr double GROUND_HEIGHT = 30;
-constexpr double LEAST_TICK = 3;  ///< what a reader still sees
+constexpr double LEAST_TICK = 3;  ///< least height of a tick that can be seen
 
 std::string counted(uint64_t count, const char* what) {
     return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
 }
 
-/// One is seen as well as many, but many are more.
+/// The height of a tick: one flicker can be seen, and more flickers make it higher.
 double tickHeight(uint64_t count) {
     return count == 0 ? 0 : std::min(GROUND_HEIGHT / 2, 7 + 2 * std::log2(static_cast<double>(count)));
 }
@@ -55,7 +55,7 @@ public:
 private:
     double left(size_t bin) const { return mX + mBinWidth * static_cast<double>(bin); }
 
-    /// Time-outs stand below the middle, fall-backs above.
+    /// Draws time-outs below the middle, fall-backs above.
     void drawTicks(size_t number, const RowId& bin, const Tally& tally) {
         if (tally.timeOuts + tally.fallBacks == 0) return;
         const double width = std::max(LEAST_TICK, mBinWidth), x = left(number), middle = mY + GROUND_HEIGHT / 2;

@@ -1,4 +1,4 @@
-// All frames of a camera in one strip, in which every flicker shows.
+// The strip with all frames of a camera, which shows every flicker.
 
 #ifndef PSLOG_SVG_STRIP_H
 #define PSLOG_SVG_STRIP_H

@@ -1,4 +1,4 @@
-// What happened to each tag in each pipe, as numbers, and which of them the log can tell.
+// Counts for each tag in each pipe, and which of them the log can tell.
 
 #ifndef PSLOG_TAG_COUNTS_H
 #define PSLOG_TAG_COUNTS_H
@@ -16,17 +16,17 @@
 
 namespace pslog {
 
-/// The least level of a log that tells something: one of less does not have the lines.
+/// The lowest log level that has the lines for a count.
 namespace level {
 constexpr int TIMEOUTS = 2;
 constexpr int WAITS = 4;
 constexpr int EVERYTHING = 5;  ///< sets and gets, who answered, and what was erased
 }  // namespace level
 
-/// The frame that was answered from furthest off; if none was answered by another, the one that waited longest.
+/// The frame that was answered by the most distant frame; if there is none, the frame that waited longest.
 struct WorstFrame {
-    uint32_t frame = 0;  ///< 0: there is none
-    int64_t off = 0;     ///< frames to the one that answered
+    uint32_t frame = 0;  ///< 0 if there is none
+    int64_t off = 0;     ///< distance to the frame that answered
     bool byFrame0 = false;
     int64_t waitMs = 0;
 
@@ -35,9 +35,9 @@ struct WorstFrame {
 
 struct TagRow {
     uint64_t sets = 0, gets = 0, itself = 0, frame0 = 0, notKnown = 0;
-    uint64_t fallBacks = 0;  ///< gets that another frame answered, but for what is frame 0's by its kind
+    uint64_t fallBacks = 0;  ///< gets that another frame answered; not gets of frame 0 or of type 1
     uint64_t timeouts = 0, failures = 0, erased = 0;
-    Histogram back;   ///< frames from the one asked for to the checkpoint that answered
+    Histogram back;   ///< distances from the requested frame to the checkpoint that answered
     Histogram waits;  ///< milliseconds
     WorstFrame worst;
 
@@ -46,7 +46,7 @@ struct TagRow {
 
 struct LateRow {
     uint64_t reads = 0, writes = 0, notKnown = 0;
-    int64_t needed = 0;  ///< by reads, and by what may have been one
+    int64_t needed = 0;  ///< greatest retain number needed by reads, or calls that may have been reads
 };
 
 struct KeyHash {
@@ -63,12 +63,12 @@ public:
     void take(const Event& event, const Tags& tags) override;
 
     const Rows& rows() const { return mRows; }
-    /// By the tag's name, which is all that such a line has.
+    /// By tag name, because these lines have nothing else.
     const std::map<std::string, LateRow, std::less<>>& late() const { return mLate; }
     /// By key and cause.
     const std::map<std::pair<Key, std::string_view>, uint64_t>& failures() const { return mFailures; }
 
-    /// Returns the rows, and begins new ones.
+    /// Returns the rows and starts with empty ones.
     Rows takeRows() { return std::exchange(mRows, {}); }
 
 private:
@@ -79,13 +79,13 @@ private:
     std::map<std::pair<Key, std::string_view>, uint64_t> mFailures;
 };
 
-/// In the order of their keys.
+/// The rows in the order of their keys.
 std::vector<std::pair<Key, const TagRow*>> inOrder(const TagCounts::Rows& rows);
 
-/// A number of what a log has only if its level is great enough: "12", "12+" for 12 at least, or "?".
+/// A count that needs a log level: "12"; or, if the log's level is lower, "12+" for at least 12, or "?".
 std::string countText(uint64_t number, int level, int leastLevel);
 
-/// What the log's level is, and how to get more of it; empty if there is no more, or the log has no message.
+/// The log's level, and how to get a higher one; empty if there is no higher one, or the log has no message.
 std::string levelText(int level);
 
 }  // namespace pslog

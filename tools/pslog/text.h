@@ -1,5 +1,5 @@
-// Texts of a log may hold any bytes. The reader makes them safe for whatever is printed: behind it, all texts are UTF-8
-// without control characters.
+// Texts of a log may contain any bytes. The reader makes them safe to print: after it, all texts are UTF-8 without
+// control characters.
 
 #ifndef PSLOG_TEXT_H
 #define PSLOG_TEXT_H
@@ -9,13 +9,13 @@
 
 namespace pslog {
 
-/// Whether it is UTF-8, and has nothing that a terminal obeys or that XML forbids.
+/// Whether the text is UTF-8 without control characters, and valid in XML.
 bool isSafe(std::string_view text);
 
-/// The same text, with each byte of what is not safe as \xNN.
+/// The text with \xNN in place of each unsafe byte.
 std::string safeText(std::string_view text);
 
-/// The text with blanks behind it, up to so many characters.
+/// The text, filled up with blanks to this number of characters.
 std::string padded(std::string text, size_t width);
 
 }  // namespace pslog

@@ -1,4 +1,4 @@
-// See timeline.h: the collecting.
+// See timeline.h. This file collects the rows; svg.cpp and trace.cpp write them.
 
 #include "timeline.h"
 
@@ -12,12 +12,12 @@ namespace pslog {
 
 namespace {
 
-/// Rows before and after one that flickers.
+/// Number of rows shown before and after one that flickers.
 constexpr uint32_t SURROUNDINGS = 4;
-/// What is shown of a log that has no flicker.
+/// Number of rows shown of a log without a flicker.
 constexpr size_t QUIET_ROWS = 20;
 
-// What only damaged logs exceed.
+// Bounds that only damaged logs exceed.
 constexpr size_t MOST_MARKS = 4096;
 constexpr size_t MOST_FLICKERS = 64;
 constexpr size_t MOST_LANES = 4096;
@@ -50,8 +50,9 @@ bool isOfOneLane(const FrameRow& row) {
     return std::all_of(row.marks.begin(), row.marks.end(), [&](const Mark& m) { return m.lane == row.marks[0].lane; });
 }
 
-/// A stream ends with a frame that nothing becomes of: its producer says in one tag that there are no more.
-/// @param isPart  whether the camera has some rows only, and perhaps not the last ones of its streams
+/// Finds the ends of streams. A stream ends with a row in which only one tag was used: with it the producer says that
+/// there are no more frames.
+/// @param isPart  whether the camera has only some of its rows, perhaps without the last ones of its streams
 void takeEnds(Camera& camera, bool isPart) {
     for (auto row = camera.rows.begin(); row != camera.rows.end();) {
         const auto next = std::next(row);
@@ -76,7 +77,7 @@ bool isWorse(const FrameRow& a, const FrameRow& b) {
     return isWorse(worst, other);
 }
 
-/// Flickers that follow one another within a few frames.
+/// A group of flickers that are only a few frames apart.
 struct Episode {
     Rows::const_iterator first, worst, last;
 };
@@ -97,8 +98,8 @@ std::vector<Episode> episodesOf(const Rows& rows) {
     return episodes;
 }
 
-/// How the first episode begins, and the beginning and the height of the worst ones, with the rows around them: as many
-/// as there is room for.
+/// The beginning of the first episode, and the worst row and the beginning of the worst episodes, each with the rows
+/// around it; as many as there is room for.
 std::set<RowId> worstOf(const Rows& rows, size_t room) {
     std::vector<Episode> episodes = episodesOf(rows);
     if (episodes.empty()) return {};
@@ -184,7 +185,7 @@ void Timeline::takeOf(Camera& camera, size_t lane, const Event& event) {
     }
 }
 
-/// What is set for a frame after everything was erased belongs to another stream, if the frame is not a newer one.
+/// After an erase of everything, or with a new store, the next set of a frame that is not newer begins another stream.
 void Timeline::endStream(const Event& event) {
     if (event.type == EventType::ERASE_CALL && event.frame == THE_LAST) mCameras[event.key.cam].isOver = true;
     if (event.type != EventType::STORE_MADE) return;
@@ -208,7 +209,7 @@ size_t Timeline::laneOf(const Key& key) {
     return lane;
 }
 
-/// Null if the row is not kept.
+/// The row of a frame; null if it is not kept.
 FrameRow* Timeline::rowOf(Camera& camera, RowId id) {
     if (mChoice.around) {
         const uint32_t off = id.frame > *mChoice.around ? id.frame - *mChoice.around : *mChoice.around - id.frame;
@@ -217,7 +218,7 @@ FrameRow* Timeline::rowOf(Camera& camera, RowId id) {
     return &camera.rows[id];
 }
 
-/// The answer to the get that a wait was part of, or to one that did not wait.
+/// Adds an answer: to the mark of the wait before it, or as a mark of its own if the get did not wait.
 void Timeline::takeRead(FrameRow& row, Mark mark, const Event& event) {
     mark.shape = Mark::READ;
     mark.failed = event.type == EventType::FAILURE;
@@ -236,7 +237,7 @@ void Timeline::takeRead(FrameRow& row, Mark mark, const Event& event) {
     }
 }
 
-/// A time-out has a line of its own before that of its wait; a log without level 4 has only that.
+/// A wait that timed out has two lines: first the time-out, then the wait. A log without level 4 only has the first.
 void Timeline::takeWait(FrameRow& row, Mark mark, const Event& event) {
     mark.shape = event.timedOut || event.type == EventType::TIMEOUT ? Mark::TIMED_OUT : Mark::WAIT;
     mark.isLong = event.type == EventType::WAIT;
@@ -253,7 +254,7 @@ void Timeline::takeWait(FrameRow& row, Mark mark, const Event& event) {
     }
 }
 
-/// It was read some time ago, perhaps before the newest stream began.
+/// A flicker is found some time after its read. The read may belong to the stream before the newest one.
 void Timeline::takeFlicker(const Flicker& flicker) {
     const size_t lane = laneOf(flicker.key);
     if (lane == NO_LANE || flicker.frame == 0) return;
@@ -293,7 +294,7 @@ void Timeline::count(Camera& camera, RowId id, size_t lane, const Tally& more) {
     camera.bins[{id.stream, id.frame >> camera.binShift}].add(more);
 }
 
-/// Notes the newest frame, and drops old rows now and then.
+/// Remembers the newest frame, and drops old rows now and then.
 void Timeline::meet(Camera& camera, RowId id) const {
     if (!(camera.newest < id)) return;
     camera.newest = id;
@@ -308,7 +309,8 @@ void Timeline::meet(Camera& camera, RowId id) const {
     if (!mChoice.around && camera.rows.size() > camera.pruneAt) prune(camera);
 }
 
-/// Rows in which something may still happen stay. So do some quiet ones, which are shown if there are no others.
+/// Drops old rows. Keeps rows that may still change, the worst ones, and the newest quiet ones, which are shown if
+/// there are no flickers.
 void Timeline::prune(Camera& camera) const {
     camera.pruneAt = 2 * camera.rows.size() + mChoice.frames;
     if (camera.rows.size() <= mChoice.frames) return;

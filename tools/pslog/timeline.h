@@ -1,8 +1,8 @@
 // A pipeline over time, collected from a log and drawn as an SVG picture or written as a trace.
 //
-// A log may be longer than memory. Of each camera the newest rows are kept, as long as it is not decided what flickers
-// in them, and of the older ones those that will be shown: the surroundings of the worst flickers, or of the frame that
-// was asked for. The rest is only counted.
+// A log may be larger than memory. For each camera the newest rows are kept until it is decided which of them flicker.
+// Of the older rows only those are kept that will be shown: around the worst flickers, or around the frame that was
+// asked for. All others are only counted.
 
 #ifndef PSLOG_TIMELINE_H
 #define PSLOG_TIMELINE_H
@@ -21,11 +21,11 @@
 
 namespace pslog {
 
-/// What to show. Everything of the log if it is short enough.
+/// What to show. If the log is short enough, everything is shown.
 struct Choice {
-    size_t frames = 60;              ///< the most rows of a camera
-    std::optional<uint32_t> around;  ///< this frame and its surroundings, instead of the worst flickers'
-    std::vector<std::string> tags;   ///< only these: numbers, or names
+    size_t frames = 60;              ///< the greatest number of rows for each camera
+    std::optional<uint32_t> around;  ///< show the rows around this frame, not those around the worst flickers
+    std::vector<std::string> tags;   ///< show only these tags: numbers or names
     std::optional<int64_t> cam;
     std::optional<int64_t> pipe;
 };
@@ -33,17 +33,17 @@ struct Choice {
 struct Mark {
     enum Shape : uint8_t { WAIT, TIMED_OUT, VALUE, READ };
     Shape shape;
-    Answer answer = Answer::NOT_KNOWN;  ///< of a read, or of the wait that was part of it
-    bool synchronous = false;           ///< delivered, or a get that waits if need be
-    bool isLong = false;                ///< a wait whose length the log tells
+    Answer answer = Answer::NOT_KNOWN;  ///< the answer to a read, or to the get that a wait belongs to
+    bool synchronous = false;           ///< a synchronous set or get
+    bool isLong = false;                ///< a wait whose length is in the log
     bool failed = false;                ///< nothing was copied
     bool flickers = false;
     size_t lane = 0;
-    uint32_t other = 0;  ///< the frame whose value was read, if not its own; 0 if the log does not say
+    uint32_t other = 0;  ///< the other frame whose value was read; 0 if the log does not say
     uint32_t thread = 0;
     int64_t startUs = 0;
-    int64_t endUs = 0;  ///< the same but for waits
-    uint64_t line = 0;  ///< of the answer, or of the wait as long as that is not known
+    int64_t endUs = 0;  ///< the same as the begin, except for waits
+    uint64_t line = 0;  ///< line of the answer, or of the wait while there is no answer yet
 
     bool isWait() const { return shape == WAIT || shape == TIMED_OUT; }
     bool isFallBack() const { return failed || answer == Answer::EARLIER || answer == Answer::FRAME_0; }
@@ -54,14 +54,14 @@ struct Mark {
 struct FrameRow {
     std::vector<Mark> marks;
     std::vector<Flicker> flickers;  ///< the worst one is the first
-    Index touched = 0;              ///< the number of the newest event in it
+    Index touched = 0;              ///< the index of its newest event
 
     bool isBad() const { return !flickers.empty(); }
-    /// When the frame was first given a value; else when anything happened to it.
+    /// When the frame got its first value; if it has none, the time of its first event.
     int64_t startUs() const;
 };
 
-/// How often something happened to a tag, or in some frames.
+/// Counts for a tag, or for a range of frames.
 struct Tally {
     uint64_t timeOuts = 0;
     uint64_t fallBacks = 0;
@@ -77,7 +77,7 @@ struct Lane {
     Tally tally;
 };
 
-/// A stream's number, counted from 0, and a frame of it: a camera that starts anew may count its frames anew.
+/// The number of a stream, from 0, and a frame of it. When a camera restarts, frame ids may begin again.
 struct RowId {
     uint32_t stream;
     uint32_t frame;
@@ -89,13 +89,13 @@ struct Camera {
     std::map<RowId, FrameRow> rows;
     uint64_t frames = 0;
     Tally tally;
-    /// All frames of the log, 2 to the power of binShift to a bin, so that there are not too many.
+    /// All frames of the log in bins of 2^binShift frames, which limits their number.
     std::map<RowId, Tally> bins;
     int binShift = 0;
     RowId newest{0, 0};
-    bool isOver = false;      ///< everything was erased, or the store has ended, and nothing was set since
-    std::vector<RowId> ends;  ///< of the streams: no frames, but the word that there are no more
-    size_t pruneAt = 1024;    ///< rows
+    bool isOver = false;      ///< everything was erased, or the store was destroyed, and nothing was set since
+    std::vector<RowId> ends;  ///< rows that are no frames, but announce the end of a stream
+    size_t pruneAt = 1024;    ///< number of rows at which old rows are dropped
 };
 
 class Timeline : public Listener {
@@ -129,7 +129,7 @@ private:
 
     Choice mChoice;
     FlickerFinder mFinder;
-    const Tags* mTags = nullptr;  ///< for the time of an event
+    const Tags* mTags = nullptr;  ///< valid while an event is processed
     std::map<int64_t, Camera> mCameras;
     std::vector<Lane> mLanes;
     std::map<Key, size_t> mLaneNumbers;

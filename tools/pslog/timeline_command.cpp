@@ -20,14 +20,14 @@ struct Options {
 };
 
 int run(const Options& options) {
-    if (options.svg == options.trace) throw std::runtime_error("--svg and --trace name the same place");
+    if (options.svg == options.trace) throw std::runtime_error("--svg and --trace name the same file");
     OutputFile svg(options.svg, {options.log.name, options.trace}, options.force);
     OutputFile trace(options.trace, {options.log.name, options.svg}, options.force);
     Timeline timeline(options.choice);
     Interpreter interpreter(timeline);
     const Count count = readLog(options.log, interpreter);
     if (count.used == 0) return 1;
-    if (timeline.isEmpty()) throw std::runtime_error("the log has nothing of these frames, tags, pipes or cameras");
+    if (timeline.isEmpty()) throw std::runtime_error("the log has nothing about these frames, tags, pipes or cameras");
     svg.write([&](std::ostream& out) { writeSvg(out, timeline, interpreter); });
     trace.write([&](std::ostream& out) { writeTrace(out, timeline, interpreter); });
     return resultOf(count);
@@ -42,12 +42,13 @@ void addTimelineCommand(Program& program) {
     command.option("--svg", options->svg, "write a picture for a browser; '-' is standard output");
     command.option("--trace", options->trace, "write JSON trace events, for a trace viewer");
     command.needsOneOf({"--svg", "--trace"});
-    command.flag("--force", options->force, "replace a file that is no picture and no trace");
+    command.flag("--force", options->force, "replace a file even if it is neither a picture nor a trace");
     command.option("--around", options->choice.around, "draw this frame and its surroundings");
-    command.option("--tag", options->choice.tags, "draw this tag alone, by number or name; may be given several times");
-    command.option("--camera", options->choice.cam, "draw this camera alone");
-    command.option("--pipe", options->choice.pipe, "draw this pipe alone");
-    command.option("--frames", options->choice.frames, "most frames of a camera", size_t{1}, size_t{100000});
+    command.option("--tag", options->choice.tags, "draw only this tag (number or name); may be given several times");
+    command.option("--camera", options->choice.cam, "draw only this camera");
+    command.option("--pipe", options->choice.pipe, "draw only this pipe");
+    command.option("--frames", options->choice.frames, "draw at most this many frames of each camera", size_t{1},
+                   size_t{100000});
     addLogInput(command, options->log);
 }
 

@@ -1,4 +1,4 @@
-// pslog top: what happens now, from a log that is still written.
+// pslog top: shows what happens now, from a log that is still being written.
 
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -24,14 +24,14 @@ using nlohmann::json;
 using SteadyClock = std::chrono::steady_clock;
 
 constexpr size_t SLOTS = 10;
-constexpr int LINES_AROUND = 4;  // above the rows, and the cursor's
+constexpr int LINES_AROUND = 4;  // the lines above the rows, and the cursor's line
 
 struct Options {
     LogInput log;
     bool json = false;
 };
 
-/// Between two redraws.
+/// What happened between two redraws.
 struct Slot {
     TagCounts::Rows rows;
     double seconds;
@@ -68,7 +68,7 @@ public:
     }
 
 private:
-    /// A log that is read faster than it was written tells itself how long it took.
+    /// If a log is read faster than it was written, its own times tell how long it took.
     void addSlot(const Count& count) {
         const SteadyClock::time_point now = SteadyClock::now();
         const double passed = std::chrono::duration<double>(now - mLastShown).count();
@@ -99,7 +99,7 @@ private:
         return "line " + std::to_string(count.lines);
     }
 
-    /// Those with the most trouble first.
+    /// The rows, those with the most trouble first.
     std::vector<std::pair<Key, const TagRow*>> sorted(const TagCounts::Rows& recent) const {
         auto rows = inOrder(mTotal);
         const auto troubles = [&recent](const Key& key) {
@@ -168,7 +168,7 @@ private:
         std::printf("\033[?7h");
     }
 
-    /// A line for each tag of which something happened since the lines before.
+    /// Prints a line for each tag that was used since the last lines.
     void printLines(const Count& count, const Tags& tags) {
         const std::string time = timeText(count);
         if (!mHasHeader) printHeader(padded("time", time.size()));

@@ -1,6 +1,6 @@
-// The timeline as trace events. Cameras are processes. Threads are those of the log; if it has none, each tag has one,
-// and further ones of the same name where waits for it overlap, which a thread cannot show. An arrow leads from each
-// delivery to the waits that it ended.
+// The timeline as trace events. Cameras are processes. Threads are those of the log. If the log has none, each tag has
+// a thread, and more threads of the same name if waits for it overlap, because a thread cannot show that. An arrow
+// leads from each delivery to the waits that it ended.
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
@@ -27,7 +27,7 @@ public:
 
     json events() {
         for (const auto& [cam, camera] : mTimeline.cameras()) {
-            mProcess = cam + 1;  // viewers take 0 for the idle process
+            mProcess = cam + 1;  // 0 is the idle process in trace viewers
             write("M", "process_name", 0, 0)["args"]["name"] = "camera " + std::to_string(cam);
             for (const auto& [id, row] : camera.rows) writeArrows(writeRow(id.frame, row));
             for (size_t lane = 0; lane < mTimeline.lanes().size(); ++lane) {
@@ -64,7 +64,7 @@ private:
         return placed;
     }
 
-    /// Of a log without threads: the tag's first one that is free.
+    /// For a log without threads: the first free thread of the tag.
     uint32_t threadOf(const Mark& mark) {
         constexpr uint32_t PER_LANE = 16;
         if (mark.thread != 0) {
@@ -113,7 +113,7 @@ private:
         event["cname"] = "terrible";
     }
 
-    /// An end is bound to the slice that it lies in.
+    /// The end of an arrow is attached to the slice that contains it.
     void writeArrows(const std::vector<Placed>& row) {
         for (const Placed& wait : row) {
             if (wait.mark->shape != Mark::WAIT) continue;
@@ -139,7 +139,7 @@ private:
         }
     }
 
-    /// How many gets wait, and how many fell back so far.
+    /// Counters: how many gets wait, and how many fell back so far.
     void writeCounts(size_t lane, const Camera& camera) {
         struct Step {
             int64_t timeUs;
@@ -164,7 +164,7 @@ private:
         }
     }
 
-    /// The log has no names of threads, but what they give.
+    /// Names threads after the tags that they set, because the log has no names of threads.
     void nameThreads() {
         for (const auto& [number, thread] : mThreads) {
             std::string name = thread.lane != SIZE_MAX ? trackOf(thread.lane) : std::to_string(number);
@@ -176,8 +176,8 @@ private:
     }
 
     struct Thread {
-        std::set<size_t> gives;  ///< lanes that it sets or delivers
-        size_t lane = SIZE_MAX;  ///< that it stands for
+        std::set<size_t> gives;  ///< lanes that the thread sets
+        size_t lane = SIZE_MAX;  ///< the lane that the thread stands for
         int64_t busyUntil = INT64_MIN;
     };
 
@@ -196,7 +196,7 @@ void writeTrace(std::ostream& out, const Timeline& timeline, const Interpreter& 
     trace["traceEvents"] = Writer(timeline, log.tags()).events();
     trace["displayTimeUnit"] = "ms";
     trace["otherData"]["times"] = log.hasTimes() ? "of the log" : "made up of the order of the lines and the waits";
-    // Names come from the log, and need not be UTF-8.
+    // Names come from the log, and may not be UTF-8.
     out << trace.dump(-1, ' ', false, json::error_handler_t::replace) << '\n';
 }
 

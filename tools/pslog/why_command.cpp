@@ -1,4 +1,4 @@
-// pslog why: what happened to a frame in all pipes, and why its reads were not served.
+// pslog why: what happened to a frame in all pipes, and why its reads did not get their own values in time.
 
 #include <cstdio>
 #include <memory>
@@ -59,7 +59,7 @@ void printReasons(const FlickerFinder& finder, const FlickerText& text, uint32_t
         std::printf("%s to change it: %s\n", padded("", 18).c_str(), text.adviceFor(flicker).c_str());
     }
     if (finder.flickers().empty() && finder.hasCauses()) {
-        std::printf("\nevery read of frame %u was answered as its reader's usually are, and in time\n", frame);
+        std::printf("\nevery read of frame %u got in time what its reader usually gets\n", frame);
     }
 }
 
@@ -102,7 +102,8 @@ int run(const Options& options) {
     printStory(happenings, text, interpreter.hasTimes());
     printReasons(finder, text, options.frame);
     if (!finder.hasCauses()) {
-        std::fprintf(stderr, "pslog: most causes need a log of level 5, this has %d: %s\n", count.level(), MORE_LEVELS);
+        std::fprintf(stderr, "pslog: most causes need a log of level 5, this one has %d: %s\n", count.level(),
+                     MORE_LEVELS);
     }
     return resultOf(count);
 }
@@ -112,7 +113,7 @@ int run(const Options& options) {
 void addWhyCommand(Program& program) {
     const auto options = std::make_shared<Options>();
     Subcommand command = program.add("why",
-                                     "tell what happened to a frame in all pipes, and why its values were late "
+                                     "show what happened to a frame in all pipes, and why its values were late "
                                      "or another frame's",
                                      [options] { return run(*options); });
     command.option("CAM", options->cam, "camera id").required();
