@@ -78,12 +78,12 @@ QUESTIONS = (
                              rf"^000000  {little_endian(FRAMES)}"]),
     ("value 0 0 3 4097", [rf"answered by frame 0, values up to frame 14 are erased\n000000  {little_endian(14)}"]),
     ("value 0 2 3 4101", [r"answered by frame 0, the tag is of type 1\n0+  (00 ){8}"]),
-    ("value 0 9 3 4097", [r"answered by frame 0, neither it nor an .*\nframe 0 has no value yet: a read makes one"]),
-    ("value 0 0 1 4242", [r"^error: paramset: tag 4242 is not registered: no read finds a value$"]),
+    ("value 0 9 3 4097", [r"answered by frame 0, neither it nor an .*\nframe 0 has no value yet: a read creates one"]),
+    ("value 0 0 1 4242", [r"^error: paramset: tag 4242 is not registered, so reads fail$"]),
     ("value 5 0 1 4097", [r"^error: paramset: camera 5 is out of limit, 0 to 4$"]),
     ("frames 0 14", [r"^error: paramset: pipe 14 is out of limit, 0 to 13$"]),
     ("frames 0", [r"^error: paramset: the following arguments are required: PIPE$"]),
-    ("--help", [r"^    waiters +who waits for what"]),
+    ("--help", [r"^    waiters +which threads wait"]),
 )
 COMMANDS = ["paramset " + question for question, _ in QUESTIONS]
 
@@ -165,7 +165,7 @@ def hung(library, platform):
             end = time.monotonic() + DEADLINE_S
             while "mutex, which" not in answers[0] and time.monotonic() < end:
                 answers = ask(["-p", str(process.pid)], ["paramset waiters", "paramset status"])
-            expect(answers[0], r"^(thread \d .*) holds the store's mutex: what is shown may be half changed\n"
+            expect(answers[0], r"^(thread \d .*) holds the store's mutex: the store may be half changed\n"
                                r"(thread \d .*) waits for the store's mutex, which \1 holds$")
             expect(answers[1], r"^  0    3 1: 5 to 5 +7 a name that is too long for a string to hold in itself +4 ")
         finally:

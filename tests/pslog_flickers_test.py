@@ -227,7 +227,7 @@ def check_why(problem, pslog):
                  "because the wake-up for T of 10 was lost", " to change it: "):
         if part not in told:
             problem(f"the story of a frame lacks {part}: {told}")
-    if "every read of frame 5 was answered" not in why(5).stdout:
+    if "every read of frame 5 got in time" not in why(5).stdout:
         problem(f"the story of a frame without flickers is wrong: {why(5).stdout}")
     if why(99).returncode != 1 or "nothing about frame 99" not in why(99).stderr:
         problem("a frame that is not in the log is not reported as missing")

@@ -1,6 +1,8 @@
-// A long run of the store, in three modes. Frames pass through pipelines that erase behind themselves, and what the
-// store holds must stay level; each way of use that makes the store grow is shown with its price; deliveries in time
-// that the waiting get misses are counted. Exits with 1 if what it shows is not as told here and in the header.
+// Long runs of the store, in three modes:
+// --frames, --seconds   pipelines erase their old frames, and the contents of the store must not grow
+// --growth              each kind of use that makes the store grow, with its bytes per call
+// --gap                 counts gets that timed out although the delivery came in time
+// Exits with 1 if the store grows where it should not, or does not grow where the header says that it does.
 
 #include <malloc.h>
 #include <unistd.h>
@@ -24,12 +26,12 @@ using std::chrono::microseconds;
 using std::chrono::steady_clock;
 using zarn::ParamSet;
 
-constexpr uint32_t kTag = 1;        // erased explicitly, six frames behind
-constexpr uint32_t kQueue = 2;      // type 2, its last eight
-constexpr uint32_t kLongQueue = 3;  // type 2, with a retain number beyond all frames
+constexpr uint32_t kTag = 1;        // type 0, erased explicitly
+constexpr uint32_t kQueue = 2;      // type 2, keeps eight values
+constexpr uint32_t kLongQueue = 3;  // type 2, with a retain number that is never reached
 using Value = std::array<uint32_t, 16>;
 
-// What the store holds, all cameras and pipes together.
+// The contents of the store, summed over all cameras and pipes.
 struct Held {
     size_t frames, checkpoints, lists, erasePoints, records, registered;
 };
@@ -65,8 +67,8 @@ struct Pipeline {
     uint32_t cam;
     int pipe;
     std::atomic<uint32_t> readUpTo{0};
-    uint64_t late = 0;   // gets whose time was up
-    uint64_t wrong = 0;  // values of another frame
+    uint64_t late = 0;   // gets that did not return 0
+    uint64_t wrong = 0;  // values of another frame, returned as the frame's own
 
     void produce(uint32_t first, uint32_t last) {
         for (uint32_t frame = first; frame <= last; ++frame) {
@@ -95,7 +97,7 @@ size_t residentKiB() {
     return pages * static_cast<size_t>(sysconf(_SC_PAGESIZE)) / 1024;
 }
 
-// Until both the frames and the seconds are over.
+// Runs until both the number of frames and the seconds are reached.
 bool staysLevel(uint32_t frames, uint32_t seconds) {
     const auto end = steady_clock::now() + std::chrono::seconds(seconds);
     Pipeline pipelines[] = {{0, 0}, {0, 1}, {1, 13}};
@@ -117,7 +119,8 @@ bool staysLevel(uint32_t frames, uint32_t seconds) {
         most.records = std::max(most.records, now.records);
         resident.push_back(residentKiB());
     }
-    // The first quarter warms up; of the rest, the means of its two halves are half its length apart.
+    // The first quarter is warm-up. The slope is the difference between the means of the two halves of the rest,
+    // divided by half its length.
     const auto half = static_cast<std::ptrdiff_t>(resident.size()) * 3 / 8;
     const auto sum = [half](auto last) { return std::accumulate(last - half, last, 0.0); };
     const double slope = (sum(resident.end()) - sum(resident.end() - half)) / double(half * half) / (3 * chunk) * 1e6;
@@ -129,7 +132,8 @@ bool staysLevel(uint32_t frames, uint32_t seconds) {
     std::printf("held at most: %zu frames, %zu checkpoints, %zu records\n", most.frames, most.checkpoints,
                 most.records);
     std::printf("resident: %zu KiB, slope %.1f KiB per million frames\n", resident.back(), slope);
-    // A sanitizer keeps what was freed, and is large from the start; a short run is all warm-up.
+    // Not judged under a sanitizer, which keeps freed memory and is large from the start, nor in a short run, which is
+    // only warm-up.
     const bool isJudged = done >= 300000 && resident[resident.size() / 4] < 32 * 1024;
     return wrong == 0 && most.frames < 150 && most.checkpoints < 300 && most.records < 300 &&
            !(isJudged && slope > 200);
@@ -138,7 +142,7 @@ bool staysLevel(uint32_t frames, uint32_t seconds) {
 // ---- growth
 
 Value gValue;
-constexpr uint32_t kUnused = 0x1000000;  // from here on tag ids of the ways that leave entries in the registry
+constexpr uint32_t kUnused = 0x1000000;  // from here on: tag ids of the ways that leave entries in the registry
 
 void set(uint32_t frame, uint32_t tag) {
     setPsParam(0, 2, frame, tag, gValue.data());
@@ -158,8 +162,8 @@ void waitInVain(uint32_t frame, uint32_t tag) {
 
 struct Way {
     const char* name;
-    size_t Held::*what;                  // grows by one with every call
-    std::function<void(uint32_t)> call;  // given 100, 101, ...; as tag ids, these were never registered
+    size_t Held::*what;                  // this number grows by one with each call
+    std::function<void(uint32_t)> call;  // gets 100, 101, ...; these are not registered as tags
 };
 
 const Way kWays[] = {
@@ -192,8 +196,8 @@ const Way kWays[] = {
     {"metadata: one frame again and again", &Held::checkpoints, [](uint32_t) { setMetadata(0, 10); }},
 };
 
-// Each in a store of its own, once what is bounded is full: what a call costs, and what remains of that when everything
-// is erased, and when the store is gone.
+// Runs each way in a store of its own. Once everything that is bounded has reached its bound, measures the bytes per
+// call, and what remains of them after an erase of everything and after the store was destroyed.
 bool growsAsTold(uint32_t calls) {
     constexpr uint32_t kFull = 400;
     bool isAsTold = true;
@@ -219,13 +223,13 @@ bool growsAsTold(uint32_t calls) {
 
 // ---- gap
 
-// Gets whose delivery begins up to so long after them, while other threads keep processors and the store busy. One is
-// missed if it timed out though the delivery had returned before its time was up.
+// Makes gets whose delivery begins at most `latest` microseconds after them, while other threads keep the processors
+// and the store busy. A delivery is missed if the get timed out although the delivery had returned before the time-out.
 void countMissed(uint32_t handOffs, int busyThreads, uint32_t latest) {
     freshStore();
     std::atomic<uint32_t> begun{0};
     std::atomic<uint32_t> delivered{0};
-    steady_clock::time_point deliveredAt;  // ordered by delivered
+    steady_clock::time_point deliveredAt;  // published by delivered
     std::vector<std::thread> threads;
     for (int i = 0; i < busyThreads; ++i) {
         threads.emplace_back([&, value = Value{}]() mutable {

@@ -3,8 +3,9 @@
     (lldb) command script import tools/lldb/paramset.py
     (lldb) paramset status
 
-It reads memory and calls nothing in the process. Members are found through the library's debug information. The
-containers of the C++ library are read by their layouts, since lldb's own formatters show a map of a g++ build as empty.
+It only reads memory, and calls nothing in the process. It finds members through the library's debug information. It
+reads the containers of the C++ library by their layouts, because lldb's own formatters show a map of a g++ build as
+empty.
 """
 
 import argparse
@@ -15,20 +16,21 @@ import lldb
 LIBRARY = "libparamset.so"
 METADATA_TAG = 0x20001
 THE_LAST = 0xFFFFFFFF
-STATIC = 1  # tag type: frame 0 serves every frame
+STATIC = 1  # tag type: frame 0 answers every read
 STATES = {0: "", 1: "delivered", 2: "waited for"}
-COND_SIZE = 48  # of the C library's condition variable, with glibc and with bionic
+COND_SIZE = 48  # size of the C library's condition variable, in glibc and bionic
 
-# The first argument of a system call, which for a thread that sleeps in the C library is the address that it sleeps on.
+# The register with the first argument of a system call. If a thread waits on a mutex or a condition variable, this is
+# the address on which it waits.
 ARGUMENT_REGISTERS = {"x86_64": "rdi", "aarch64": "x0", "arm64": "x0"}
-# Functions that are called with such an address too, but do not sleep.
+# Functions that get such an address too, but do not wait.
 WAKING_FUNCTIONS = ("unlock", "broadcast", "signal", "notify")
 STACK_DEPTH = 16
-MOST_BYTES = 1 << 28  # of one value or list
+MOST_BYTES = 1 << 28  # limit for the size of one value or list
 
 
 class Problem(Exception):
-    """What the user is told in one line."""
+    """An error, printed to the user in one line."""
 
 
 class Memory:
@@ -39,7 +41,7 @@ class Memory:
         if size == 0:
             return b""
         if size > MOST_BYTES:
-            raise Problem(f"{size} bytes at {address:#x} are too many: the store is damaged, or being changed")
+            raise Problem(f"{size} bytes at {address:#x} are too many: the store is damaged, or was being changed")
         error = lldb.SBError()
         content = self._process.ReadMemory(address, size, error)
         if error.Fail() or len(content) != size:
@@ -59,10 +61,9 @@ class Memory:
 
 
 class Containers(Memory):
-    """The maps and strings of a C++ library. Shared pointers and vectors are the same in all."""
+    """The maps and strings of a C++ library. (Shared pointers and vectors have the same layout in all of them.)"""
 
-    # Of a map: where its size and the root of its tree are. Of a node: its children, and where the entry begins, by the
-    # entry's alignment.
+    # Offsets in a map: size and root of its tree. Offsets in a node: its children, and the entry by its alignment.
     SIZE, ROOT, LEFT, RIGHT, ENTRY = None, None, None, None, None
 
     def entries(self, address, alignment=8):
@@ -74,7 +75,7 @@ class Containers(Memory):
             while node:
                 passed.append(node)
                 if len(passed) > 128:
-                    raise Problem(f"the map at {address:#x} is damaged, or being changed")
+                    raise Problem(f"the map at {address:#x} is damaged, or was being changed")
                 node = self.pointer(node + self.LEFT)
             node = passed.pop()
             left_for -= 1
@@ -151,7 +152,7 @@ class Pipe:
 
 
 class Store:
-    """The store as it lies in memory. Refuses with a Problem what cannot be shown."""
+    """The store in memory. Raises a Problem if it cannot be shown."""
 
     def __init__(self, target):
         process = target.GetProcess()
@@ -163,7 +164,7 @@ class Store:
         self.memory = Memory(process)
         self.address = self.memory.pointer(self._find_owner(target))
         if self.address == 0:
-            raise Problem("no store: it was not created yet, or has been destroyed")
+            raise Problem("no store: it was not created yet, or was destroyed")
         map_size = self._field("pipe_elem", "mFrames").GetType().GetByteSize()
         for library in (Libstdcpp, Libcpp):
             if library.MAP_SIZE == map_size:
@@ -203,14 +204,14 @@ class Store:
         return self.member(self.address, "ParamSet", "mMutex")
 
     def holder_of_mutex(self):
-        """The thread that holds the store's mutex, None if nobody does. Not every C library tells which: then 0."""
+        """The thread that holds the store's mutex; None if no thread does; 0 if the C library does not tell which."""
         if self.memory.number(self.mutex(), 2) & 3 == 0:
             return None
         owner = self.memory.number(self.mutex() + 8)
         return self.process.GetThreadByID(owner) if owner else 0
 
     def tags(self):
-        """The registry, which is where the frames say that it is."""
+        """The registry. Each frame has a pointer to it."""
         any_frame = self.memory.pointer(self.member(self._pipe_address(0, 0), "pipe_elem", "mF0"))
         registry = self.memory.pointer(self.member(any_frame, "ParamFrame", "mTagInfo"))
         tags = {}
@@ -255,7 +256,7 @@ def describe(tag, tags):
 
 
 def extent(ids):
-    """How many frames, and from which to which."""
+    """The number of frames, the first and the last."""
     return f"{len(ids)}: {min(ids)} to {max(ids)}" if ids else "-"
 
 
@@ -273,7 +274,7 @@ FRAMES_WIDTHS = (10, 6, -14, 14, -10)
 
 
 def row(widths, *cells):
-    """A line of a table. A negative width puts the text at the left."""
+    """A line of a table. A negative width aligns the text to the left."""
     texts = ("-" if cell is None else str(cell) for cell in cells)
     padded = (text.ljust(-width) if width < 0 else text.rjust(width) for width, text in zip(widths, texts))
     return " ".join(padded).rstrip()
@@ -328,7 +329,7 @@ def frames(store, arguments):
 
 
 def resolve(pipe, frame, tag, known):
-    """As a plain read does: the frame that answers, and why."""
+    """The frame that answers a plain get, and why."""
     erased = pipe.erase_points.get(tag, 0)
     if frame == 0:
         return 0, "frame 0 was asked for"
@@ -340,12 +341,12 @@ def resolve(pipe, frame, tag, known):
         return frame, "it has a value of its own"
     checkpoint = pipe.newest_checkpoint(tag, frame)
     if checkpoint == 0:
-        return 0, "neither it nor an earlier frame was given a value"
+        return 0, "neither it nor an earlier frame has a value"
     return checkpoint, "the newest before it with a value"
 
 
 def dump(content):
-    """Rows of bytes; one '*' stands for rows that are as the one before."""
+    """Rows of bytes. A '*' stands for rows that are equal to the row before."""
     before, is_folded = None, False
     for begin in range(0, len(content), 16):
         part = content[begin : begin + 16]
@@ -365,32 +366,32 @@ def value(store, arguments):
         yield f"the newest frame is {frame}"
     known = tags.get(tag)
     if known is None or not known.has_creator:
-        raise Problem(f"tag {tag} is not registered: no read finds a value")
+        raise Problem(f"tag {tag} is not registered, so reads fail")
     answering, why = resolve(pipe, frame, tag, known)
     yield (f"frame {frame}, tag {tag} {known.name} ({known.data_type}, {known.size} bytes): "
            f"answered by frame {answering}, {why}")
     own = pipe.frames.get(frame)
     if answering != frame and own is not None and tag in own.values:
-        yield f"frame {frame} has a value of its own, which only a get that waits finds"
+        yield f"frame {frame} has a value of its own, which only a synchronous get returns"
     holder = pipe.all_frames().get(answering)
     buffer = holder.values.get(tag, 0) if holder is not None else 0
     if buffer:
         yield from dump(store.memory.read(buffer, known.size))
     elif answering == 0:
-        yield "frame 0 has no value yet: a read makes one, of bytes that are 0"
+        yield "frame 0 has no value yet: a read creates one with all bytes 0"
     else:
-        yield f"frame {answering} has gone, or has no value any more: a read fails"
+        yield f"frame {answering} no longer exists or has no value any more: a read fails"
 
 
 # ---- waiters
 
 
 def sleeps_on(thread):
-    """The address that the thread sleeps on, and the library's functions that it is in, innermost first."""
+    """The address on which the thread waits, and its functions of the library, innermost first."""
     inner = [thread.GetFrameAtIndex(i) for i in range(min(STACK_DEPTH, thread.GetNumFrames()))]
     name = ARGUMENT_REGISTERS.get(thread.GetProcess().GetTarget().GetTriple().split("-")[0])
     if name is None:
-        raise Problem("the waiters of a process of this architecture cannot be told")
+        raise Problem("waiters cannot be found on this architecture")
     if any(word in (frame.GetFunctionName() or "") for frame in inner[:4] for word in WAKING_FUNCTIONS):
         return 0, []
     of_library = [f for f in inner if (f.GetModule().GetFileSpec().GetFilename() or "").startswith(LIBRARY)]
@@ -398,7 +399,7 @@ def sleeps_on(thread):
 
 
 def conditions(store):
-    """The address of each record's condition variable, and the record's camera, pipe, frame, tag and pipe content."""
+    """The address of each record's condition variable, with the record's camera, pipe number, frame, tag and pipe."""
     for camera, number, pipe in store.pipes():
         for frame, content in pipe.all_frames().items():
             for tag, record in content.records.items():
@@ -426,13 +427,13 @@ def waiters(store, _):
             holder = store.holder_of_mutex()
             what = "the store's mutex" + (f", which {name_of(holder)} holds" if holder else "")
         elif functions and address and any("getParamSyn" in name for name in functions):
-            what = "a frame that has left its pipe"
+            what = "a frame that was removed from its pipe"
         else:
             continue
         found = True
         yield f"{name_of(thread)} waits for {what}"
     if not found:
-        yield "nobody waits in the store"
+        yield "no thread waits in the store"
 
 
 # ---- the command
@@ -451,7 +452,7 @@ parse_id.__name__ = "number"
 
 
 class Help(Exception):
-    """The text that --help asks for."""
+    """The help text, raised to end the parsing."""
 
 
 class Parser(argparse.ArgumentParser):
@@ -468,14 +469,14 @@ def parser():
     places = {
         "camera": {"type": int, "metavar": "CAM"},
         "pipe": {"type": int, "metavar": "PIPE"},
-        "frame": {"type": parse_id, "metavar": "FRAME", "help": "frame id; 0 is frame 0, 'last' the newest"},
+        "frame": {"type": parse_id, "metavar": "FRAME", "help": "frame id; 0 is frame 0, 'last' is the newest"},
         "tag": {"type": parse_id, "metavar": "TAG"},
     }
     for run, text, names in (
         (status, "cameras, pipes, frames and tags in use", ()),
-        (frames, "the frames of a pipe, with what they hold", ("camera", "pipe")),
-        (value, "which frame answers a plain read, and its bytes", ("camera", "pipe", "frame", "tag")),
-        (waiters, "who waits for what, since which frame, on which thread", ()),
+        (frames, "the frames of a pipe, with their values and records", ("camera", "pipe")),
+        (value, "which frame answers a plain get, and the value's bytes", ("camera", "pipe", "frame", "tag")),
+        (waiters, "which threads wait, and for which value or for the mutex", ()),
     ):
         subcommand = subcommands.add_parser(run.__name__, help=text, description=text)
         subcommand.set_defaults(run=run)
@@ -495,7 +496,7 @@ class ParamsetCommand:
             holder = store.holder_of_mutex()
             if holder is not None:
                 who = name_of(holder) if holder else "a thread"
-                result.AppendMessage(f"{who} holds the store's mutex: what is shown may be half changed")
+                result.AppendMessage(f"{who} holds the store's mutex: the store may be half changed")
             for line in arguments.run(store, arguments):
                 result.AppendMessage(line)
         except Help as text:
