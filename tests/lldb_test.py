@@ -158,7 +158,7 @@ def hung(library, platform):
         try:
             process.stdout.readline()
             answers = ask(["-p", str(process.pid)], ["paramset status"])
-            expect(answers[0], r"^error: paramset: no store: it was not created yet, or has been destroyed$")
+            expect(answers[0], r"^error: paramset: no store: it was not created yet, or was destroyed$")
             process.stdin.write("\n")
             process.stdin.flush()
             process.stdout.readline()

@@ -111,8 +111,8 @@ std::string FlickerText::endOf(const Reason& reason) const {
     std::string text;
     const std::string thread = threadOf(reason.thread);
     if (reason.cause == Cause::LATE && reason.busyUs != UNKNOWN && mLog.hasTimes()) {
-        text = ", because " + (thread.empty() ? "whoever delivers it" : thread) + " was busy for " +
-               milliseconds(reason.busyUs);
+        text =
+            ", because " + (thread.empty() ? "its producer" : thread) + " was busy for " + milliseconds(reason.busyUs);
         if (reason.busyFrame != 0) text += " with frame " + std::to_string(reason.busyFrame);
     } else if (!thread.empty()) {
         text = whose(reason.cause, thread);

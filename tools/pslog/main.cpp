@@ -4,9 +4,9 @@
 
 int main(int argc, char** argv) {
     pslog::Program program(
-        "Reads the messages of the parameter store from a log: a host's, or the platform logger's in any of its\n"
-        "formats, also amid other text, as in a bug report, and compressed with gzip or zstd. Most answers need a\n"
-        "log of level 5.");
+        "Reads the messages of the parameter store from a log of a host, or of a device in any format of the\n"
+        "platform's logger. The log may be compressed with gzip or zstd, and may contain other text, as a bug report\n"
+        "does. Most answers need a log of level 5.");
     addSummaryCommand(program);
     addFlickersCommand(program);
     addWhyCommand(program);
