@@ -38,7 +38,7 @@ void ParamSet::Hold::retire() {
 }
 
 bool ParamSet::Hold::end() {
-    int tries = 100000;
+    int tries = 1000000;  // some tenths of a second
     const auto mayWait = [&tries] {
         std::this_thread::yield();
         return --tries > 0;

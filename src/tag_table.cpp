@@ -15,7 +15,9 @@ namespace {
 constexpr int kFewestBits = 6;
 constexpr int kTriesInOperation = 8;  // the store's mutex is held meanwhile
 constexpr int kTriesOutside = 1000;
-constexpr int kTriesAtEnd = 100000;
+// Some tenths of a second. The holder may be a registration that lost its processor, or this very thread.
+constexpr int kTriesAtCreation = 1000000;
+constexpr int kTriesAtEnd = 1000000;
 
 // Takes gRigisterMutex for a scope, if it is free within so many tries and the library has not been unloaded. This very
 // thread may hold it already: POSIX lets a thread try a mutex that it holds, std::mutex::try_lock does not.
@@ -86,7 +88,7 @@ TagTable::Slots::Slots(size_t tags) {
 }
 
 TagReader::TagReader() {
-    if (const RegistryTry registry{kTriesOutside}) readMap();
+    if (const RegistryTry registry{kTriesAtCreation}) readMap();
 }
 
 TagReader::~TagReader() {
