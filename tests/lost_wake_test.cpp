@@ -25,6 +25,7 @@ thread_local const std::function<void()>* tBeforeClock = nullptr;  // needs no c
 thread_local std::function<void()> tBeforeWait;
 thread_local std::function<void()> tBeforeSecondNotification;
 thread_local int tNotifications = 0;
+thread_local time_t tSkippedSeconds = 0;  // by which the clock is ahead
 std::atomic<int> gWaits{0};
 
 void runOnce(std::function<void()>& hook) {
@@ -39,7 +40,9 @@ void runOnce(std::function<void()>& hook) {
 extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
     // An allocator may ask for the time, so nothing here allocates, as dlsym may.
     if (const auto* hook = std::exchange(tBeforeClock, nullptr)) (*hook)();
-    return static_cast<int>(syscall(SYS_clock_gettime, clock, time));
+    const auto result = static_cast<int>(syscall(SYS_clock_gettime, clock, time));
+    time->tv_sec += tSkippedSeconds;
+    return result;
 }
 
 extern "C" int pthread_cond_clockwait(pthread_cond_t* cond, pthread_mutex_t* mutex, clockid_t clock,
@@ -133,6 +136,26 @@ TEST_F(LostWake, NotificationThatComesTooEarlyIsRepeated) {
         EXPECT_EQ(gWaits, 1) << ending.name;
         EXPECT_EQ(countLogged("wait timeout"), 0u) << ending.name;
     }
+}
+
+// Forty of sixty seconds: more than half.
+TEST_F(LostWake, WaitThatIsEndedLateDidNotTimeOut) {
+    const pid_t getter = threadId();
+    std::atomic<bool> isAtWait{false};
+    std::thread ender([&] {
+        await([&] { return isAtWait.load(); });
+        awaitSleep(getter);
+        deliver(20, 5);
+    });
+    tBeforeWait = [&] {
+        isAtWait = true;
+        tSkippedSeconds = 40;
+    };
+    const Got got = getSyn(20, kTag, kLong);
+    tSkippedSeconds = 0;
+    ender.join();
+    EXPECT_EQ(got, (Got{PS_OK, 5}));
+    EXPECT_EQ(countLogged("wait timeout"), 0u);
 }
 
 }  // namespace
