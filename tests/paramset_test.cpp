@@ -165,11 +165,52 @@ TEST_F(Paramset, TracedTagIsLoggedWhereLevelFourIsPrinted) {
                          }));
 }
 
+// As if there were no memory.
+class EmptyCreator : public zarn::param_creator_t<char> {
+public:
+    EmptyCreator() : param_creator_t<char>(4) {}
+    std::shared_ptr<void> create(void*) const override { return nullptr; }
+};
+
+TEST_F(Paramset, FrameMayHaveARegistryOfItsOwn) {
+    std::map<uint32_t, zarn::tag_info_t> registry;
+    registry[6].mCreator = std::make_shared<zarn::param_creator_t<char>>(4);
+    ParamFrame frame(0, 5, nullptr, &registry);
+    EXPECT_NE(frame.createTag(6, nullptr), nullptr);
+    EXPECT_EQ(frame.createTag(7, nullptr), nullptr);
+    EXPECT_EQ(countLogged("1 createTag: X Failed to create tag, no such creator: 7"), 1u);
+}
+
+// Each tag then has the size, the creator and the name of one of the two.
+TEST_F(Paramset, TagThatTwoThreadsRegisterIsThatOfOneOfThem) {
+    constexpr uint32_t kFirst = 1000, kTags = 20000;
+    host::setLogLevel(0);
+    std::atomic<int> arrived{0};
+    const auto registerAll = [&](uint32_t size) {
+        ++arrived;
+        while (arrived != 2) std::this_thread::yield();
+        const std::string name = std::to_string(size);
+        for (uint32_t tag = kFirst; tag < kFirst + kTags; ++tag) {
+            registerPsDynamicParam(tag, size, 0, name.c_str(), "bytes");
+        }
+    };
+    std::thread other(registerAll, 4u);
+    registerAll(8);
+    other.join();
+    for (uint32_t tag = kFirst; tag < kFirst + kTags; ++tag) {
+        const zarn::tag_info_t& info = zarn::gTagInfo.at(tag);
+        EXPECT_EQ(info.mName, std::to_string(info.mSize));
+        EXPECT_EQ(static_cast<const zarn::param_creator_t<char>&>(*info.mCreator).mSize, info.mSize);
+    }
+    std::array<char, 8> data{};
+    EXPECT_EQ(setPsParam(kCam, kPipe, 10, kFirst, data.data()), PS_OK);
+}
+
 TEST_F(Paramset, FrameHoldsItsOwnBuffersAndMetadata) {
     registerPsDynamicParam(1, 4, 0, "one", "uint32_t");
     registerPsDynamicParam(2, 0, 0, "two", "none");
     ParamSet::register_tag<char>(3, nullptr, 0, "no creator", "none", 0);
-    registerPsDynamicParam(5, 0xFFFFFFF0, 0, "more than all memory", "bytes");
+    ParamSet::register_tag<char>(5, new EmptyCreator, 0, "no memory", "bytes", 0);
     takeLog();
 
     auto frame = std::make_unique<ParamFrame>(4, 77, nullptr, &zarn::gTagInfo);
