@@ -49,9 +49,13 @@ class TagTable::EntryCopy {
 public:
     EntryCopy(uint32_t id, const tag_info_t& info)
         : mID(id),
-          mInfo{{}, {}, info.mCreator, info.mTagType, info.mSize, info.mRetainNum},
           mDataType(info.mDataType.begin(), info.mDataType.end()),
-          mName(info.mName.begin(), info.mName.end()) {}
+          mName(info.mName.begin(), info.mName.end()) {
+        mInfo.mCreator = info.mCreator;
+        mInfo.mTagType = info.mTagType;
+        mInfo.mSize = info.mSize;
+        mInfo.mRetainNum = info.mRetainNum;
+    }
 
     // gRigisterMutex not held.
     void addTo(std::map<uint32_t, tag_info_t>& out) const {
