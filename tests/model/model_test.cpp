@@ -5,7 +5,6 @@
 // A run consists of episodes of a few thousand calls. Each begins with an empty registry and a new store, and has its
 // own mix of calls.
 
-#include <dirent.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -14,7 +13,6 @@
 #include <csignal>
 #include <deque>
 #include <fstream>
-#include <iterator>
 #include <random>
 
 #include "tests/model/driver.h"
@@ -210,34 +208,40 @@ TEST(Model, RandomCallsGiveTheModelsResults) {
     RecordProperty("operations", std::to_string(step));
 }
 
-// The paths of the kept inputs, which are in this program's folder. Uses C functions, because a device's vendor modules
-// lack std::filesystem.
-std::vector<std::string> keptInputs() {
+namespace {
+
+// The kept inputs are in this program's folder, as on a device. Each line is an input in hexadecimal.
+std::string keptInputs() {
     char program[PATH_MAX] = {};
-    if (readlink("/proc/self/exe", program, sizeof(program) - 1) < 0) return {};
+    if (readlink("/proc/self/exe", program, sizeof(program) - 1) < 0) return "";
     const std::string path = program;
-    const std::string folder = path.substr(0, path.rfind('/')) + "/tests/model/corpus/";
-    std::vector<std::string> inputs;
-    DIR* listing = opendir(folder.c_str());
-    if (listing == nullptr) return {};
-    while (const dirent* entry = readdir(listing)) {
-        if (entry->d_name[0] != '.') inputs.push_back(folder + entry->d_name);
-    }
-    closedir(listing);
-    return inputs;
+    return path.substr(0, path.rfind('/')) + "/tests/model/corpus.txt";
 }
+
+std::vector<uint8_t> fromHex(const std::string& text) {
+    std::vector<uint8_t> bytes;
+    for (size_t i = 0; i + 1 < text.size(); i += 2) {
+        bytes.push_back(static_cast<uint8_t>(std::stoul(text.substr(i, 2), nullptr, 16)));
+    }
+    return bytes;
+}
+
+size_t gInput = 0;
+
+void tellInput(int) {
+    fprintf(stderr, "\nthe input is line %zu of tests/model/corpus.txt\n", gInput);
+}
+
+}  // namespace
 
 // The inputs that the fuzzer found worth keeping, and those that have once failed.
 TEST(Model, KeptInputsGiveTheModelsResults) {
-    std::signal(SIGABRT, SIG_DFL);  // a difference ends the process, after a message of its own
-    size_t count = 0;
-    for (const std::string& input : keptInputs()) {
-        std::ifstream file(input, std::ios::binary);
-        ASSERT_TRUE(file) << input;
-        const std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-        SCOPED_TRACE(input);
-        LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
-        count++;
+    std::signal(SIGABRT, tellInput);  // a difference ends the process, after a message of its own
+    std::ifstream file(keptInputs());
+    std::string line;
+    for (gInput = 1; std::getline(file, line); gInput++) {
+        const std::vector<uint8_t> input = fromHex(line);
+        LLVMFuzzerTestOneInput(input.data(), input.size());
     }
-    EXPECT_GT(count, 0u);
+    EXPECT_GT(gInput, 1u) << "no inputs in " << keptInputs();
 }
