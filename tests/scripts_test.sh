@@ -40,4 +40,8 @@ if [[ -e $work/started ]]; then
     cat "$work/started" >&2
     failed=1
 fi
+
+# Without its packages the log reader is not built.
+scripts/pslog summary </dev/null >"$work/out" 2>"$work/err" && complain "scripts/pslog succeeds without its packages"
+if grep "^$work/cmake " "$work/started" >&2; then complain "scripts/pslog begins a build without its packages"; fi
 exit "$failed"
