@@ -1,5 +1,5 @@
-// What it costs to keep the store alive during a call, in ways that do not change the declared type of its owner. The
-// library's own way is measured by a call that does nothing else, because its camera is out of limit.
+// Ways to keep the store alive during a call, and what they cost. None of them changes the declared type of the store's
+// owner. The library's own way is measured by a call that does nothing else, because its camera is out of limit.
 
 #ifndef PARAMSET_BENCH_HOLDING_H
 #define PARAMSET_BENCH_HOLDING_H

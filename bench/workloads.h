@@ -26,7 +26,7 @@ struct Shape {
 constexpr uint32_t kLiveFrames = 16;  // frames that remain after an erase with a lag of ten
 constexpr uint32_t kEraseLag = 10;
 
-// A value that shows whose it is: it begins with a number that is computed from frame and tag.
+// A value that shows which frame and tag it belongs to: it begins with a number that is computed from frame and tag.
 class Value {
 public:
     explicit Value(uint32_t size) : mBytes(size) {}

@@ -1,6 +1,6 @@
-// If an allocation of the library fails, it prints a line and ends the process. The exception is the memory of a
-// std::string that the C++ library allocates. The library is built without exceptions: one that passed through it would
-// leave its mutex locked, even if the caller caught it. The version script hides this operator new from the program.
+// If an allocation of the library fails, prints a line and ends the process. (Not so for a std::string, whose memory
+// the C++ library may allocate itself.) The library is built without exceptions: one that passed through it would leave
+// its mutex locked, even if the caller caught it. The version script hides this operator new from the program.
 // It calls the global one, which a program may replace.
 
 #include <new>

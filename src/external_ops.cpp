@@ -44,7 +44,7 @@ uint32_t call(Operation const& slot, const cam_elem* elem, size_t handle, Args..
     return static_cast<uint32_t>(operation(load(elem->mHandle[handle]), args...));
 }
 
-// Whether the operation is installed and would read a value at the caller's null pointer.
+// Whether the command's operation is installed and needs a value of the caller, whose pointer is null.
 bool lacksInput(const zarn_ops& ops, uint32_t code, const void* in) {
     if (in != nullptr) return false;
     switch (code) {

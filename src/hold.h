@@ -37,7 +37,7 @@ public:
     // From now on no call finds the store, and sInstance no longer owns it.
     static void retire();
     // From now on no store is found or built. Waits for threads that build or retire one; the wait is bounded, because
-    // it may be this very thread. Returns whether calls still use a store.
+    // this very thread may be one of them. Returns whether calls still use a store.
     static bool end();
 
     // Lives while a store is being built. One at a time.

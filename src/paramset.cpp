@@ -36,8 +36,8 @@ int32_t retainNumOf(int tagType, int asked) {
 }
 
 // An ordinary function, because the log shows its name: compilers disagree about __func__ in a specialised template.
-void register_tag(uint32_t tag, const std::shared_ptr<param_creator_t<char>>& creator, bool isLibrarys, int tagType,
-                  const char* name, const char* dataType, int retainNum) {
+void register_tag(uint32_t tag, const std::shared_ptr<param_creator_t<char>>& creator, bool isLibraryCreator,
+                  int tagType, const char* name, const char* dataType, int retainNum) {
     const std::optional<bool> isRegistered = TagTable::isRegistered(tag);
     if (isRegistered == true) return;
 
@@ -56,7 +56,7 @@ void register_tag(uint32_t tag, const std::shared_ptr<param_creator_t<char>>& cr
     info.mSize = creator != nullptr ? creator->mSize : 0;
     info.mName = std::move(nameText);
     info.mRetainNum = retainNumOf(tagType, retainNum);
-    TagTable::publish(tag, info, isLibrarys);
+    TagTable::publish(tag, info, isLibraryCreator);
     PS_LOG(3, "ParamSet tag:%d, name:%s, dataType:%s, size:%d, tagType:%d, retainNum:%d", tag, info.mName.c_str(), info.mDataType.c_str(), info.mSize, tagType, info.mRetainNum);
 }
 

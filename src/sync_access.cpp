@@ -23,7 +23,7 @@ namespace zarn {
 struct ParamSet::Awaited {
     Answer answer;
     std::optional<uint32_t> result = {};    // none: the result of preproc
-    std::shared_ptr<ParamFrame> held = {};  // keeps the frame alive that the get waited in; it may have been erased
+    std::shared_ptr<ParamFrame> held = {};  // the frame of the wait, kept alive: an erase may remove it
 };
 
 // Where a synchronous set writes.
@@ -169,7 +169,7 @@ uint32_t ParamSet::_setParamSyn(uint32_t camID, int pipe, uint32_t frameID, uint
     FrameStatus& status = request.pipe.record(frame, request.tag);
     Woken woken;
     if (status.mState == kWaitedFor) {
-        // Three statements with one text, for frame 0, an existing frame and a new one: their line numbers differ.
+        // The line number in the log tells the three cases apart: frame 0, an existing frame, a new frame.
         if (frameID == 0) PS_LOG(5, "set notify all");
         if (frameID != 0 && !isNew) PS_LOG(5, "set notify all");
         if (isNew) PS_LOG(5, "set notify all");

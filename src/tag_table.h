@@ -34,7 +34,7 @@ struct RegisteredTag {
 
 class TagTable {
 public:
-    // Whether the map has the tag; none if the answer would have to wait for gRigisterMutex.
+    // Whether the map has the tag; nullopt if the answer would have to wait for gRigisterMutex.
     static std::optional<bool> isRegistered(uint32_t id);
     // The map's creator of the tag; null if there is none.
     static std::shared_ptr<creator_base_t> creatorOf(uint32_t id);

@@ -1,4 +1,4 @@
-// The trace switch: while a call works on the traced tag, its tracing lines rise from level 5 to level 4.
+// The trace switch: while a call works on the traced tag, its tracing lines have level 4 instead of 5.
 
 #ifndef PARAMSET_TRACE_H
 #define PARAMSET_TRACE_H

@@ -132,8 +132,8 @@ bool staysLevel(uint32_t frames, uint32_t seconds) {
     std::printf("held at most: %zu frames, %zu checkpoints, %zu records\n", most.frames, most.checkpoints,
                 most.records);
     std::printf("resident: %zu KiB, slope %.1f KiB per million frames\n", resident.back(), slope);
-    // Not judged under a sanitizer, which keeps freed memory and is large from the start, nor in a short run, which is
-    // only warm-up.
+    // The slope is not judged under a sanitizer, which keeps freed memory and is large from the start, nor in a short
+    // run, which is only warm-up.
     const bool isJudged = done >= 300000 && resident[resident.size() / 4] < 32 * 1024;
     return wrong == 0 && most.frames < 150 && most.checkpoints < 300 && most.records < 300 &&
            !(isJudged && slope > 200);
@@ -257,7 +257,7 @@ void countMissed(uint32_t handOffs, int busyThreads, uint32_t latest) {
         if (frame % 64 == 0) erasePs(0, 2, frame);
     }
     for (std::thread& thread : threads) thread.join();
-    std::printf("%d busy threads, delivery up to %4u us after the get: of %u gets %u waited, %u missed it\n",
+    std::printf("%d busy threads, delivery up to %4u us after the get: of %u gets %u waited, %u missed the delivery\n",
                 busyThreads, latest, handOffs, waited, missed);
 }
 

@@ -6,8 +6,9 @@
 
 namespace pipeline {
 
-// If this module is late, its frame may have been erased; frame 0 then answers with the newest erased frame. The ISP
-// was at that frame plus the retain number when it erased it, so that is the first frame that may still need a gain.
+// If this module is late, its frame may have been erased. Frame 0 then answers with the value of the newest erased
+// frame. The ISP erased that frame when it was as many frames further on as the retain number. The frame that the ISP
+// had reached is the first one that may still need a gain.
 void Exposure::process() {
     for (uint32_t frame = 1;; ++frame) {
         FrameReady ready = awaitFrame(frame);

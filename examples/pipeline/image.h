@@ -28,7 +28,8 @@ private:
 /// Mean of each plane, and the histogram of luma.
 Statistics measure(const Frame& frame);
 
-/// Writes @p in with the gain applied to @p out, which has the same format. Returns the mean luma of @p out.
+/// Applies the gain to @p in and writes the result to @p out, which has the same format. Returns the mean luma of
+/// @p out.
 double applyGain(const GainTable& table, const Frame& in, Frame& out);
 
 /// Mean luma that a picture with this histogram has after the gain is applied.

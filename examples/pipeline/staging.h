@@ -41,8 +41,8 @@ public:
 
     bool isEmpty() const { return mFaults.empty(); }
 
-    /// Whether the fault is staged; for any frame if @p frame is 0, any module if @p module is MODULE_COUNT. If so,
-    /// @p number is its number, if it has one.
+    /// Whether the fault is staged for the tag, the frame (0: for any frame) and the module (MODULE_COUNT: for any
+    /// module). If so, and if the fault has a number, copies the number to @p number.
     bool has(Fault fault, uint32_t tag, uint32_t frame, ModuleName module = MODULE_COUNT, int* number = nullptr) const;
 
     /// Notes that a fault has happened.

@@ -12,8 +12,8 @@ namespace pipeline {
 
 class Staging;
 
-/// Frame buffers of a camera. Fewer than the frames for which an ordinary value is kept, so that the values that free a
-/// buffer are never erased while the sensor still waits for them.
+/// Frame buffers of a camera. Fewer than the frames for which the store keeps a dynamic value. So the value that frees
+/// a buffer is never erased while the sensor still waits for it.
 constexpr uint32_t BUFFER_COUNT = 4;
 
 /// How far exposure looks back, and how much of its history is kept for that.
@@ -24,7 +24,7 @@ constexpr int HISTORY_RETAIN = 30;
 /// the delivery would make the erased frame again.
 constexpr int GAIN_RETAIN = 30;
 
-/// Greatest stall of a module. With it, a gain is late by at most half of GAIN_RETAIN frames.
+/// Greatest stall of a module. After it, a gain comes at most GAIN_RETAIN / 2 frames late.
 constexpr int MAX_STALL_MS = 1000;
 
 constexpr zarn::Pipe FRAME_PIPE{0};       ///< from the sensor, with the metadata; erased by the ISP
@@ -76,7 +76,7 @@ struct Marker {
 struct Tuning {
     Stamp stamp;
     float targetLuma;
-    float damping;           ///< how far one frame moves the gain to the wanted one, as a part; logarithmic
+    float damping;           ///< in one frame the gain moves by this part of the way to the wanted gain; logarithmic
     float minGain, maxGain;  ///< limits of the gain
     float tolerance;         ///< the gain is held while mean luma is this near its target and the scene is steady
 };

@@ -212,7 +212,7 @@ private:
         mY += 18;
     }
 
-    /// Draws a note about the frames between two rows that are not shown.
+    /// Draws a note that says how many frames between two rows are not shown.
     void drawFold(const RowId& before, const RowId& next) {
         if (next.stream != before.stream) return drawNote("the camera starts again");
         const uint32_t folded = next.frame - before.frame - 1;

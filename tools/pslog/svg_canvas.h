@@ -1,4 +1,5 @@
-// An SVG document under construction. Layers are stacked independently of the drawing order: background, quiet, loud.
+// An SVG document under construction. Its shapes are in three layers, whatever the drawing order: the background, above
+// it the quiet shapes (ordinary reads and values), and on top the loud ones (flickers).
 
 #ifndef PSLOG_SVG_CANVAS_H
 #define PSLOG_SVG_CANVAS_H

@@ -1,8 +1,9 @@
 // Where the marks of one frame lie in the lane of one tag.
 //
-// Marks of flickers have as many lines as they need not to cover one another: a bar for a wait that timed out, a
-// diamond for an answer that was not the frame's own, and the number of frames that it was off. A wait that is longer
-// than the scale is drawn there too, with its length as a number. Values and ordinary waits share one line beneath.
+// The mark of a flicker is a bar for a wait that timed out, or a diamond for an answer that was not the frame's own,
+// with the number of frames that it was off. Marks that would cover one another are placed on different lines. These
+// lines also have the waits that are longer than the scale, with their length as a number. Values and ordinary waits
+// share one line beneath.
 
 #ifndef PSLOG_SVG_CELL_H
 #define PSLOG_SVG_CELL_H

@@ -10,8 +10,8 @@ namespace pslog {
 
 namespace {
 
-/// The bytes of the character that the text begins with, 0 if it does not begin with one. Encodings that are longer
-/// than need be, and halves of surrogate pairs, are none.
+/// The number of bytes of the character that the text begins with, 0 if it does not begin with a valid one. Overlong
+/// encodings and halves of surrogate pairs are not valid.
 size_t characterAt(std::string_view text, uint32_t& character) {
     const auto first = static_cast<uint8_t>(text[0]);
     if (first < 0x80) {
@@ -31,7 +31,8 @@ size_t characterAt(std::string_view text, uint32_t& character) {
     return tooLong || surrogate || character > 0x10FFFF ? 0 : size;
 }
 
-/// Control characters (a terminal obeys those of both ranges), what reverses or breaks lines, and what is no character.
+/// Control characters of both ranges (a terminal obeys them), characters that change the direction of the text or break
+/// lines, and code points that are no characters.
 bool isHarmful(uint32_t c) {
     const auto in = [c](uint32_t least, uint32_t most) { return c >= least && c <= most; };
     return c < 0x20 || in(0x7F, 0x9F) || in(0x2028, 0x202E) || in(0x2066, 0x2069) || c == 0x200E || c == 0x200F ||
