@@ -155,6 +155,11 @@ TEST_F(PslogTimelineTest, LeadsToTheFrameThatFlickers) {
     EXPECT_EQ(count(frames, "camera 0: 3000 frames, 1 time-out, 1 fall-back"), 1u) << "the end of the stream is none";
     for (const char* frame : {"1773", "1777", "1781"}) EXPECT_EQ(count(frames, frame), 1u) << frame;
     for (const char* frame : {"1772", "1782", "3001"}) EXPECT_EQ(count(frames, frame), 0u) << frame;
+    // The strip's first and last label, one between them, and the notes about the frames that are left out.
+    const std::vector<std::string> all = texts(0, 4000);
+    for (const char* words : {"1", "500", "3000", "1772 frames not shown", "1219 frames not shown"}) {
+        EXPECT_EQ(count(all, words), 1u) << words;
+    }
     // The strip of all frames, and the row: nothing else is loud.
     size_t ticks = 0, bars = 0, labels = 0;
     for (const pugi::xml_node& shape : loud("*")) {
@@ -167,6 +172,11 @@ TEST_F(PslogTimelineTest, LeadsToTheFrameThatFlickers) {
     EXPECT_EQ(bars, 2u) << "the bar and its diamond";
     EXPECT_EQ(labels, 2u) << "the legend and the row";
     EXPECT_EQ(mPicture.select_nodes("//g[@class='quiet']/following-sibling::g[@class='loud']").size(), 1u) << "on top";
+
+    draw(streamOf(100, 50));  // so few frames that each has a bin of its own in the strip
+    EXPECT_EQ(count(texts(0, 4000), "100"), 1u);
+    EXPECT_EQ(count(texts(0, 4000), "101"), 0u);
+    EXPECT_EQ(count(texts(0, 4000), "46 frames not shown"), 1u);
 
     draw(streamOf(30, 0));
     EXPECT_EQ(count(texts(0, 70), "camera 0: 30 frames, no flicker"), 1u);
@@ -272,6 +282,27 @@ TEST_F(PslogTimelineTest, IsNeverTooWideAndFoldsTagsThatDoNotFit) {
         EXPECT_EQ(count(texts(0, 4000), "tag 123"), 0u);
         EXPECT_EQ(count(texts(0, 4000), "176 more tags"), tags == 200 ? 1u : 0u);
         EXPECT_EQ(count(texts(0, 4000), "176 time-outs, 176 fall-backs"), tags == 200 ? 1u : 0u);
+    }
+}
+
+TEST_F(PslogTimelineTest, ShortensNamesSoThatTheyStayDifferent) {
+    LogMaker log;
+    for (uint32_t tag = 100; tag < 120; ++tag) {
+        log.name(tag, "vendor.isp.block" + std::to_string(tag) + ".caf\u00e9");
+        for (uint32_t frame = 1; frame <= 9; ++frame) {
+            log.at(frame * 100000);
+            log.deliver(frame, tag, tag);
+            if (frame == 7) log.wait(frame, tag, 42, 50, true, frame - 1);
+        }
+    }
+    draw(log.text());
+    for (uint32_t tag = 100; tag < 120; ++tag) {
+        const std::string name = "vendor.isp.block" + std::to_string(tag) + ".caf\u00e9";
+        const std::string path = "//text[title='" + name + "']";
+        const std::string shown = mPicture.select_node(path.c_str()).node().child_value();
+        EXPECT_TRUE(has(shown, "vend")) << shown;
+        EXPECT_TRUE(has(shown, "~")) << shown;
+        EXPECT_TRUE(has(shown, std::to_string(tag) + ".caf\u00e9")) << shown;
     }
 }
 

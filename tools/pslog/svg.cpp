@@ -174,8 +174,9 @@ private:
                      {colorOf(camera.tally), 14, true});
         mY += 26;
         if (!isWhole) {
-            mCanvas.text(Layer::QUIET, 10, mY + 12, "all frames", {color::GREY, 11});
-            mCanvas.text(Layer::QUIET, 10, mY + 37, "shown", {color::GREY, 11});
+            mCanvas.text(Layer::QUIET, 10, mY + 11, "fall-backs", {color::EARLIER_TEXT, 11});
+            mCanvas.text(Layer::QUIET, 10, mY + 26, "time-outs", {color::TIMED_OUT, 11});
+            mCanvas.text(Layer::QUIET, 10, mY + 40, "shown", {color::GREY, 11});
             drawStrip(mCanvas, camera, LEFT, mY, mWidth - LEFT - RIGHT);
             mY += STRIP_HEIGHT;
         }
@@ -200,8 +201,7 @@ private:
         for (const RowId& end : camera.ends) {
             if (end.stream == last.stream && end.frame == last.frame + 1) drawNote("the stream ends here");
         }
-        if (last < camera.newest && camera.newest.frame > last.frame + 1)
-            drawFold(last, {camera.newest.stream, camera.newest.frame + 1});
+        if (last < camera.newest) drawFold(last, {camera.newest.stream, camera.newest.frame + 1});
     }
 
     void drawNote(const std::string& words) {
@@ -225,8 +225,9 @@ private:
         for (size_t column = 0; column < lanes.drawn.size(); ++column) {
             const Lane& drawn = lane(lanes.drawn[column]);
             const double x = laneX(column), room = mLaneWidth - LANE_GAP;
-            mCanvas.text(Layer::QUIET, x, mY + 14, fitted(nameOf(drawn.key.tag, mLog.tags()), 12.5, room),
-                         {color::TEXT, 12.5, true});
+            const std::string name = tagOf(lanes.drawn[column]), shown = fitted(name, 12.5, room);
+            const pugi::xml_node title = mCanvas.text(Layer::QUIET, x, mY + 14, shown, {color::TEXT, 12.5, true});
+            if (shown != name) addTitle(title, name);
             mCanvas.text(Layer::QUIET, x, mY + 28,
                          "pipe " + std::to_string(drawn.key.pipe) + ", tag " + std::to_string(drawn.key.tag),
                          {color::GREY, 11});

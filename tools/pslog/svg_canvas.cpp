@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <vector>
 
 namespace pslog {
 
@@ -47,12 +48,14 @@ double widthOf(const std::string& words, double size) {
 
 std::string fitted(const std::string& words, double size, double width) {
     if (widthOf(words, size) <= width) return words;
-    std::string result = words;
-    do {
-        while (!result.empty() && !beginsCharacter(result.back())) result.pop_back();
-        if (!result.empty()) result.pop_back();
-    } while (!result.empty() && widthOf(result + "~", size) > width);
-    return result + "~";
+    std::vector<size_t> starts;  // of the characters
+    for (size_t i = 0; i < words.size(); ++i) {
+        if (beginsCharacter(words[i])) starts.push_back(i);
+    }
+    const auto room = static_cast<size_t>(width / widthOf("~", size));
+    const size_t kept = room > 0 ? room - 1 : 0, front = kept / 3, back = kept - front;
+    const size_t tail = back == 0 ? words.size() : starts[starts.size() - back];
+    return words.substr(0, starts[front]) + "~" + words.substr(tail);
 }
 
 Canvas::Canvas() {

@@ -51,7 +51,7 @@ std::string pixels(double value);
 /// An upper bound of a text's width in a browser's sans-serif font.
 double widthOf(const std::string& words, double size);
 
-/// The text, cut to fit.
+/// The text, without its middle if it does not fit: names often differ only at their ends.
 std::string fitted(const std::string& words, double size, double width);
 
 }  // namespace pslog

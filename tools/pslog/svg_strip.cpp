@@ -12,7 +12,9 @@ namespace pslog {
 namespace {
 
 constexpr double GROUND_HEIGHT = 30;
-constexpr double LEAST_TICK = 3;  ///< least height of a tick that can be seen
+constexpr double LEAST_TICK = 3;  ///< least width of a tick that can be seen
+constexpr double LABEL_DISTANCE = 110;
+constexpr double LABEL_ROOM = 50;
 
 std::string counted(uint64_t count, const char* what) {
     return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
@@ -27,12 +29,12 @@ class Strip {
 public:
     Strip(Canvas& canvas, const Camera& camera, double x, double y, double width)
         : mCanvas(canvas), mCamera(camera), mX(x), mY(y), mBinWidth(width / static_cast<double>(camera.bins.size())) {
+        mLabelEvery = labelEvery(mBinWidth / static_cast<double>(uint64_t{1} << camera.binShift));
         mCanvas.rect(Layer::BACKGROUND, x, y, width, GROUND_HEIGHT, color::GROUND);
         mCanvas.rect(Layer::BACKGROUND, x, y + GROUND_HEIGHT / 2, width, 0.5, color::LIGHT);
     }
 
     void draw() {
-        const size_t labelEvery = std::max<size_t>(1, static_cast<size_t>(std::ceil(110 / mBinWidth)));
         size_t number = 0;
         for (const auto& [bin, tally] : mCamera.bins) {
             drawTicks(number, bin, tally);
@@ -40,12 +42,7 @@ public:
                 mCanvas.rect(Layer::LOUD, left(number), mY + GROUND_HEIGHT + 2, std::max(LEAST_TICK, mBinWidth), 4,
                              color::TEXT);
             }
-            if (number % labelEvery == 0 && left(number) + 60 < left(mCamera.bins.size())) {
-                mCanvas.rect(Layer::QUIET, left(number), mY + GROUND_HEIGHT, 0.7, 9, color::GREY);
-                mCanvas.text(Layer::QUIET, left(number), mY + GROUND_HEIGHT + 20,
-                             std::to_string(std::max<uint64_t>(1, uint64_t{bin.frame} << mCamera.binShift)),
-                             {color::GREY, 10});
-            }
+            drawLabel(number, bin);
             ++number;
         }
         mCanvas.text(Layer::QUIET, left(number), mY + GROUND_HEIGHT + 20, std::to_string(mCamera.newest.frame),
@@ -53,6 +50,28 @@ public:
     }
 
 private:
+    /// Labels the first frame, and round numbers.
+    void drawLabel(size_t number, const RowId& bin) {
+        const uint64_t first = uint64_t{bin.frame} << mCamera.binShift, frames = uint64_t{1} << mCamera.binShift;
+        uint64_t frame = std::max<uint64_t>(1, first);
+        if (number > 0) frame = (frame + mLabelEvery - 1) / mLabelEvery * mLabelEvery;
+        if (frame >= first + frames) return;
+        const double x = left(number) + mBinWidth * static_cast<double>(frame - first) / static_cast<double>(frames);
+        if (x < mLabelsEnd || x + LABEL_ROOM > left(mCamera.bins.size())) return;
+        mCanvas.rect(Layer::QUIET, x, mY + GROUND_HEIGHT, 0.7, 9, color::GREY);
+        mCanvas.text(Layer::QUIET, x, mY + GROUND_HEIGHT + 20, std::to_string(frame), {color::GREY, 10});
+        mLabelsEnd = x + LABEL_ROOM;
+    }
+
+    /// The distance of labels in frames.
+    static uint64_t labelEvery(double frameWidth) {
+        for (uint64_t ten = 1;; ten *= 10) {
+            for (const uint64_t times : {1, 2, 5}) {
+                if (frameWidth * static_cast<double>(ten * times) >= LABEL_DISTANCE) return ten * times;
+            }
+        }
+    }
+
     double left(size_t bin) const { return mX + mBinWidth * static_cast<double>(bin); }
 
     /// Draws time-outs below the middle, fall-backs above.
@@ -77,6 +96,8 @@ private:
     Canvas& mCanvas;
     const Camera& mCamera;
     double mX, mY, mBinWidth;
+    uint64_t mLabelEvery = 1;
+    double mLabelsEnd = 0;  ///< where the room of the last label ends
 };
 
 }  // namespace

@@ -50,6 +50,17 @@ bool isOfOneLane(const FrameRow& row) {
     return std::all_of(row.marks.begin(), row.marks.end(), [&](const Mark& m) { return m.lane == row.marks[0].lane; });
 }
 
+/// Makes a row the end of its stream. It no longer counts as a frame.
+void takeEnd(Camera& camera, Rows::iterator end) {
+    const auto binOf = [&](RowId id) { return RowId{id.stream, id.frame >> camera.binShift}; };
+    const RowId last = std::prev(end)->first;
+    if (!(binOf(last) == binOf(end->first))) camera.bins.erase(binOf(end->first));
+    if (camera.newest == end->first) camera.newest = last;
+    camera.ends.push_back(end->first);
+    camera.rows.erase(end);
+    --camera.frames;
+}
+
 /// Finds the ends of streams. A stream ends with a row in which only one tag was used: with it the producer says that
 /// there are no more frames.
 /// @param isPart  whether the camera has only some of its rows, perhaps without the last ones of its streams
@@ -61,9 +72,7 @@ void takeEnds(Camera& camera, bool isPart) {
         const bool hasBefore = row != camera.rows.begin() && std::prev(row)->first.stream == row->first.stream;
         if (isLast && hasBefore && !row->second.isBad() && isOfOneLane(row->second) &&
             !isOfOneLane(std::prev(row)->second)) {
-            camera.ends.push_back(row->first);
-            camera.rows.erase(row);
-            --camera.frames;
+            takeEnd(camera, row);
         }
         row = next;
     }
