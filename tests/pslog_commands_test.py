@@ -79,6 +79,32 @@ def test_output_never_replaces_what_it_must_not():
     expect(sorted(os.listdir()) == sorted(before[2] + ["new.svg"]), f"files are left: {os.listdir()}")
 
 
+def test_one_line_says_what_is_wrong():
+    nothing = "no message of the store in "
+    cases = (
+        ([], 2, "subcommand"),
+        (["sumary", "bad"], 2, '"sumary"'),
+        (["summary", "bad", "good"], 2, "good"),
+        (["flickers", "--most", "0", "bad"], 2, "1 to 100000"),
+        (["why", "0", "bad"], 2, "FRAME"),
+        (["check", "bad"], 2, "--max-time-outs"),
+        (["check", "--max-time-outs", "few", "bad"], 2, '"few" is no number from 0 on'),
+        (["check", "--max-time-outs", "-1", "bad"], 2, '"-1" is no number from 0 on'),
+        (["summary", "no such file"], 1, "no such file: No such file"),
+        (["summary", "."], 1, "Is a directory"),
+        (["summary"], 1, nothing),
+        (["flickers", PSLOG], 1, nothing),
+        (["top"], 1, nothing),
+        (["why", "0", "20"], 1, nothing),
+        (["why", "0", "4711", "bad"], 1, "nothing about frame 4711 of camera 0"),
+        (["frame", "0", "2", "4711", "bad"], 1, "nothing about frame 4711 of camera 0, pipe 2"),
+    )
+    for arguments, result, words in cases:
+        run = pslog(*arguments)
+        told = run.stderr.startswith("pslog: ") and run.stderr.count("\n") == 1 and words in run.stderr
+        expect(run.returncode == result and told and run.stdout == "", f"{arguments}: {run}")
+
+
 def test_check_names_what_broke():
     most = ["--max-fall-backs", "100000", "--max-time-outs", "100000", "--max-wait-p99", "1e6"]
     statistics = r"(.*\n)* +camera 0 pipe 1 tag 4098 statistics: \d+\n"

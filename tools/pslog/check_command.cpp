@@ -79,8 +79,8 @@ void print(const std::vector<Finding>& findings, const CountedLog& log) {
             std::printf("           camera %lld pipe %lld %s: %g\n", static_cast<long long>(key.cam),
                         static_cast<long long>(key.pipe), labelOf(key.tag, log.tags).c_str(), part);
         }
-        if (!finding.isKnown(level))
-            std::printf("           level %d is needed; %s\n", finding.leastLevel, levelText(level).c_str());
+        if (finding.isKnown(level) || level == 0) continue;
+        std::printf("           level %d is needed; %s\n", finding.leastLevel, levelText(level).c_str());
     }
 }
 

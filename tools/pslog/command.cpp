@@ -3,6 +3,7 @@
 #include "command.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cinttypes>
 #include <cstdio>
 #include <exception>
@@ -13,6 +14,11 @@ namespace {
 
 CLI::App& appOf(void* app) {
     return *static_cast<CLI::App*>(app);
+}
+
+int refuse(const std::string& why) {
+    std::fprintf(stderr, "pslog: %s; try --help\n", why.c_str());
+    return 2;
 }
 
 }  // namespace
@@ -51,7 +57,11 @@ template Subcommand& Subcommand::option(const std::string&, int64_t&, const std:
 template Subcommand& Subcommand::option(const std::string&, size_t&, const std::string&, size_t, size_t);
 
 Subcommand& Subcommand::limit(const std::string& name, std::optional<double>& value, const std::string& text) {
-    appOf(mApp).add_option(name, value, text)->check(CLI::NonNegativeNumber);
+    const auto check = [](const std::string& word) {
+        double number = 0;
+        return CLI::detail::lexical_cast(word, number) && number >= 0 ? "" : "\"" + word + "\" is no number from 0 on";
+    };
+    appOf(mApp).add_option(name, value, text)->check(CLI::Validator(check, "NUMBER"));
     return *this;
 }
 
@@ -94,7 +104,18 @@ Subcommand Program::add(const std::string& name, const std::string& description,
 }
 
 int Program::run(int argc, char** argv) {
-    CLI11_PARSE(mState->app, argc, argv);
+    const std::string first = argc > 1 ? argv[1] : "-";
+    const auto isFirst = [&](const State::Entry& entry) { return entry.app->get_name() == first; };
+    if (first[0] != '-' && std::none_of(mState->entries.begin(), mState->entries.end(), isFirst)) {
+        return refuse("there is no subcommand \"" + first + "\"");
+    }
+    try {
+        mState->app.parse(argc, argv);
+    } catch (const CLI::Success& help) {
+        return mState->app.exit(help);
+    } catch (const CLI::ParseError& problem) {
+        return refuse(problem.what());
+    }
     try {
         int result = 0;
         for (const State::Entry& entry : mState->entries) {

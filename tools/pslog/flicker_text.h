@@ -10,9 +10,6 @@
 
 namespace pslog {
 
-/// How to get a log with more levels.
-constexpr const char* MORE_LEVELS = "PARAMSET_LOG=5, on a device setprop log.tag.ParamSet VERBOSE";
-
 /// For example "wake-up lost".
 const char* nameOf(Cause cause);
 

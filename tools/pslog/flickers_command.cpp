@@ -10,6 +10,7 @@
 #include "flicker_json.h"
 #include "flicker_text.h"
 #include "json_output.h"
+#include "names.h"
 #include "text.h"
 
 namespace pslog {
@@ -54,6 +55,7 @@ int run(const Options& options) {
     FlickerFinder finder(options.most);
     Interpreter interpreter(finder);
     const Count count = readLog(options.log, interpreter);
+    if (count.used == 0 && !options.json) return 1;
     std::vector<Flicker> flickers = finder.flickers();
     std::sort(flickers.begin(), flickers.end(), isWorse);
     (options.json ? printAsJson : print)(flickers, finder, FlickerText(finder, interpreter));

@@ -39,11 +39,15 @@ int run(const Options& options) {
     FrameStory story(options.cam, options.pipe, options.frame);
     Interpreter interpreter(story);
     const Count count = readLog(options.log, interpreter);
+    if (count.used == 0) return 1;
+    if (story.happenings().empty()) {
+        std::fprintf(stderr, "pslog: nothing about frame %u of camera %d, pipe %d\n", options.frame,
+                     static_cast<int>(options.cam), static_cast<int>(options.pipe));
+        return 1;
+    }
     if (options.json) printStoryJson(story, options, interpreter, count);
     if (!options.json) story.print(stdout, interpreter);
-    if (!story.happenings().empty()) return resultOf(count);
-    std::fprintf(stderr, "pslog: nothing about this frame\n");
-    return 1;
+    return resultOf(count);
 }
 
 }  // namespace

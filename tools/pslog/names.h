@@ -11,6 +11,10 @@
 
 namespace pslog {
 
+/// How to get a log with more levels.
+constexpr const char* MORE_LEVELS =
+    "set PARAMSET_LOG=5 on a host, or run \"setprop log.tag.ParamSet VERBOSE\" on a device";
+
 /// The tag's name; "-" if its registration is not in the log.
 inline std::string nameOf(int64_t tag, const Tags& tags) {
     if (tag == METADATA_TAG) return "(metadata)";

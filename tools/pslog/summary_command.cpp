@@ -18,6 +18,7 @@ int run(const Options& options) {
     TagCounts counts;
     Interpreter interpreter(counts);
     const Count count = readLog(options.log, interpreter);
+    if (count.used == 0 && !options.json) return 1;
     (options.json ? printSummaryJson : printSummary)(stdout, counts, interpreter, count);
     return resultOf(count);
 }

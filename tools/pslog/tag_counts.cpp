@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "names.h"
+
 namespace pslog {
 
 namespace {
@@ -90,8 +92,7 @@ std::string countText(uint64_t number, int level, int leastLevel) {
 std::string levelText(int level) {
     if (level == 0 || level >= level::EVERYTHING) return {};
     return "the log's greatest level is " + std::to_string(level) +
-           ": ? is what it cannot tell, 5+ is 5 or more; for all, log with PARAMSET_LOG=5 on a host, and after"
-           " \"setprop log.tag.ParamSet VERBOSE\" on a device";
+           ": it cannot tell what is printed as ?, and 5+ is 5 or more; to log everything, " + MORE_LEVELS;
 }
 
 }  // namespace pslog

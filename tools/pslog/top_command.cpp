@@ -226,7 +226,7 @@ int run(const Options& options) {
     Interpreter interpreter(top.counts());
     const auto show = [&](const Count& count) { top.show(count, interpreter.tags()); };
     const Count count = readLog(options.log, interpreter, show);
-    show(count);
+    if (count.used > 0) show(count);
     return resultOf(count);
 }
 

@@ -9,6 +9,7 @@
 #include "flicker_text.h"
 #include "frame_story.h"
 #include "json_output.h"
+#include "names.h"
 #include "text.h"
 
 namespace pslog {
@@ -87,6 +88,7 @@ int run(const Options& options) {
     Both both(finder, story);
     Interpreter interpreter(both);
     const Count count = readLog(options.log, interpreter);
+    if (count.used == 0) return 1;
     const std::vector<FrameStory::Happening> happenings = story.happenings();
     if (happenings.empty()) {
         std::fprintf(stderr, "pslog: nothing about frame %u of camera %d\n", options.frame,
