@@ -6,6 +6,8 @@
 #include <random>
 #include <sstream>
 
+#include "flicker_finder.h"
+#include "flicker_text.h"
 #include "tests/pslog_fixture.h"
 #include "timeline.h"
 
@@ -127,6 +129,36 @@ TEST_F(PslogTest, AssignsLinesPrintedWithoutTheStoresMutexToTheirOwnCalls) {
     EXPECT_TRUE(has(text, "lut: retain -, needed 8: register with 8  (1 reads, 0 writes)"));
     EXPECT_TRUE(has(text, "ae: (0 reads, 1 writes)"));
     EXPECT_TRUE(has(text, "needed 8: register with 8  (0 reads, 0 writes, 1 of which the log does not say which)"));
+}
+
+TEST_F(PslogTest, TellsErasedMetadataFromMetadataWhoseFrameIsGone) {
+    uint32_t value = 0;
+    for (uint32_t frame = 1; frame <= 20; ++frame) {
+        camera_metadata* const metadata = host::makeMetadata(&frame, sizeof frame);
+        zarn::ParamSet::setMetadata(kCam, frame, metadata);
+        free_camera_metadata(metadata);
+        setPsParam(kCam, 0, frame, LUT, &value);  // a queue of 7: the frame goes with its value
+    }
+    EXPECT_EQ(zarn::ParamSet::getMetadata(kCam, 9), nullptr);
+    EXPECT_NE(zarn::ParamSet::getMetadata(kCam, 18), nullptr);
+    erasePs(kCam, 0, 24);
+    EXPECT_EQ(zarn::ParamSet::getMetadata(kCam, 17), nullptr);
+
+    pslog::FlickerFinder finder(10);
+    pslog::Interpreter interpreter(finder);
+    read(log(Format::THREADTIME), interpreter);
+    const pslog::FlickerText text(finder, interpreter);
+    const std::vector<pslog::Flicker> flickers = finder.flickers();
+    ASSERT_EQ(flickers.size(), 2u);
+    const bool isInOrder = flickers[0].frame == 9;
+    const pslog::Flicker &gone = flickers[isInOrder ? 0 : 1], &erased = flickers[isInOrder ? 1 : 0];
+    EXPECT_EQ(gone.root().cause, pslog::Cause::FRAME_GONE);
+    EXPECT_EQ(text.storyOf(gone),
+              "metadata of frame 0 used for 9: metadata of 9 was gone: its frame was removed with its last value");
+    EXPECT_TRUE(has(text.adviceFor(gone), "a tag of pipe 0 a greater retain number"));
+    EXPECT_EQ(erased.root().cause, pslog::Cause::ERASED);
+    EXPECT_TRUE(has(text.storyOf(erased), "metadata of 17 was erased before it was read")) << text.storyOf(erased);
+    EXPECT_EQ(text.adviceFor(erased), "read metadata sooner, or erase later");
 }
 
 TEST_F(PslogTest, CountsUnusableLinesAndContinues) {

@@ -95,11 +95,24 @@ const Syntax& syntaxOf(Fault fault) {
     return *syntax;
 }
 
-/// Without frame-ready values the modules would wait for ever. Metadata is not registered and has no retain number.
-bool isRefused(Fault fault, uint32_t tag) {
-    const bool isFrameReady = tag == FRAME_READY.tag();
-    if (fault == Fault::DROP || fault == Fault::UNREGISTERED) return isFrameReady;
-    return fault == Fault::RETAIN && tag == METADATA_TAG;
+/// Why a fault cannot be staged for a tag; null if it can.
+const char* problemOf(Fault fault, uint32_t tag) {
+    const bool isFrameReady = tag == FRAME_READY.tag(), isMetadata = tag == METADATA_TAG,
+               isTuning = tag == TUNING.tag();
+    const bool isAwaited = isFrameReady || tag == STATISTICS.tag() || tag == GAIN.tag() || tag == RELEASED.tag();
+    switch (fault) {
+        case Fault::DROP:
+            if (isTuning) return "it is set only once, before the first frame";
+            return isFrameReady ? "without this value the pipeline cannot continue" : nullptr;
+        case Fault::UNREGISTERED:
+            if (isFrameReady) return "without this value the pipeline cannot continue";
+            [[fallthrough]];
+        case Fault::RETAIN: return isMetadata ? "metadata is not registered and has no retain number" : nullptr;
+        case Fault::PLAIN:
+        case Fault::LOSE: return isAwaited ? nullptr : "no module waits for it";
+        case Fault::ERASE: return isAwaited ? nullptr : "the pipeline's erases do not remove it before it is read";
+        default: return nullptr;
+    }
 }
 
 }  // namespace
@@ -129,7 +142,7 @@ void Staging::add(const std::string& text) {
         if (staged.last < staged.first) parts.refuse("the last frame is before the first");
     }
     if (!parts.rest.empty()) parts.refuse("it has too many parts");
-    if (isRefused(staged.fault, staged.tag)) parts.refuse("without this value the pipeline cannot continue");
+    if (const char* problem = problemOf(staged.fault, staged.tag)) parts.refuse(problem);
     if (staged.fault == Fault::LOSE && !MissedWakeUps::isPossible()) {
         parts.refuse("wake-ups get lost only with the tests' library miss_wake_ups in LD_PRELOAD");
     }

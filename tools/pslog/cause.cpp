@@ -136,6 +136,7 @@ private:
         const Event* event = mRecent.at(erase);
         const bool isTrimmed = event != nullptr && event->type == EventType::TRIM;
         Reason result = with(reason, isTrimmed ? Cause::TRIMMED : Cause::ERASED, erase);
+        if (read.key.tag == METADATA_TAG) return result;  // its retain number cannot be chosen
         result.retain = read.needed;
         if (result.retain == UNKNOWN && event != nullptr && event->other != THE_LAST && event->other >= read.frame) {
             result.retain = int64_t{event->other} - read.frame + 1;

@@ -100,7 +100,9 @@ std::string FlickerText::linkOf(const Reason& reason) const {
         case Cause::ERASED: return value + " was erased before it was read";
         case Cause::TRIMMED: return value + " made room for a newer value before it was read";
         case Cause::NOT_REGISTERED: return tagOf(reason.key) + " was never registered";
-        case Cause::FRAME_GONE: return value + " was gone: another tag's erase removed the frame";
+        case Cause::FRAME_GONE:
+            if (reason.key.tag == METADATA_TAG) return value + " was gone: its frame was removed with its last value";
+            return value + " was gone: another tag's erase removed the frame";
         case Cause::STORE_ENDED: return "the store was destroyed before " + value + " came";
         case Cause::NOT_KNOWN: break;
     }
@@ -170,6 +172,10 @@ std::string FlickerText::adviceFor(const Flicker& flicker) const {
                    (root.retain != UNKNOWN ? std::to_string(root.retain) : std::string("more")) + ", or read it sooner";
         case Cause::NOT_REGISTERED: return "register " + tag + " before its first use";
         case Cause::FRAME_GONE:
+            if (root.key.tag == METADATA_TAG) {
+                return "read metadata sooner, or keep a value of its frame longer: give a tag of pipe 0 a greater "
+                       "retain number";
+            }
             return "erase later, or give the pipe's other tags at least the retain number of " + tag;
         case Cause::STORE_ENDED: return "stop the modules before the store is destroyed";
         case Cause::NOT_KNOWN: break;
