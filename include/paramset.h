@@ -726,6 +726,8 @@ private:
     Erasure _erase(uint32_t camID, int pipe, uint32_t frameID) PARAMSET_REQUIRES(mMutex);
     // Copies what a read of the frame would see into frame 0; the result of the set.
     uint32_t saveToF0(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag) PARAMSET_REQUIRES(mMutex);
+    // The same if no value was found; the result of a set without data.
+    uint32_t saveNothingToF0(uint32_t camID, int pipe, uint32_t tag) PARAMSET_REQUIRES(mMutex);
 
     // What getMetadata and setMetadata do.
     camera_metadata* _getMetadata(uint32_t camID, uint32_t frameID) PARAMSET_REQUIRES(mMutex);

@@ -62,7 +62,7 @@ ParamSet::Erasure ParamSet::_erase(uint32_t camID, int pipe, uint32_t frameID) {
         const Checkpoints* checkpoints = store.checkpoints(tag);
         if (checkpoints != nullptr && !checkpoints->empty()) {
             PS_TRACE("tag:%d checkPoint size:%d", id, static_cast<int>(checkpoints->size()));
-            const uint32_t newest = PipeStore::newestCheckpoint(*checkpoints, limit.frameID);
+            const uint32_t newest = PipeStore::newestErased(*checkpoints, limit.frameID);
             if (newest != 0 && id != METADATA_TAG) {
                 if (checkpoints->back() > limit.frameID) PS_LOG(5, "find checkPoint ID:%d", newest);
                 result = saveToF0(camID, pipe, newest, id);
@@ -80,7 +80,19 @@ ParamSet::Erasure ParamSet::_erase(uint32_t camID, int pipe, uint32_t frameID) {
 
 uint32_t ParamSet::saveToF0(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag) {
     const Answer read = getParamInternal(camID, pipe, frameID, tag, 0);
+    if (read.value == nullptr) return saveNothingToF0(camID, pipe, tag);
     return _setParam(camID, pipe, 0, tag, read.value.get());
+}
+
+// For example, the tag was registered after it was set. The write copies nothing, so a buffer that it makes is zeroed:
+// no later read may return uninitialised memory.
+uint32_t ParamSet::saveNothingToF0(uint32_t camID, int pipe, uint32_t tag) {
+    const Request request = requestFor(camID, pipe, 0, tag, 1);
+    const bool isNew = request.pipe.value(request.pipe.frame0(), request.tag) == nullptr;
+    const uint32_t result = _setParam(camID, pipe, 0, tag, nullptr);
+    const Buffer* value = request.pipe.value(request.pipe.frame0(), request.tag);
+    if (isNew && value != nullptr) PipeStore::zero(*value, request.tag);
+    return result;
 }
 
 // ---- entry

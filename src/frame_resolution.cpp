@@ -71,11 +71,7 @@ const Buffer& ParamSet::getF0(const Request& request) {
     PipeStore::Frame& f0 = request.pipe.frame0();
     if (const Buffer* own = request.pipe.value(f0, request.tag)) return *own;
     const Buffer& made = request.pipe.createTag(f0, request.tag);
-    // Zeros, so that no read returns uninitialised memory. A write needs them too, since it may copy nothing: an erase
-    // finds no value to save if the tag was registered after it was set.
-    if (made != nullptr && request.tag.registered->hasLibraryCreator()) {
-        std::memset(made.get(), 0, getSize(request.tag.registered));
-    }
+    if (request.modifiable == 0) PipeStore::zero(made, request.tag);  // a write brings bytes of its own
     return made;
 }
 

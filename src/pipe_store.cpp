@@ -2,6 +2,8 @@
 
 #include "src/pipe_store.h"
 
+#include <cstring>
+
 #include "src/trace.h"
 
 namespace zarn {
@@ -132,6 +134,11 @@ const Buffer& PipeStore::useCreator(Frame& frame, Tag& tag) {
     Frame* now = isMoved && frameID != 0 ? findFrame(frameID) : &frame;
     if (now == nullptr) return kNoBuffer;
     return rememberValue(*now, tag, valuesOf(*now).insert_or_assign(tag.id, std::move(made)).first);
+}
+
+void PipeStore::zero(const Buffer& made, const Tag& tag) {
+    if (made == nullptr || !tag.registered->hasLibraryCreator()) return;
+    std::memset(made.get(), 0, static_cast<uint32_t>(tag.registered->info.mSize));
 }
 
 inline void PipeStore::removeValue(Frame& frame, Tag& tag) {

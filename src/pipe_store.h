@@ -82,6 +82,8 @@ public:
     // Gives the frame, which must not have the tag, a buffer with undefined bytes; logs it. Empty if the tag is not
     // registered, if memory ran out, or if the program's own creator removed the frame.
     const Buffer& createTag(Frame& frame, Tag& tag);
+    // Zeros a buffer of createTag, unless a program's own creator has filled it.
+    static void zero(const Buffer& made, const Tag& tag);
     // Makes the record if there is none.
     FrameStatus& record(Frame& frame, Tag& tag);
 
