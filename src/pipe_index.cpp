@@ -81,7 +81,7 @@ TagPlaces& FrameIndex::placesOf(IndexedFrame& frame, const IndexedTag& tag) {
         piece = std::move(mSpare.back());
         mSpare.pop_back();
     }
-    piece->fill({frame.frame->mTags.end(), nullptr});
+    piece->fill({frame.frame->mTags.end(), nullptr, nullptr});
     return (*piece)[tag.number % IndexedFrame::kPiece];
 }
 

@@ -71,6 +71,7 @@ private:
 struct TagPlaces {
     Values::iterator value;  // end: unknown
     FrameStatus* record;     // null: unknown
+    const void* bytes;       // of the value when it was remembered; may be gone, so it is only prefetched
 };
 
 // How much of a map is remembered.

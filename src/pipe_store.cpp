@@ -43,6 +43,18 @@ void PipeStore::shrink() {
     forgetAll();
 }
 
+// ---- tags
+
+void PipeStore::lookUpErasePoint(Tag& tag) {
+    tag.erasePoint = &mElem.mErasePoint.try_emplace(tag.id, 0).first->second;
+    mErasePointCount = mElem.mErasePoint.size();
+}
+
+void PipeStore::lookUpList(Tag& tag) {
+    tag.checkpoints = &mElem.mCheckPoint[tag.id];
+    mListCount = mElem.mCheckPoint.size();
+}
+
 // ---- checkpoints
 
 size_t PipeStore::addCheckpoint(Tag& tag, uint32_t frameID) {
@@ -107,7 +119,9 @@ const Buffer* PipeStore::lookUpValue(Frame& frame, Tag& tag) {
 
 // The place of the value must be unknown.
 const Buffer& PipeStore::rememberValue(Frame& frame, Tag& tag, Values::iterator place) {
-    mFrameIndex.placesOf(frame, tag).value = place;
+    TagPlaces& places = mFrameIndex.placesOf(frame, tag);
+    places.value = place;
+    places.bytes = place->second.get();
     frame.values = {frame.values.places + 1, static_cast<uint32_t>(frame.frame->mTags.size())};
     return place->second;
 }
@@ -171,23 +185,20 @@ bool PipeStore::isWorthKeeping(const Tag& tag, const Buffer& buffer) {
     return tag.registered != nullptr && tag.registered->hasLibraryCreator();
 }
 
-FrameStatus& PipeStore::record(Frame& frame, Tag& tag) {
+FrameStatus& PipeStore::lookUpRecord(Frame& frame, Tag& tag) {
     std::map<uint32_t, FrameStatus>& records = recordsOf(frame);
-    TagPlaces& places = mFrameIndex.placesOf(frame, tag);
-    if (places.record == nullptr) {
-        places.record = &records.try_emplace(tag.id).first->second;
-        frame.records = {frame.records.places + 1, static_cast<uint32_t>(records.size())};
-    }
-    return *places.record;
+    FrameStatus& record = records.try_emplace(tag.id).first->second;
+    mFrameIndex.placesOf(frame, tag).record = &record;
+    frame.records = {frame.records.places + 1, static_cast<uint32_t>(records.size())};
+    return record;
 }
 
 FrameStatus* PipeStore::findRecord(Frame& frame, Tag& tag) {
     if (frame.frame->mStatus.empty()) return nullptr;
+    if (FrameStatus* known = rememberedRecord(frame, tag)) return known;
     const std::map<uint32_t, FrameStatus>& records = recordsOf(frame);
-    const TagPlaces* places = frame.find(tag);
-    if (places != nullptr && places->record != nullptr) return places->record;
     const bool isThere = !frame.records.isAll() && records.find(tag.id) != records.end();
-    return isThere ? &record(frame, tag) : nullptr;
+    return isThere ? &lookUpRecord(frame, tag) : nullptr;
 }
 
 // ---- erasing
@@ -218,7 +229,7 @@ void PipeStore::autoErase(Tag& tag, uint32_t frameID) {
 
 void PipeStore::dropUpTo(uint32_t limit, Tag& tag, Sweep& sweep) {
     if (Checkpoints* ids = listOf(tag).get()) {
-        ids->erase(ids->begin(), std::upper_bound(ids->begin(), ids->end(), limit));
+        ids->erase(ids->begin(), firstAbove(*ids, limit));
     }
     auto node = mElem.mFrames.begin();
     if (node == mElem.mFrames.end() || node->first > limit) return;

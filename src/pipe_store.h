@@ -59,6 +59,11 @@ public:
     const Checkpoints* checkpoints(Tag& tag) { return listOf(tag).get(); }
     // The newest checkpoint at or before a frame; 0 if there is none.
     static uint32_t newestCheckpoint(const Checkpoints& ids, uint32_t frameID);
+    // As newestCheckpoint, but fast for a frame near the oldest checkpoint, as in an erase.
+    static uint32_t newestErased(const Checkpoints& ids, uint32_t limit) {
+        const auto later = firstAbove(ids, limit);
+        return later != ids.begin() ? *(later - 1) : 0;
+    }
     // Adds a frame to the tag's list, after equal ids; makes the list if there is none. Returns the list's length.
     size_t addCheckpoint(Tag& tag, uint32_t frameID);
 
@@ -85,7 +90,10 @@ public:
     // Zeros a buffer of createTag, unless a program's own creator has filled it.
     static void zero(const Buffer& made, const Tag& tag);
     // Makes the record if there is none.
-    FrameStatus& record(Frame& frame, Tag& tag);
+    FrameStatus& record(Frame& frame, Tag& tag) {
+        FrameStatus* known = rememberedRecord(frame, tag);
+        return known != nullptr ? *known : lookUpRecord(frame, tag);
+    }
 
     // ---- erasing
 
@@ -125,20 +133,25 @@ private:
         return mFrame0.frame == mElem.mF0.get() && mFrameCount == mElem.mFrames.size() &&
                mErasePointCount == mElem.mErasePoint.size() && mListCount == mElem.mCheckPoint.size();
     }
-    void forgetAll();
+    [[gnu::cold]] void forgetAll();
     void forgetPlacesIn(Frame& frame);
 
     uint32_t* erasePointOf(Tag& tag);
     std::shared_ptr<Checkpoints>& listOf(Tag& tag);
-    Frame* lookUpFrame(uint32_t id);
+    [[gnu::cold]] void lookUpErasePoint(Tag& tag);
+    [[gnu::cold]] void lookUpList(Tag& tag);
+    static Checkpoints::const_iterator firstAbove(const Checkpoints& ids, uint32_t limit);
+    [[gnu::cold]] Frame* lookUpFrame(uint32_t id);
     Frame* frameAt(Frames::iterator node);
     Values& valuesOf(Frame& frame);
-    const Buffer* lookUpValue(Frame& frame, Tag& tag);
+    [[gnu::cold]] const Buffer* lookUpValue(Frame& frame, Tag& tag);
     const Buffer& rememberValue(Frame& frame, Tag& tag, Values::iterator place);
     const Buffer& useKept(Frame& frame, Tag& tag);
     const Buffer& useCreator(Frame& frame, Tag& tag);
     static bool isWorthKeeping(const Tag& tag, const Buffer& buffer);
     std::map<uint32_t, FrameStatus>& recordsOf(Frame& frame);
+    static FrameStatus* rememberedRecord(const Frame& frame, const Tag& tag);
+    FrameStatus& lookUpRecord(Frame& frame, Tag& tag);
     FrameStatus* findRecord(Frame& frame, Tag& tag);
 
     void removeValue(Frame& frame, Tag& tag);
@@ -163,7 +176,8 @@ private:
     Sweep mSpareSweep;  // empty: memory for the next one
 };
 
-inline PipeStore::Frame* PipeStore::findFrame(uint32_t id) {
+// Always inlined, as value is: without it each is a call on the path of every get and set.
+[[gnu::always_inline]] inline PipeStore::Frame* PipeStore::findFrame(uint32_t id) {
     Frame* frame = mFrameIndex.find(id);
     if (frame != nullptr && frame->node->second.get() == frame->frame) return frame;
     // The index has every frame of the pipe, and not this one.
@@ -171,37 +185,51 @@ inline PipeStore::Frame* PipeStore::findFrame(uint32_t id) {
     return lookUpFrame(id);
 }
 
-inline const Buffer* PipeStore::value(Frame& frame, Tag& tag) {
+[[gnu::always_inline]] inline const Buffer* PipeStore::value(Frame& frame, Tag& tag) {
     const Values& values = frame.frame->mTags;
     if (frame.values.size == values.size()) {
         const TagPlaces* places = frame.find(tag);
-        if (places != nullptr && places->value != values.end()) return &places->value->second;
+        if (places != nullptr && places->value != values.end()) {
+            __builtin_prefetch(places->bytes);  // loaded while the map's entry is
+            return &places->value->second;
+        }
         if (frame.values.isAll()) return nullptr;
     }
     return lookUpValue(frame, tag);
 }
 
+// Null: unknown.
+inline FrameStatus* PipeStore::rememberedRecord(const Frame& frame, const Tag& tag) {
+    if (frame.records.size != frame.frame->mStatus.size()) return nullptr;
+    const TagPlaces* places = frame.find(tag);
+    return places != nullptr ? places->record : nullptr;
+}
+
 inline uint32_t* PipeStore::erasePointOf(Tag& tag) {
-    if (tag.erasePoint == nullptr) {
-        tag.erasePoint = &mElem.mErasePoint.try_emplace(tag.id, 0).first->second;
-        mErasePointCount = mElem.mErasePoint.size();
-    }
+    if (tag.erasePoint == nullptr) lookUpErasePoint(tag);
     return tag.erasePoint;
 }
 
 inline std::shared_ptr<Checkpoints>& PipeStore::listOf(Tag& tag) {
-    if (tag.checkpoints == nullptr) {
-        tag.checkpoints = &mElem.mCheckPoint[tag.id];
-        mListCount = mElem.mCheckPoint.size();
-    }
+    if (tag.checkpoints == nullptr) lookUpList(tag);
     return *tag.checkpoints;
 }
 
-// The last checkpoint is tried first: most requests are for that frame or a later one.
+// Most requests are for the last checkpoint or a later frame. In a stream the checkpoints are evenly spaced, so that the
+// place of any other frame can be computed.
 inline uint32_t PipeStore::newestCheckpoint(const Checkpoints& ids, uint32_t frameID) {
-    if (!ids.empty() && ids.back() <= frameID) return ids.back();
-    const auto later = std::upper_bound(ids.begin(), ids.end(), frameID);
-    return later != ids.begin() ? *(later - 1) : 0;
+    if (ids.empty() || frameID < ids.front()) return 0;
+    if (ids.back() <= frameID) return ids.back();
+    const double distance = static_cast<double>(ids.back() - ids.front()) / static_cast<double>(ids.size() - 1);
+    const auto place = static_cast<size_t>(static_cast<double>(frameID - ids.front()) / distance);
+    if (place + 1 < ids.size() && ids[place] <= frameID && frameID < ids[place + 1]) return ids[place];
+    return *(std::upper_bound(ids.begin(), ids.end(), frameID) - 1);
+}
+
+// The oldest checkpoints are tried first: an erase usually removes only a few of them.
+inline Checkpoints::const_iterator PipeStore::firstAbove(const Checkpoints& ids, uint32_t limit) {
+    if (!ids.empty() && ids.back() <= limit) return ids.end();
+    return std::find_if(ids.begin(), ids.end(), [limit](uint32_t id) { return id > limit; });
 }
 
 }  // namespace zarn
