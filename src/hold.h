@@ -84,21 +84,17 @@ private:
 };
 
 inline ParamSet::Hold::Hold() {
+    mRecord = sCurrent.load(std::memory_order_acquire);
     // If the record has no user, its store was retired after sCurrent was read: read again.
-    while (Record* record = sCurrent.load(std::memory_order_acquire)) {
-        if (!addUser(*record)) continue;
-        mRecord = record;
-        mStore = record->mStore.load(std::memory_order_relaxed);
-        return;
-    }
+    while (mRecord != nullptr && !addUser(*mRecord)) mRecord = sCurrent.load(std::memory_order_acquire);
+    if (mRecord != nullptr) mStore = mRecord->mStore.load(std::memory_order_relaxed);
 }
 
 inline bool ParamSet::Hold::addUser(Record& record) {
     size_t users = record.mUsers.load(std::memory_order_acquire);
-    while (users != 0) {
-        if (record.mUsers.compare_exchange_weak(users, users + 1, std::memory_order_acquire)) return true;
+    while (users != 0 && !record.mUsers.compare_exchange_weak(users, users + 1, std::memory_order_acquire)) {
     }
-    return false;
+    return users != 0;
 }
 
 }  // namespace zarn

@@ -82,7 +82,12 @@ struct TagTable::Storage {
 std::atomic<TagTable::Slots*> TagTable::sSlots{nullptr};
 std::atomic<int> TagTable::sReaders{0};
 std::atomic<bool> TagTable::sHasEnded{false};
-TagTable::Storage* TagTable::sStorage = nullptr;
+
+TagTable::Storage& TagTable::storage() {
+    static Storage* sStorage = nullptr;
+    if (sStorage == nullptr) sStorage = new Storage;
+    return *sStorage;
+}
 
 TagTable::Slots::Slots(size_t tags) {
     size_t length = size_t{1} << kFewestBits;
@@ -189,8 +194,7 @@ void TagTable::publishMissing() {
 tag_info_t& TagTable::newEntry(uint32_t id) {
     const auto it = gTagInfo.find(id);
     if (it == gTagInfo.end()) return gTagInfo[id];
-    if (sStorage == nullptr) sStorage = new Storage;
-    sStorage->replaced.push_back(gTagInfo.extract(it));
+    storage().replaced.push_back(gTagInfo.extract(it));
     return gTagInfo[id];
 }
 
@@ -198,18 +202,17 @@ void TagTable::publish(uint32_t id, const tag_info_t& info, bool hasLibraryCreat
     if (sSlots.load(std::memory_order_relaxed) == nullptr) rebuild();
     Slots& slots = *sSlots.load(std::memory_order_relaxed);
     std::shared_ptr<creator_base_t> libraryCreator = hasLibraryCreator ? info.mCreator : nullptr;
-    put(slots, sStorage->tags.emplace_back(RegisteredTag{id, info, std::move(libraryCreator)}));
+    put(slots, storage().tags.emplace_back(RegisteredTag{id, info, std::move(libraryCreator)}));
     if (2 * slots.count > slots.mask) rebuild();
 }
 
 // Publishes a new table that has exactly the entries of the map.
 void TagTable::rebuild() {
-    if (sStorage == nullptr) sStorage = new Storage;
-    Slots& slots = sStorage->tables.emplace_back(gTagInfo.size());
+    Slots& slots = storage().tables.emplace_back(gTagInfo.size());
     for (const auto& [id, info] : gTagInfo) {
         const RegisteredTag* tag = find(id);
         if (tag == nullptr || &tag->info != &info) {
-            tag = &sStorage->tags.emplace_back(RegisteredTag{id, info, nullptr});
+            tag = &storage().tags.emplace_back(RegisteredTag{id, info, nullptr});
         }
         put(slots, *tag);
     }
@@ -226,7 +229,7 @@ void TagTable::end(bool callsStillRun) {
     // Lets a running registration finish, within bounds. After sHasEnded is set, none begins.
     const RegistryTry registry(kTriesAtEnd);
     sHasEnded = true;
-    if (callsStillRun && sStorage != nullptr) sStorage->kept.swap(gTagInfo);
+    if (callsStillRun) storage().kept.swap(gTagInfo);
 }
 
 }  // namespace zarn

@@ -80,6 +80,7 @@ private:
     static bool isMapReadable(bool isMutexHeld);
 
     // gRigisterMutex held.
+    static Storage& storage();
     static bool isMapPublished();
     static void rebuild();
     static void publishMissing();
@@ -88,7 +89,6 @@ private:
     static std::atomic<Slots*> sSlots;
     static std::atomic<int> sReaders;  // stores that have read the map
     static std::atomic<bool> sHasEnded;
-    static Storage* sStorage;  // gRigisterMutex held
 };
 
 // The table as one store reads it. It begins with what the map holds when the store is built.
