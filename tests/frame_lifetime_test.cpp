@@ -208,6 +208,20 @@ TEST_F(FrameLifetime, ValueThatFrameZeroAnsweredIsSavedToFrameZero) {
     EXPECT_EQ(get(245), 500u);
 }
 
+// A program may give the pipe a frame that has a registry of its own.
+TEST_F(FrameLifetime, EraseFreesAValueOfATagThatTheStoreDoesNotKnow) {
+    constexpr uint32_t kForeign = 23;
+    std::map<uint32_t, zarn::tag_info_t> registry;
+    registry[kForeign].mCreator = std::make_shared<zarn::param_creator_t<char>>(4);
+    const auto frame = std::make_shared<zarn::ParamFrame>(kCam, 10, nullptr, &registry);
+    const std::weak_ptr<void> value = frame->createTag(kForeign, nullptr);
+    set(10, 5, kForeign);  // adds a checkpoint, by which the erase finds the tag
+    pipe().mFrames.at(10) = frame;
+    EXPECT_EQ(erasePs(kCam, kPipe, 20), PS_NO_BUFFER) << "it cannot be saved to frame 0";
+    EXPECT_TRUE(value.expired());
+    EXPECT_EQ(frames(), std::vector<uint32_t>());
+}
+
 TEST_F(FrameLifetime, EraseThatFindsNoValueToSaveLeavesZerosInFrameZero) {
     constexpr uint32_t kLate = 22;
     set(10, 5, kLate);  // a frame and a checkpoint, but no value

@@ -125,6 +125,9 @@ protected:
         EXPECT_EQ(IndexCheck::wrong(), "");
         StoreTest::TearDown();
     }
+    static std::shared_ptr<zarn::ParamFrame> newFrame(uint32_t id) {
+        return std::make_shared<zarn::ParamFrame>(kCam, id, zarn::ParamSet::getInstance(), &zarn::gTagInfo);
+    }
     static zarn::PipeStore& store() { return IndexCheck::pipe(kCam, kPipe); }
 
     zarn::pipe_elem* mElem = nullptr;  // from one getPsHandle: the store is not told of later changes through it
@@ -183,10 +186,7 @@ TEST_F(Index, DistinguishesIdsThatCollide) {
 
 // The store is not told of the changes; it notices them by itself.
 TEST_F(Index, NoticesWhatAProgramChangesInTheMaps) {
-    constexpr uint32_t kOther = 8;
-    const auto newFrame = [](uint32_t id) {
-        return std::make_shared<zarn::ParamFrame>(kCam, id, zarn::ParamSet::getInstance(), &zarn::gTagInfo);
-    };
+    static constexpr uint32_t kOther = 8;
     const struct {
         const char* name;
         std::function<void(zarn::pipe_elem&)> change;
@@ -195,8 +195,8 @@ TEST_F(Index, NoticesWhatAProgramChangesInTheMaps) {
     } changes[] = {
         {"nothing", [](auto&) {}, 20, 20},
         {"frame taken out", [](auto& pipe) { pipe.mFrames.erase(20); }, kNothing, kNothing},
-        {"frame put in", [&](auto& pipe) { pipe.mFrames[25] = newFrame(25); }, 20, 20},
-        {"frame replaced", [&](auto& pipe) { pipe.mFrames[20] = newFrame(20); }, kNothing, kNothing},
+        {"frame put in", [](auto& pipe) { pipe.mFrames[25] = newFrame(25); }, 20, 20},
+        {"frame replaced", [](auto& pipe) { pipe.mFrames[20] = newFrame(20); }, kNothing, kNothing},
         {"entry without a frame", [](auto& pipe) { pipe.mFrames[20].reset(); }, kNothing, kNothing},
         {"value erased", [](auto& pipe) { pipe.mFrames[20]->eraseTag(kTag); }, kNothing, kNothing},
         {"value taken out", [](auto& pipe) { pipe.mFrames[20]->mTags.erase(kTag); }, kNothing, kNothing},
@@ -204,9 +204,10 @@ TEST_F(Index, NoticesWhatAProgramChangesInTheMaps) {
          [](auto& pipe) { pipe.mFrames[20]->eraseTag(kTag), pipe.mFrames[20]->createTag(kOther, nullptr); }, kNothing,
          kNothing},
         {"value put in", [](auto& pipe) { pipe.mFrames[20]->createTag(kOther, nullptr); }, 20, 20},
+        {"record put in", [](auto& pipe) { pipe.mFrames[20]->mStatus[kOther].mState = 0; }, 20, 20},
         {"checkpoints taken out", [](auto& pipe) { pipe.mCheckPoint.erase(kTag); }, 20, 1},
         {"erase point taken out", [](auto& pipe) { pipe.mErasePoint.erase(kTag); }, 20, 20},
-        {"frame 0 replaced", [&](auto& pipe) { pipe.mErasePoint[kTag] = 25, pipe.mF0 = newFrame(0); }, 0, 0},
+        {"frame 0 replaced", [](auto& pipe) { pipe.mErasePoint[kTag] = 25, pipe.mF0 = newFrame(0); }, 0, 0},
     };
     for (const auto& [name, change, at20, at25] : changes) {
         SetUp();
@@ -220,6 +221,18 @@ TEST_F(Index, NoticesWhatAProgramChangesInTheMaps) {
         erasePs(kCam, kPipe, 40);
         EXPECT_EQ(IndexCheck::wrong(), "") << name;
     }
+}
+
+// The erase goes through the map's frames itself, without looking each of them up.
+TEST_F(Index, EraseNoticesTheFramesThatAProgramHasReplaced) {
+    for (uint32_t frame : {10u, 15u, 20u, 30u}) set(frame, frame);
+    mElem->mFrames[10].reset();
+    mElem->mFrames[15] = newFrame(15);
+    EXPECT_EQ(erasePs(kCam, kPipe, 35), PS_OK);
+    EXPECT_EQ(mElem->mFrames.size(), 1u);
+    EXPECT_EQ(IndexCheck::wrong(), "");
+    EXPECT_EQ(get(29), 20u) << "saved";
+    EXPECT_EQ(get(30), 30u);
 }
 
 // The store cannot notice by itself if as many entries are added as removed: another getPsHandle tells it.

@@ -1,5 +1,6 @@
-// Forces the moments in which a get that begins to wait could miss its delivery. This program defines three functions
-// of the C library; the dynamic linker finds them first, and they stop a thread at the moment that a test needs.
+// Forces moments that are too short to be met by chance: in which a get that begins to wait could miss its delivery, two
+// threads register one tag, or the process exits while the store is destroyed. This program defines four functions of
+// the C library; the dynamic linker finds them first, and they stop a thread at the moment that a test needs.
 
 #include <dlfcn.h>
 #include <pthread.h>
@@ -8,6 +9,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <functional>
 #include <utility>
 
@@ -22,6 +24,7 @@ Function* next(Function*, const char* name) {
 
 // Each is run once, at the next call on this thread.
 thread_local const std::function<void()>* tBeforeClock = nullptr;  // needs no construction, which allocates
+thread_local const std::function<void()>* tBeforeLock = nullptr;
 thread_local std::function<void()> tBeforeWait;
 thread_local std::function<void()> tBeforeSecondNotification;
 thread_local int tNotifications = 0;
@@ -43,6 +46,12 @@ extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
     const auto result = static_cast<int>(syscall(SYS_clock_gettime, clock, time));
     time->tv_sec += tSkippedSeconds;
     return result;
+}
+
+extern "C" int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
+    static auto* const real = next(&pthread_mutex_lock, "pthread_mutex_lock");
+    if (const auto* hook = std::exchange(tBeforeLock, nullptr)) (*hook)();
+    return real(mutex);
 }
 
 extern "C" int pthread_cond_clockwait(pthread_cond_t* cond, pthread_mutex_t* mutex, clockid_t clock,
@@ -156,6 +165,34 @@ TEST_F(LostWake, WaitThatIsEndedLateDidNotTimeOut) {
     ender.join();
     EXPECT_EQ(got, (Got{PS_OK, 5}));
     EXPECT_EQ(countLogged("wait timeout"), 0u);
+}
+
+// The other registration comes after this one has found that there is no such tag, and before it takes the mutex.
+using Registration = StoreTest;
+TEST_F(Registration, ThatTakesTheMutexLastReplacesTheOther) {
+    const std::function<void()> registerOnAnotherThread = [] {
+        std::thread([] { registerPsDynamicParam(kTag, 2, 0, "first", "bytes"); }).join();
+    };
+    tBeforeLock = &registerOnAnotherThread;
+    registerPsDynamicParam(kTag, 4, 0, "last", "bytes");
+    EXPECT_EQ(countLogged("3 register_tag: ParamSet tag:7, name:"), 2u);
+    EXPECT_EQ(zarn::gTagInfo.at(kTag).mName, "last");
+    EXPECT_EQ(set(10, 0x12345678), PS_OK);
+    EXPECT_EQ(get(10), 0x12345678u);
+}
+
+// The exit does not wait for ever for this very thread, which has retired the store but not destroyed it yet.
+using Exit = StoreTest;
+TEST_F(Exit, FromTheDestructionOfTheStoreEnds) {
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    const auto exitWhileTheStoreIsDestroyed = [] {
+        host::setLogLevel(0);
+        const std::function<void()> exit = [] { std::exit(0); };
+        tBeforeLock = &exit;
+        zarn::ParamSet::destroyInstance();
+        std::abort();
+    };
+    EXPECT_EXIT(exitWhileTheStoreIsDestroyed(), testing::ExitedWithCode(0), "");
 }
 
 }  // namespace

@@ -5,7 +5,9 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <deque>
 #include <memory>
 #include <random>
@@ -342,6 +344,69 @@ TEST_F(Threads, ProcessMayExitWithCallsRunning) {
     };
     mStoreStays = false;
     for (int i = 0; i < 10; ++i) EXPECT_EXIT(exitWithCallsRunning(), testing::ExitedWithCode(0), "");
+}
+
+// The exit does not wait for ever for a store that this very thread builds.
+TEST_F(Threads, ProcessMayExitWhileItBuildsAStore) {
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    const auto exitFromTheLog = [](void*, pipeline_loglevel, const char*, const char*) {
+        host::setLogLevel(0);
+        std::exit(0);
+    };
+    const auto exitWhileAStoreIsBuilt = [&] {
+        host::setLogSink(exitFromTheLog, nullptr);
+        host::setLogLevel(3);
+        ParamSet::createInstance();
+        std::abort();
+    };
+    EXPECT_EXIT(exitWhileAStoreIsBuilt(), testing::ExitedWithCode(0), "");
+}
+
+// A program's own creator, which is destroyed with the registry when the process exits. By then the library finds no
+// store and registers nothing, not even the tag of a registration that has waited for the mutex until now.
+class LastCalls : public zarn::param_creator_t<char> {
+public:
+    explicit LastCalls(std::thread registering) : param_creator_t<char>(4), mRegistering(std::move(registering)) {}
+    ~LastCalls() override {
+        zarn::gRigisterMutex.unlock();
+        mRegistering.join();
+        registerPsDynamicParam(11, 4, 0, "late", "bytes");
+        std::map<uint32_t, zarn::tag_info_t> registry;
+        ParamSet::getTagInfo(registry);
+        uint32_t value = 0;
+        const bool isRefused = registry.empty() && sRegistrations == 0 && ParamSet::createInstance() == nullptr &&
+                               getPsParam(0, 1, 10, 0, &value) == PS_NO_DATA &&
+                               zarn::ParamFrame(0, 1, nullptr, &zarn::gTagInfo).createTag(0, nullptr) == nullptr;
+        std::fputs(isRefused ? "all refused" : "a call was served", stderr);
+    }
+    static void countRegistrations(void*, pipeline_loglevel, const char*, const char* line) {
+        sRegistrations += std::strstr(line, "register_tag") != nullptr;
+    }
+
+private:
+    static inline int sRegistrations = 0;
+    std::thread mRegistering;
+};
+
+TEST_F(Threads, RegistryIsClosedWhenItIsDestroyed) {
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    const auto exitWhileARegistrationWaits = [] {
+        static std::atomic<pid_t> sThread{0};
+        auto last = new LastCalls(std::thread([] {
+            while (sThread == 0) std::this_thread::yield();
+            sThread = threadId();
+            registerPsDynamicParam(10, 4, 0, "waits", "bytes");
+        }));
+        ParamSet::register_tag<char>(9, last, 0, "last", "bytes", 0);
+        host::setLogSink(LastCalls::countRegistrations, nullptr);
+        host::setLogLevel(3);
+        zarn::gRigisterMutex.lock();
+        sThread = 1;
+        await([&] { return sThread > 1; });
+        awaitSleep(sThread);
+        std::exit(0);
+    };
+    EXPECT_EXIT(exitWhileARegistrationWaits(), testing::ExitedWithCode(0), "all refused");
 }
 
 class Waiters : public StoreTest {
