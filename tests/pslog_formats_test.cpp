@@ -21,10 +21,14 @@ namespace {
 
 const char* const MODIFIERS[] = {"uid", "year", "zone", "usec", "epoch", "monotonic", "color", "nsec"};
 
+constexpr unsigned MONOTONIC = 1u << 5;
+constexpr time_t SINCE_1970 = 1763719200, SINCE_START = 812;
+
 /// A line as the platform's logger prints it.
-std::string formatted(const AndroidLogFormat* format, const LogLine& line, size_t index, const char* tag = "ParamSet") {
+std::string formatted(const AndroidLogFormat* format, const LogLine& line, time_t seconds, size_t index,
+                      const char* tag = "ParamSet") {
     AndroidLogEntry entry{};
-    entry.tv_sec = 1763719200 + static_cast<time_t>(index / 1000);
+    entry.tv_sec = seconds + static_cast<time_t>(index / 1000);
     entry.tv_nsec = static_cast<long>(index % 1000) * 1000000;
     entry.priority = static_cast<android_LogPriority>(ANDROID_LOG_ERROR + 1 - line.level);
     entry.uid = 1041;
@@ -83,9 +87,12 @@ protected:
 
     std::string logIn(const char* name, unsigned modifiers) const {
         const FormatPointer format = formatOf(name, modifiers);
+        // A device's formatter converts times since 1970 to times since the start. The host's prints the times as they
+        // are.
+        const time_t seconds = (modifiers & MONOTONIC) != 0 ? SINCE_START : SINCE_1970;
         std::string text;
-        for (size_t i = 0; i < mLines.size(); ++i) text += formatted(format.get(), mLines[i], i);
-        return text + formatted(format.get(), {3, 9, "12, other: text of ParamSet: E"}, 0, "Other");
+        for (size_t i = 0; i < mLines.size(); ++i) text += formatted(format.get(), mLines[i], seconds, i);
+        return text + formatted(format.get(), {3, 9, "12, other: text of ParamSet: E"}, seconds, 0, "Other");
     }
 
     static std::string tableOf(const std::string& summary) { return summary.substr(summary.find("\n\n")); }
@@ -99,6 +106,8 @@ TEST_F(PslogFormatsTest, ReadsEveryFormatWithAllModifiers) {
             const std::string summary = summaryOf(logIn(name, modifiers));
             ASSERT_TRUE(has(summary, " 0 damaged\n")) << name << " " << modifiers << "\n" << summary;
             ASSERT_EQ(tableOf(summary), expected) << name << " " << modifiers;
+            const bool times = name[0] == 'l' || std::string_view(name).find("time") != std::string_view::npos;
+            ASSERT_EQ(has(summary, "\n812.000 to 812."), times && (modifiers & MONOTONIC) != 0) << summary;
             const bool threads = name[0] == 'l' || std::string_view(name).substr(0, 6) == "thread";
             ASSERT_EQ(has(summary, "no thread ids"), !threads) << name << " " << modifiers;
         }
