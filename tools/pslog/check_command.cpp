@@ -120,9 +120,9 @@ void addCheckCommand(Program& program) {
     const auto options = std::make_shared<Options>();
     Subcommand command = program.add("check", "check a log against limits; exit status 1 if one is exceeded",
                                      [options] { return run(*options); });
-    command.limit("--max-time-outs", options->mostTimeouts, "allowed number of waits that timed out");
-    command.limit("--max-fall-backs", options->mostFallBacks, "allowed number of gets that another frame answered");
-    command.limit("--max-wait-p99", options->greatestWaitP99, "allowed 99th percentile of a tag's waits, in ms");
+    command.limit("--max-time-outs N", options->mostTimeouts, "allowed number of waits that timed out");
+    command.limit("--max-fall-backs N", options->mostFallBacks, "allowed number of gets that another frame answered");
+    command.limit("--max-wait-p99 MS", options->greatestWaitP99, "allowed 99th percentile of a tag's waits, in ms");
     command.needsOneOf({"--max-time-outs", "--max-fall-backs", "--max-wait-p99"});
     command.flag("--json", options->json, "print JSON");
     addLogInput(command, options->log);

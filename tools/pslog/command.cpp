@@ -16,6 +16,14 @@ CLI::App& appOf(void* app) {
     return *static_cast<CLI::App*>(app);
 }
 
+/// Adds "--name VALUE" or "NAME".
+template <typename Value>
+CLI::Option* add(void* app, const std::string& name, Value& value, const std::string& text) {
+    const size_t end = name.find(' ');
+    const std::string valueName = end == std::string::npos ? "" : name.substr(end + 1);
+    return appOf(app).add_option(name.substr(0, end), value, text)->type_name(valueName);
+}
+
 int refuse(const std::string& why) {
     std::fprintf(stderr, "pslog: %s; try --help\n", why.c_str());
     return 2;
@@ -30,10 +38,7 @@ Subcommand& Subcommand::flag(const std::string& name, bool& value, const std::st
 
 template <typename Value>
 Subcommand& Subcommand::option(const std::string& name, Value& value, const std::string& text) {
-    CLI::Option* option = appOf(mApp).add_option(name, value, text);
-    if constexpr (std::is_same_v<Value, std::string>) {
-        if (!value.empty()) option->capture_default_str();
-    }
+    CLI::Option* option = add(mApp, name, value, text);
     if constexpr (std::is_same_v<Value, std::vector<std::string>>) {
         if (name[0] == '-') option->allow_extra_args(false);  // an option takes one value; repeat the option for more
     }
@@ -43,7 +48,8 @@ Subcommand& Subcommand::option(const std::string& name, Value& value, const std:
 template <typename Value>
 Subcommand& Subcommand::option(const std::string& name, Value& value, const std::string& text, Value least,
                                Value most) {
-    appOf(mApp).add_option(name, value, text)->capture_default_str()->check(CLI::Range(least, most));
+    const CLI::Validator range = CLI::Range(least, most).description("");
+    add(mApp, name, value, text)->capture_default_str()->check(range);
     return *this;
 }
 
@@ -61,7 +67,7 @@ Subcommand& Subcommand::limit(const std::string& name, std::optional<double>& va
         double number = 0;
         return CLI::detail::lexical_cast(word, number) && number >= 0 ? "" : "\"" + word + "\" is no number from 0 on";
     };
-    appOf(mApp).add_option(name, value, text)->check(CLI::Validator(check, "NUMBER"));
+    add(mApp, name, value, text)->check(CLI::Validator(check, ""));
     return *this;
 }
 
@@ -93,6 +99,8 @@ struct Program::State {
 Program::Program(const std::string& description) : mState(std::make_unique<State>()) {
     mState->app.description(description);
     mState->app.require_subcommand(1);
+    mState->app.name("pslog");
+    mState->app.get_formatter()->label("REQUIRED", "");  // the line of the usage shows it
 }
 
 Program::~Program() = default;
@@ -131,7 +139,7 @@ int Program::run(int argc, char** argv) {
 
 void addLogInput(Subcommand& command, LogInput& input) {
     command.flag("--rate", input.rate, "print on standard error how fast the log was read");
-    command.option("LOG", input.name, "the log; '-' is standard input");
+    command.option("LOG", input.name, "the log; without it, or for '-', standard input");
 }
 
 Count readLog(const LogInput& input, Interpreter& interpreter, const std::function<void(const Count&)>& everySecond) {

@@ -26,7 +26,7 @@ public:
 
     /// @tparam Value  std::string, int64_t, uint32_t, size_t, double, std::optional of these numbers, or a vector of
     ///                strings
-    /// @param name    "--name" for an option, "NAME" for an argument, which is optional
+    /// @param name    "--name VALUE" for an option, "NAME" for an argument, which is optional
     template <typename Value>
     Subcommand& option(const std::string& name, Value& value, const std::string& text);
 

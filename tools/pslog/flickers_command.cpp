@@ -73,7 +73,7 @@ void addFlickersCommand(Program& program) {
     Subcommand command = program.add("flickers", "list the reads that did not get their frame's value in time, and why",
                                      [options] { return run(*options); });
     command.flag("--json", options->json, "print JSON");
-    command.option("--most", options->most, "print at most this many", size_t{1}, size_t{100000});
+    command.option("--most N", options->most, "print at most this many", size_t{1}, size_t{100000});
     addLogInput(command, options->log);
 }
 

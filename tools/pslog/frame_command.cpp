@@ -54,8 +54,8 @@ int run(const Options& options) {
 
 void addFrameCommand(Program& program) {
     const auto options = std::make_shared<Options>();
-    Subcommand command =
-        program.add("frame", "show what happened to one frame, in time order", [options] { return run(*options); });
+    Subcommand command = program.add("frame", "show what happened to one frame of a pipe, in time order",
+                                     [options] { return run(*options); });
     command.option("CAM", options->cam, "camera id").required();
     command.option("PIPE", options->pipe, "pipe index").required();
     command.option("FRAME", options->frame, "frame id").required();

@@ -39,15 +39,16 @@ void addTimelineCommand(Program& program) {
     const auto options = std::make_shared<Options>();
     Subcommand command = program.add("timeline", "draw the frames around the worst flickers, or others",
                                      [options] { return run(*options); });
-    command.option("--svg", options->svg, "write a picture for a browser; '-' is standard output");
-    command.option("--trace", options->trace, "write JSON trace events, for a trace viewer");
+    command.option("--svg FILE", options->svg, "write a picture for a browser; '-' is standard output");
+    command.option("--trace FILE", options->trace, "write JSON trace events, for a trace viewer");
     command.needsOneOf({"--svg", "--trace"});
     command.flag("--force", options->force, "replace a file even if it is neither a picture nor a trace");
-    command.option("--around", options->choice.around, "draw this frame and its surroundings");
-    command.option("--tag", options->choice.tags, "draw only this tag (number or name); may be given several times");
-    command.option("--camera", options->choice.cam, "draw only this camera");
-    command.option("--pipe", options->choice.pipe, "draw only this pipe");
-    command.option("--frames", options->choice.frames, "draw at most this many frames of each camera", size_t{1},
+    command.option("--around FRAME", options->choice.around, "draw this frame and its surroundings");
+    command.option("--tag TAG", options->choice.tags,
+                   "draw only this tag (number or name); may be given several times");
+    command.option("--camera CAM", options->choice.cam, "draw only this camera");
+    command.option("--pipe PIPE", options->choice.pipe, "draw only this pipe");
+    command.option("--frames N", options->choice.frames, "draw at most this many frames of each camera", size_t{1},
                    size_t{100000});
     addLogInput(command, options->log);
 }
