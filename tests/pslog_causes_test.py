@@ -90,8 +90,10 @@ class Runs:
         """The log's file, the run's notes, and the flickers."""
         self.number += 1
         log = self.directory / f"{self.number}.log"
-        environment = {**os.environ, "PARAMSET_LOG": "5", "PARAMSET_LOG_TIME": "1",
-                       "LD_PRELOAD": self.programs.miss_wake_ups}
+        # The library by its name, because a blank in its path would end the path.
+        folder, library = os.path.split(os.path.abspath(self.programs.miss_wake_ups))
+        environment = {**os.environ, "PARAMSET_LOG": "5", "PARAMSET_LOG_TIME": "1", "LD_PRELOAD": library,
+                       "LD_LIBRARY_PATH": folder}
         command = [self.programs.pipeline, "--frames", "40", "--fps", str(fps), *options.split()]
         with open(log, "w") as file:
             run = subprocess.run(command, env=environment, stdout=subprocess.PIPE, stderr=file, text=True, timeout=120)
