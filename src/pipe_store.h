@@ -216,13 +216,13 @@ inline std::shared_ptr<Checkpoints>& PipeStore::listOf(Tag& tag) {
 }
 
 // Most requests are for the last checkpoint or a later frame. In a stream the checkpoints are evenly spaced, so that the
-// place of any other frame can be computed.
+// place of any other frame can be computed; it is not the last, because the frame is before that one.
 inline uint32_t PipeStore::newestCheckpoint(const Checkpoints& ids, uint32_t frameID) {
     if (ids.empty() || frameID < ids.front()) return 0;
     if (ids.back() <= frameID) return ids.back();
     const double distance = static_cast<double>(ids.back() - ids.front()) / static_cast<double>(ids.size() - 1);
     const auto place = static_cast<size_t>(static_cast<double>(frameID - ids.front()) / distance);
-    if (place + 1 < ids.size() && ids[place] <= frameID && frameID < ids[place + 1]) return ids[place];
+    if (ids[place] <= frameID && frameID < ids[place + 1]) return ids[place];
     return *(std::upper_bound(ids.begin(), ids.end(), frameID) - 1);
 }
 
