@@ -733,7 +733,7 @@ private:
     camera_metadata* _getMetadata(uint32_t camID, uint32_t frameID) PARAMSET_REQUIRES(mMutex);
     uint32_t _setMetadata(uint32_t camID, uint32_t frameID, const camera_metadata* metadata) PARAMSET_REQUIRES(mMutex);
 
-    // As the public one, for the library itself, which changes nothing there. The messages name both alike.
+    // As the public one, for the library itself, which only reads the record. In the log both have the same name.
     const cam_elem* getPsHandle(uint32_t cam) const;
     // Calls the operation of a command code.
     uint32_t forward(const cam_elem* elem, const Command& command) PARAMSET_EXCLUDES(mMutex);
@@ -743,7 +743,7 @@ private:
     zarn_ops mOps;                                   // set-up only
     std::mutex mMutex;                               // guards what each pipe holds
     std::map<int, std::shared_ptr<cam_elem>> mElem;  // cameras 0 to 4 from construction to destruction
-    // The way to the pipes. Constant from construction to destruction.
+    // The pipes of all cameras. Constant from construction to destruction.
     std::unique_ptr<Pipes> mPipes PARAMSET_PT_GUARDED_BY(mMutex);
 };
 
