@@ -66,7 +66,7 @@ private:
     /// The distance of labels in frames.
     static uint64_t labelEvery(double frameWidth) {
         for (uint64_t ten = 1;; ten *= 10) {
-            for (const uint64_t times : {1, 2, 5}) {
+            for (const uint64_t times : {1u, 2u, 5u}) {
                 if (frameWidth * static_cast<double>(ten * times) >= LABEL_DISTANCE) return ten * times;
             }
         }
