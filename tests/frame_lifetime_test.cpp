@@ -234,4 +234,13 @@ TEST_F(FrameLifetime, EraseThatFindsNoValueToSaveLeavesZerosInFrameZero) {
     EXPECT_EQ(bytes, std::string(4096, '\0'));
 }
 
+TEST_F(FrameLifetime, EraseThatFindsNoValueToSaveKeepsThatOfFrameZero) {
+    constexpr uint32_t kLate = 23;
+    set(10, 5, kLate);  // a frame and a checkpoint, but no value
+    registerPsDynamicParam(kLate, sizeof(uint32_t), 0, "late", "uint32_t");
+    set(0, 7, kLate);
+    EXPECT_EQ(erasePs(kCam, kPipe, 20), PS_NO_BUFFER);
+    EXPECT_EQ(get(10, kLate), 7u);
+}
+
 }  // namespace
