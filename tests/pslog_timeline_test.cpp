@@ -117,6 +117,11 @@ protected:
                      [&](const auto& e) { return e.value(key, "") == value; });
         return result;
     }
+    std::map<int, std::string> threadNames() const {
+        std::map<int, std::string> names;
+        for (const auto& event : events("name", "thread_name")) names[event["tid"]] = event["args"]["name"];
+        return names;
+    }
 
     pugi::xml_document mPicture;
     nlohmann::json mEvents;
@@ -274,13 +279,15 @@ TEST_F(PslogTimelineTest, IsNeverTooWideAndFoldsTagsThatDoNotFit) {
         for (uint32_t frame = 1; frame <= 20; ++frame) {
             for (uint32_t tag = 100; tag < 100 + tags; ++tag) {
                 log.at(frame * 100000);
-                log.deliver(frame, tag, tag);
-                if (frame == 7) log.wait(frame, tag, 42, 50, true, frame - 1);
+                log.deliver(frame, tag, 42);
+                if (frame == 7) log.wait(frame, tag, 43, 50, true, frame - 1);
             }
         }
         draw(log.text());
         EXPECT_EQ(count(texts(0, 4000), "tag 123"), 0u);
         EXPECT_EQ(count(texts(0, 4000), "176 more tags"), tags == 200 ? 1u : 0u);
+        if (tags != 5) continue;
+        EXPECT_EQ(threadNames().at(42), "42 gives tag 100, tag 101, tag 102 and 2 more");
         EXPECT_EQ(count(texts(0, 4000), "176 time-outs, 176 fall-backs"), tags == 200 ? 1u : 0u);
     }
 }
@@ -324,9 +331,7 @@ TEST_F(PslogTimelineTest, TraceLeadsFromDeliveriesToTheWaitsThatTheyEnd) {
     const auto flickers = events("cat", "flicker");
     ASSERT_EQ(flickers.size(), 1u);
     EXPECT_EQ(flickers[0]["name"], "flicker: gain of 17 was that of 16");
-    std::map<int, std::string> threads;
-    for (const auto& event : events("name", "thread_name")) threads[event["tid"]] = event["args"]["name"];
-    EXPECT_EQ(threads, (std::map<int, std::string>{{41, "41 gives ready"}, {42, "42 gives gain"}, {43, "43"}}));
+    EXPECT_EQ(threadNames(), (std::map<int, std::string>{{41, "41 gives ready"}, {42, "42 gives gain"}, {43, "43"}}));
     const auto counters = events("name", "pipe 2 gain");
     ASSERT_EQ(counters.size(), 80u);
     EXPECT_EQ(counters.back()["args"]["waits"], 0);

@@ -164,22 +164,32 @@ private:
         }
     }
 
-    /// Names threads after the tags that they set, because the log has no names of threads.
-    void nameThreads() {
-        for (const auto& [number, thread] : mThreads) {
-            std::string name = thread.lane != SIZE_MAX ? trackOf(thread.lane) : std::to_string(number);
-            for (const size_t lane : thread.gives)
-                name += (lane == *thread.gives.begin() ? " gives " : ", ") + tagOf(lane);
-            write("M", "thread_name", number, 0)["args"]["name"] = name;
-        }
-        mThreads.clear();
-    }
-
     struct Thread {
         std::set<size_t> gives;  ///< lanes that the thread sets
         size_t lane = SIZE_MAX;  ///< the lane that the thread stands for
         int64_t busyUntil = INT64_MIN;
     };
+
+    /// " gives gain, history and 2 more"
+    std::string giftsOf(const Thread& thread) const {
+        constexpr size_t MOST = 3;
+        std::string text;
+        size_t named = 0;
+        for (const size_t lane : thread.gives) {
+            if (named == MOST) return text + " and " + std::to_string(thread.gives.size() - MOST) + " more";
+            text += (named++ == 0 ? " gives " : ", ") + tagOf(lane);
+        }
+        return text;
+    }
+
+    /// Names threads after the tags that they set, because the log has no names of threads.
+    void nameThreads() {
+        for (const auto& [number, thread] : mThreads) {
+            std::string name = thread.lane != SIZE_MAX ? trackOf(thread.lane) : std::to_string(number);
+            write("M", "thread_name", number, 0)["args"]["name"] = name + giftsOf(thread);
+        }
+        mThreads.clear();
+    }
 
     const Timeline& mTimeline;
     const Tags& mTags;
