@@ -120,10 +120,16 @@ def judge(flickers, read, cause, root):
     worst = of_read[0]
     last = worst["chain"][-1]
     root_tag, root_frame = value(root)
-    is_place = last["tag"] == root_tag and root_frame in (None, last["frame"])
-    if is_place and last["cause"] != cause and last.get("or_else") == cause:
+
+    def is_place(reason):
+        return reason["tag"] == root_tag and root_frame in (None, reason["frame"])
+
+    rights = [is_place(f["chain"][-1]) and f["chain"][-1]["cause"] == cause for f in of_read]
+    if is_place(last) and not rights[0] and last.get("or_else") == cause:
         return None, worst["story"]  # the log does not show whether it was the fault or a busy machine
-    return is_place and last["cause"] == cause, worst["story"]
+    if not rights[0] and last["cause"] == NOT_RUN:
+        return None, worst["story"]  # a busy machine has held up the reader for even longer
+    return rights[0], worst["story"]
 
 
 def staged_run(runs, case, fps):

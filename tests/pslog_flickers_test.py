@@ -151,6 +151,9 @@ CASES = [
     ("late for a value that never came", [
         *FELL_BACK, (301, "gains", "ask S 10"), (351, "gains", "timeout S 10 50"), (351, "gains", "got S 10 9"),
         (352, "gains", "deliver G 10")], ["S 10: never delivered", "G 10: never delivered"]),
+    ("late for a value that never came, and then held up", [
+        *FELL_BACK, (301, "gains", "ask S 10"), (351, "gains", "timeout S 10 50"), (351, "gains", "got S 10 9"),
+        (363, "gains", "deliver G 10")], ["S 10: never delivered", "G 10: never delivered"]),
     ("late for a frame that was gone", [
         *FELL_BACK, (301, "gains", "ask S 10"), (310, "other", "erase G 16 9"), (330, "stats", "deliver S 10"),
         (351, "gains", "timeout S 10 50"), (351, "gains", "failed S 10 4"), (352, "gains", "deliver G 10")],

@@ -122,7 +122,8 @@ void Recent::assign(Index index, uint32_t number) {
     if (own.event.type == EventType::GET || own.event.type == EventType::FAILURE) addAnswer(index);
     const uint64_t kind =
         own.event.type == EventType::WAIT ? kindOfWait(number, own.event) : kindOf(number, *before, own.event);
-    mUsual[kind].add(stretchTo(index).us);
+    // A wait that timed out is not usual, even if its thread had no other wait for this tag.
+    if (own.event.type != EventType::WAIT || !own.event.timedOut) mUsual[kind].add(stretchTo(index).us);
 }
 
 void Recent::assignByOrder(Index index) {
