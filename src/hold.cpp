@@ -2,7 +2,7 @@
 
 #include "src/hold.h"
 
-#include <thread>
+#include "src/attempts.h"
 
 namespace zarn {
 
@@ -38,16 +38,12 @@ void ParamSet::Hold::retire() {
 }
 
 bool ParamSet::Hold::end() {
-    int tries = 1000000;  // some tenths of a second
-    const auto mayWait = [&tries] {
-        std::this_thread::yield();
-        return --tries > 0;
-    };
+    const Attempts attempts(std::chrono::milliseconds(500));
     Creation::refuse();
-    while (Creation::isRunning() && mayWait()) {
+    while (Creation::isRunning() && attempts.another()) {
     }
     retire();
-    while (std::atomic_load(&sInstance) != nullptr && mayWait()) {
+    while (std::atomic_load(&sInstance) != nullptr && attempts.another()) {
     }
     for (const Record* record = sRecords; record != nullptr; record = record->mNext) {
         if (record->mStore.load(std::memory_order_acquire) != nullptr) return true;

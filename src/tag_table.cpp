@@ -5,29 +5,28 @@
 #include <pthread.h>
 
 #include <deque>
-#include <thread>
 #include <vector>
+
+#include "src/attempts.h"
 
 namespace zarn {
 
 namespace {
 
 constexpr int kFewestBits = 6;
-constexpr int kTriesInOperation = 8;  // the store's mutex is held meanwhile
-constexpr int kTriesOutside = 1000;
-// Some tenths of a second. The holder may be a registration that lost its processor, or this very thread.
-constexpr int kTriesAtCreation = 1000000;
-constexpr int kTriesAtEnd = 1000000;
+// How long an attempt to take gRigisterMutex lasts.
+constexpr std::chrono::microseconds kInOperation(20);  // the store's mutex is held meanwhile
+constexpr std::chrono::milliseconds kOutside(1);
+constexpr std::chrono::milliseconds kAtCreation(500);  // the holder may be a registration that lost its processor
+constexpr std::chrono::milliseconds kAtEnd(500);
 
-// Takes gRigisterMutex for a scope, if it is free within so many tries and the library has not been unloaded. This very
+// Takes gRigisterMutex for a scope, if it becomes free in that time and the library has not been unloaded. This very
 // thread may hold it already: POSIX lets a thread try a mutex that it holds, std::mutex::try_lock does not.
 class RegistryTry {
 public:
-    explicit RegistryTry(int tries) {
-        for (; !TagTable::hasEnded() && !mIsHeld && tries > 0; --tries) {
-            mIsHeld = pthread_mutex_trylock(gRigisterMutex.native_handle()) == 0;
-            if (!mIsHeld) std::this_thread::yield();
-        }
+    explicit RegistryTry(std::chrono::microseconds atMost) : mIsHeld(take()) {
+        if (mIsHeld) return;
+        for (const Attempts attempts(atMost); !mIsHeld && !TagTable::hasEnded() && attempts.another();) mIsHeld = take();
     }
     ~RegistryTry() {
         if (mIsHeld) gRigisterMutex.unlock();
@@ -38,7 +37,11 @@ public:
     explicit operator bool() const { return mIsHeld; }
 
 private:
-    bool mIsHeld = false;
+    static bool take() {
+        return !TagTable::hasEnded() && pthread_mutex_trylock(gRigisterMutex.native_handle()) == 0;
+    }
+
+    bool mIsHeld;
 };
 
 }  // namespace
@@ -97,7 +100,7 @@ TagTable::Slots::Slots(size_t tags) {
 }
 
 TagReader::TagReader() {
-    if (const RegistryTry registry{kTriesAtCreation}) readMap();
+    if (const RegistryTry registry{kAtCreation}) readMap();
 }
 
 TagReader::~TagReader() {
@@ -115,13 +118,13 @@ void TagReader::readMap() {
 }
 
 const RegisteredTag* TagReader::lookUp(uint32_t id) {
-    if (const RegistryTry registry{kTriesInOperation}) readMap();
+    if (const RegistryTry registry{kInOperation}) readMap();
     return TagTable::isTrusted() ? TagTable::find(id) : nullptr;
 }
 
 const tag_info_t& TagReader::findOrInsert(uint32_t id) {
     if (const RegisteredTag* tag = find(id)) return tag->info;
-    if (const RegistryTry registry{kTriesInOperation}) {
+    if (const RegistryTry registry{kInOperation}) {
         const tag_info_t& info = gTagInfo[id];
         readMap();
         return info;
@@ -132,7 +135,7 @@ const tag_info_t& TagReader::findOrInsert(uint32_t id) {
 
 std::optional<bool> TagTable::isRegistered(uint32_t id) {
     if (isTrusted() && find(id) != nullptr) return true;
-    if (const RegistryTry registry{kTriesOutside}) return gTagInfo.count(id) != 0;
+    if (const RegistryTry registry{kOutside}) return gTagInfo.count(id) != 0;
     return std::nullopt;
 }
 
@@ -145,7 +148,7 @@ bool TagTable::isMapReadable(bool isMutexHeld) {
 std::shared_ptr<creator_base_t> TagTable::creatorOf(uint32_t id) {
     const RegisteredTag* tag = isTrusted() ? find(id) : nullptr;
     if (tag != nullptr) return tag->info.mCreator;
-    const RegistryTry registry(kTriesOutside);
+    const RegistryTry registry(kOutside);
     if (!isMapReadable(static_cast<bool>(registry))) return nullptr;
     const auto it = gTagInfo.find(id);
     return it != gTagInfo.end() ? it->second.mCreator : nullptr;
@@ -155,7 +158,7 @@ void TagTable::copyTo(std::map<uint32_t, tag_info_t>& out) {
     if (&out == &gTagInfo) return;
     std::vector<EntryCopy> copies;
     {
-        const RegistryTry registry(kTriesOutside);
+        const RegistryTry registry(kOutside);
         if (isMapReadable(static_cast<bool>(registry))) {
             for (const auto& [id, info] : gTagInfo) copies.emplace_back(id, info);
         } else if (isTrusted()) {
@@ -227,7 +230,7 @@ void TagTable::put(Slots& slots, const RegisteredTag& tag) {
 
 void TagTable::end(bool callsStillRun) {
     // Lets a running registration finish, within bounds. After sHasEnded is set, none begins.
-    const RegistryTry registry(kTriesAtEnd);
+    const RegistryTry registry(kAtEnd);
     sHasEnded = true;
     if (callsStillRun) storage().kept.swap(gTagInfo);
 }

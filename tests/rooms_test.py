@@ -14,7 +14,7 @@ import sys
 
 # From the lowest to the highest. A room may use those before it, and the files of its own name.
 ROOMS = [
-    "relaxed changes store_lock hold tag_table pipe_index waiters trace allocation",
+    "attempts relaxed changes store_lock hold tag_table pipe_index waiters trace allocation",
     "pipe_store",
     "request",
     "pipes",
@@ -24,7 +24,7 @@ ROOMS = [
 ]
 LEVEL = {name: level for level, names in enumerate(ROOMS) for name in names.split()}
 # Which files of the lowest room may include which others of it.
-BESIDE = {("waiters", "relaxed"), ("trace", "relaxed")}
+BESIDE = {("waiters", "relaxed"), ("trace", "relaxed"), ("hold", "attempts"), ("tag_table", "attempts")}
 
 HELD = r"\bm(?:Frames|CheckPoint|ErasePoint|Tags|Status)\b"
 READS = r"\.(?:find|size|empty|end|count)\("
