@@ -49,7 +49,10 @@ extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
 }
 
 extern "C" int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
-    static auto* const real = next(&pthread_mutex_lock, "pthread_mutex_lock");
+    // Not initialised by a call: libc++ takes a mutex for that.
+    static std::atomic<decltype(&pthread_mutex_lock)> found{nullptr};
+    if (found == nullptr) found = next(&pthread_mutex_lock, "pthread_mutex_lock");
+    const auto real = found.load();
     if (const auto* hook = std::exchange(tBeforeLock, nullptr)) (*hook)();
     return real(mutex);
 }
