@@ -215,8 +215,8 @@ inline std::shared_ptr<Checkpoints>& PipeStore::listOf(Tag& tag) {
     return *tag.checkpoints;
 }
 
-// Most requests are for the last checkpoint or a later frame. In a stream the checkpoints are evenly spaced, so that the
-// place of any other frame can be computed; it is not the last, because the frame is before that one.
+// Most requests are for the last checkpoint or a later frame. In a stream the checkpoints are evenly spaced, so that
+// the place of any other frame can be computed; it is not the last, because the frame is before that one.
 inline uint32_t PipeStore::newestCheckpoint(const Checkpoints& ids, uint32_t frameID) {
     if (ids.empty() || frameID < ids.front()) return 0;
     if (ids.back() <= frameID) return ids.back();

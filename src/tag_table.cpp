@@ -26,7 +26,8 @@ class RegistryTry {
 public:
     explicit RegistryTry(std::chrono::microseconds atMost) : mIsHeld(take()) {
         if (mIsHeld) return;
-        for (const Attempts attempts(atMost); !mIsHeld && !TagTable::hasEnded() && attempts.another();) mIsHeld = take();
+        const Attempts attempts(atMost);
+        while (!mIsHeld && !TagTable::hasEnded() && attempts.another()) mIsHeld = take();
     }
     ~RegistryTry() {
         if (mIsHeld) gRigisterMutex.unlock();
@@ -37,9 +38,7 @@ public:
     explicit operator bool() const { return mIsHeld; }
 
 private:
-    static bool take() {
-        return !TagTable::hasEnded() && pthread_mutex_trylock(gRigisterMutex.native_handle()) == 0;
-    }
+    static bool take() { return !TagTable::hasEnded() && pthread_mutex_trylock(gRigisterMutex.native_handle()) == 0; }
 
     bool mIsHeld;
 };

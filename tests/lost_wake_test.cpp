@@ -1,6 +1,6 @@
-// Forces moments that are too short to be met by chance: in which a get that begins to wait could miss its delivery, two
-// threads register one tag, or the process exits while the store is destroyed. This program defines four functions of
-// the C library; the dynamic linker finds them first, and they stop a thread at the moment that a test needs.
+// Forces moments that are too short to be met by chance: in which a get that begins to wait could miss its delivery,
+// two threads register one tag, or the process exits while the store is destroyed. This program defines five functions
+// of the C library; the dynamic linker finds them first, and they stop a thread at the moment that a test needs.
 
 #include <dlfcn.h>
 #include <pthread.h>
@@ -25,6 +25,7 @@ Function* next(Function*, const char* name) {
 // Each is run once, at the next call on this thread.
 thread_local const std::function<void()>* tBeforeClock = nullptr;  // needs no construction, which allocates
 thread_local const std::function<void()>* tBeforeLock = nullptr;
+thread_local const std::function<void()>* tBeforeTry = nullptr;
 thread_local std::function<void()> tBeforeWait;
 thread_local std::function<void()> tBeforeSecondNotification;
 thread_local int tNotifications = 0;
@@ -38,6 +39,16 @@ void runOnce(std::function<void()>& hook) {
     taken();
 }
 
+using MutexCall = int (*)(pthread_mutex_t*);
+
+// The function is not looked up by an initialiser of a static variable: libc++ takes a mutex for that.
+int callMutex(const char* name, std::atomic<MutexCall>& real, const std::function<void()>*& before,
+              pthread_mutex_t* mutex) {
+    if (real == nullptr) real = reinterpret_cast<MutexCall>(dlsym(RTLD_NEXT, name));
+    if (const auto* hook = std::exchange(before, nullptr)) (*hook)();
+    return real.load()(mutex);
+}
+
 }  // namespace
 
 extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
@@ -49,12 +60,13 @@ extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
 }
 
 extern "C" int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
-    // Not initialised by a call: libc++ takes a mutex for that.
-    static std::atomic<decltype(&pthread_mutex_lock)> found{nullptr};
-    if (found == nullptr) found = next(&pthread_mutex_lock, "pthread_mutex_lock");
-    const auto real = found.load();
-    if (const auto* hook = std::exchange(tBeforeLock, nullptr)) (*hook)();
-    return real(mutex);
+    static std::atomic<MutexCall> real{nullptr};
+    return callMutex("pthread_mutex_lock", real, tBeforeLock, mutex);
+}
+
+extern "C" int pthread_mutex_trylock(pthread_mutex_t* mutex) noexcept {
+    static std::atomic<MutexCall> real{nullptr};
+    return callMutex("pthread_mutex_trylock", real, tBeforeTry, mutex);
 }
 
 extern "C" int pthread_cond_clockwait(pthread_cond_t* cond, pthread_mutex_t* mutex, clockid_t clock,
@@ -191,7 +203,8 @@ TEST_F(Exit, FromTheDestructionOfTheStoreEnds) {
     const auto exitWhileTheStoreIsDestroyed = [] {
         host::setLogLevel(0);
         const std::function<void()> exit = [] { std::exit(0); };
-        tBeforeLock = &exit;
+        // The first lock is that of the atomic operation on sInstance; libc++ tries it first.
+        tBeforeLock = tBeforeTry = &exit;
         zarn::ParamSet::destroyInstance();
         std::abort();
     };
