@@ -223,6 +223,8 @@ bool growsAsTold(uint32_t calls) {
 
 // ---- gap
 
+constexpr uint32_t kLongWait = 500;  // milliseconds: longer than a busy machine keeps a thread from running
+
 // Makes gets whose delivery begins at most `latest` microseconds after them, while other threads keep the processors
 // and the store busy. A delivery is missed if the get timed out although the delivery had returned before the time-out.
 void countMissed(uint32_t handOffs, int busyThreads, uint32_t latest) {
@@ -249,8 +251,8 @@ void countMissed(uint32_t handOffs, int busyThreads, uint32_t latest) {
     uint32_t missed = 0;
     for (uint32_t frame = 1; frame <= handOffs; ++frame) {
         begun = frame;
-        const auto inTime = steady_clock::now() + std::chrono::milliseconds(DEFAULT_WAIT_MS);
-        const uint32_t result = getPsParamSyn(0, 2, frame, kTag, Value().data());
+        const auto inTime = steady_clock::now() + std::chrono::milliseconds(kLongWait);
+        const uint32_t result = getPsParamSynTimeout(0, 2, frame, kTag, Value().data(), kLongWait);
         while (delivered < frame) std::this_thread::yield();
         missed += result == PS_TIMED_OUT && deliveredAt < inTime;
         waited += ParamSet::getInstance()->getPsHandle(0)->mPipe[2].mFrames.at(frame)->mStatus.at(kTag).mFrameID != 0;
