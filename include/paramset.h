@@ -4,9 +4,9 @@
  *
  * One process-wide store of typed values, keyed by camera, pipe, frame id and tag. A module registers a tag once.
  * After that, any module can set the tag's bytes for a frame, and any module can get them, or wait a bounded time for
- * them. A frame without a value of its own is answered by the newest earlier frame that was given one (a
- * *checkpoint*), or by the pipe's standing *frame 0*. A tag's *erase point* is a frame id: at or below it the tag's
- * own values are gone and frame 0 answers.
+ * them. If a frame has no value of its own, the newest earlier frame that was given one (a *checkpoint*) answers. If
+ * there is none, the pipe's standing *frame 0* answers. A tag's *erase point* is a frame id: the tag's values of this
+ * frame and of all frames before it are gone, and frame 0 answers for these frames.
  *
  * A C compiler sees the limits, the result codes, `zarn_ops` and the C functions; a C++ compiler sees everything.
  *
@@ -98,7 +98,7 @@ static const uint32_t THE_LAST = 0xFFFFFFFFu;
  *
  * A command code of ioctrlOutsidePsParam selects the slot of the same number (0x8000 is `cmd0`, 0x800A is `cmd10`).
  * The first argument is one of the camera's seven handles; @p in and @p out are the caller's pointers, passed through
- * untouched. What an operation returns becomes the result of the call. A null slot is an operation that is not there.
+ * untouched. What an operation returns becomes the result of the call. A null slot means: there is no such operation.
  * The operations run on the caller's thread, with no lock of the store held; they may run on several threads at once,
  * and must not throw.
  */
@@ -132,13 +132,13 @@ typedef struct zarn_ops {
  * @param name      name of the tag, for the log; copied. Null counts as an empty text
  * @param dataType  the type of its value, for the log; copied. Null counts as an empty text
  *
- * Thread-safe; waits for other registrations, and no get, set or erase waits for it. The store need not exist. Logs the
- * registration at level 3.
+ * Thread-safe. Waits for other registrations; no get, set or erase waits for it. Works with or without a store. Logs
+ * the registration at level 3.
  */
 PARAMSET_API void registerPsStaticParam(uint32_t tag, uint32_t size, int tagType, const char* name,
                                         const char* dataType);
 
-/** Registers a tag with a retain number of 6 (1 if @p tagType is 1). Else as registerPsStaticParam. */
+/** Registers a tag with a retain number of 6 (1 if @p tagType is 1). Otherwise the same as registerPsStaticParam. */
 PARAMSET_API void registerPsDynamicParam(uint32_t tag, uint32_t size, int tagType, const char* name,
                                          const char* dataType);
 
@@ -151,7 +151,7 @@ PARAMSET_API void registerPsDynamicParam(uint32_t tag, uint32_t size, int tagTyp
  *
  * An ordinary erase frees nothing of a tag of type 2. If its history never reaches the retain number, the store grows.
  *
- * Else as registerPsStaticParam.
+ * Otherwise the same as registerPsStaticParam.
  */
 PARAMSET_API void registerPsQueueParam(uint32_t tag, uint32_t size, int tagType, const char* name, const char* dataType,
                                        int retainNum);
@@ -179,23 +179,24 @@ PARAMSET_API void registerPsDynamicParamWithExtendingLife(uint32_t tag, uint32_t
  *         answer has no buffer, or there was no memory for frame 0's.
  *         @p data is untouched unless the result is 0.
  *
- * Thread-safe; waits only for the store's mutex. Logs the camera or the pipe out of limit and a failure at level 1, a
- * frame at or below the erase point with the retain number that would have served it at level 2, and how it was
- * answered at level 5 (4 for the traced tag).
+ * Thread-safe; waits only for the store's mutex. Logs at level 1 a camera or a pipe out of limit and a failure; at
+ * level 2 a frame at or below the erase point, with the retain number that would have been enough; at level 5 (4 for
+ * the traced tag) how the get was answered.
  *
- * Each unregistered tag that is asked for leaves an erase point in the pipe; if it was asked for a frame above 0, also
- * an empty checkpoint list; and if that frame was at or below its erase point, also an empty registry entry. Asking for
- * new tag ids without end grows the store.
+ * A get of an unregistered tag leaves an erase point in the pipe. A get of a frame above 0 also leaves an empty
+ * checkpoint list. If that frame is at or below the tag's erase point, the get also leaves an empty registry entry.
+ * Asking for new tag ids without end grows the store.
  */
 PARAMSET_API uint32_t getPsParam(uint32_t cam, int32_t pipe, uint32_t frame, uint32_t tag, void* data);
 
 /**
  * Copies the value of @p tag for frame @p frame from @p data into the store. Wakes nobody: see setPsParamSyn.
  *
- * A frame that does not have the tag yet gets a buffer and a checkpoint, and is made if it does not exist; a frame that
- * has it is overwritten in place. Frame 0, a tag of type 1 and a frame at or below the erase point go to frame 0.
- * Before a checkpoint is added, the history is trimmed: to 299 checkpoints, or for type 2 to one less than the retain
- * number. The last checkpoint that is trimmed becomes the erase point.
+ * A set of frame 0, of a tag of type 1, or of a frame at or below the erase point writes to frame 0. For any other
+ * frame: if it does not exist, it is made; if it does not have the tag yet, it gets a buffer and a checkpoint; if it
+ * has the tag, its value is overwritten in place. Before a checkpoint is added, the history is trimmed: to 299
+ * checkpoints, or for type 2 to one less than the retain number. The last checkpoint that is trimmed becomes the erase
+ * point.
  *
  * @param cam    camera id, 0 to 4
  * @param pipe   pipe index, 0 to 13
@@ -206,7 +207,7 @@ PARAMSET_API uint32_t getPsParam(uint32_t cam, int32_t pipe, uint32_t frame, uin
  *         PS_OUT_OF_LIMIT (1): the camera is out of limit.
  *         PS_NO_DATA (2): @p data is null, or there is no store.
  *         PS_NO_BUFFER (0xFFFFFFFF): the pipe is out of limit, the tag is not registered, or there was no memory for
- *         its value; the frame and the checkpoint may have been made all the same.
+ *         its value. The frame and the checkpoint may have been made nevertheless.
  *
  * Thread-safe; waits only for the store's mutex. Logs as getPsParam does, and each new frame and checkpoint at level 5.
  *
@@ -222,11 +223,11 @@ PARAMSET_API uint32_t getPsParamSyn(uint32_t cam, int32_t pipe, uint32_t frame, 
  * Copies the value of @p tag for frame @p frame into @p data. If it is not there yet, waits once for setPsParamSyn to
  * deliver it.
  *
- * It does not wait if the frame has the tag and it was delivered. For frame 0 it does not wait if the tag was delivered
- * to frame 0 since everything in the pipe was last erased. If the frame does not exist, it is made, without a
- * checkpoint. A plain set does not end the wait; an erase that reaches the frame does. If the frame has a value from a
- * plain set only, neither a delivery nor an erase ends the wait, unless another get waited there before: it ends by its
- * time-out.
+ * It does not wait if the frame has the tag and the tag was delivered there. For frame 0 it does not wait if the tag
+ * was delivered to frame 0 after the last erase of everything in the pipe. If the frame does not exist, it is made,
+ * without a checkpoint. A plain set does not end the wait; an erase that reaches the frame does. If the frame has a
+ * value from a plain set only, the wait lasts until its time-out: neither a delivery nor an erase ends it, unless
+ * another get waited there before.
  *
  * @param cam      camera id, 0 to 4
  * @param pipe     pipe index, 0 to 13
@@ -239,14 +240,14 @@ PARAMSET_API uint32_t getPsParamSyn(uint32_t cam, int32_t pipe, uint32_t frame, 
  *         PS_NO_DATA (2): @p data is null, or there is no store.
  *         PS_NOT_OF_FRAME (3): the frame is at or below the erase point, or had no value when the wait ended and an
  *         earlier frame (or frame 0) answered.
- *         PS_TIMED_OUT (6): timed out, but the frame has a value by then, or it is frame 0.
+ *         PS_TIMED_OUT (6): the wait timed out. The frame has a value by then, or it is frame 0.
  *         The code does not tell whether bytes were copied: for an unregistered tag nothing is copied, whatever the
  *         code.
  *
- * Thread-safe; blocks for at most @p timeout plus the wait for the store's mutex. Logs the camera or the pipe out of
- * limit and a copy that was not done at level 1, a frame at or below the erase point and a time-out at level 2, each
- * wait's milliseconds and the newest frame for THE_LAST at level 4; the request (4 for the traced tag) and the copy at
- * level 5.
+ * Thread-safe; blocks for at most @p timeout plus the wait for the store's mutex. Logs at level 1 a camera or a pipe
+ * out of limit and a copy that was not done; at level 2 a frame at or below the erase point and a time-out; at level 4
+ * the milliseconds of each wait and, for THE_LAST, the newest frame; at level 5 the request (4 for the traced tag) and
+ * the copy.
  *
  * The wait uses the monotonic clock: setting the wall clock neither shortens nor lengthens it. A wake-up is lost if it
  * comes in the instant in which the wait begins. The result is then PS_TIMED_OUT, with the frame's own bytes.
@@ -276,12 +277,13 @@ PARAMSET_API uint32_t getPsParamSynTimeout(uint32_t cam, int32_t pipe, uint32_t 
  * @return PS_OK (0): copied; or, above the erase point, not copied, because the tag is unregistered or memory ran out.
  *         PS_OUT_OF_LIMIT (1): the camera or the pipe is out of limit.
  *         PS_NO_DATA (2): @p data is null, or there is no store.
- *         PS_NOT_OF_FRAME (3): not copied, for one of the same two reasons, at a frame at or below the erase point.
- *         Even if nothing was copied, the value counts as delivered and the waiting gets are woken; only the log tells.
+ *         PS_NOT_OF_FRAME (3): not copied, for one of these two reasons, and the frame is at or below the erase point.
+ *         Even if nothing was copied, the value counts as delivered and the waiting gets are woken. Only the log shows
+ *         that nothing was copied.
  *
- * Thread-safe; waits only for the store's mutex. Logs the camera or the pipe out of limit and a copy that was not done
- * at level 1, a frame at or below the erase point at level 2, the newest frame for THE_LAST at level 4; the request (4
- * for the traced tag), the waking of waiters and the copy at level 5.
+ * Thread-safe; waits only for the store's mutex. Logs at level 1 a camera or a pipe out of limit and a copy that was
+ * not done; at level 2 a frame at or below the erase point; at level 4, for THE_LAST, the newest frame; at level 5 the
+ * request (4 for the traced tag), the waking of waiters and the copy.
  *
  * New frames and new tag ids without end grow the store as with getPsParamSynTimeout, except that trimming removes the
  * frames that were given a value.
@@ -295,10 +297,10 @@ PARAMSET_API uint32_t setPsParamSyn(uint32_t cam, int32_t pipe, uint32_t frame, 
  * number. The newest value at or below the limit is copied to frame 0. The checkpoints and values at or below the limit
  * are removed. Synchronous gets that wait for the tag there are woken. If the pipe has any frame at or below the limit,
  * the limit becomes the tag's erase point. A frame without any value left is removed; a frame that stays gets a status
- * record of each tag that was erased from it. Metadata is erased with pipe 0, up to six frames behind @p frame, and not
- * copied to frame 0. Skipped are tags of type 2, and tags other than metadata whose limit is below 1 or above
- * 2147483647: values of frames from 2147483648 on are removed only by trimming or by THE_LAST. If @p frame is below 8,
- * nothing is erased.
+ * record of each tag that was erased from it. Metadata is erased with pipe 0, up to the frame six behind @p frame, and
+ * is not copied to frame 0. The erase skips tags of type 2. It also skips tags other than metadata whose limit is below
+ * 1 or above 2147483647: values of frames from 2147483648 on are removed only by trimming or by THE_LAST. If @p frame
+ * is below 8, nothing is erased.
  *
  * @param cam    camera id, 0 to 4
  * @param pipe   pipe index, 0 to 13
@@ -309,10 +311,10 @@ PARAMSET_API uint32_t setPsParamSyn(uint32_t cam, int32_t pipe, uint32_t frame, 
  *         PS_NO_DATA (2): there is no store.
  *         PS_NO_BUFFER (0xFFFFFFFF): the last value that was to be saved to frame 0 could not be; the rest is done.
  *
- * Thread-safe; waits only for the store's mutex. Logs at level 1 the camera or the pipe out of limit and a value that
- * could not be saved, at level 2 a value to be saved that is at or below its erase point, at level 4 the erasing of
- * everything, at level 5 its beginning, its end, each tag and each saved value. While erases are traced, the beginning
- * and the tags are at level 4 until the first value is saved.
+ * Thread-safe; waits only for the store's mutex. Logs at level 1 a camera or a pipe out of limit and a value that could
+ * not be saved; at level 2 a value to be saved that is at or below its erase point; at level 4 an erase of everything;
+ * at level 5 the erase's beginning and end, each tag and each saved value. While erases are traced, the beginning and
+ * the tags are at level 4 until the first value is saved.
  */
 PARAMSET_API uint32_t erasePs(uint32_t cam, int32_t pipe, uint32_t frame);
 
@@ -325,7 +327,7 @@ PARAMSET_API uint32_t erasePs(uint32_t cam, int32_t pipe, uint32_t frame);
  * @param in    passed on, or read: 0x8006 and 0x800A read a uint32 there, 0x8007 a byte; those three need it
  * @param out   passed on by 0x8006 and 0x8007
  * @return what the operation returns, or
- *         0: also for an unknown code, deliberately; it is logged at level 1.
+ *         0: also for an unknown code. This is intended; the code is logged at level 1.
  *         PS_OUT_OF_LIMIT (1): there is no such camera (logged at level 1).
  *         PS_NO_DATA (2): no store, no such operation, or a null @p in where it is read (logged at level 1).
  *
@@ -376,8 +378,8 @@ public:
      * frame that the buffer is for (which does not have the tag yet), and it may destroy the store, which then lives
      * until the call returns.
      *
-     * The store calls a program's own creator for every buffer. For a tag of a C registration function it may use a
-     * buffer again that it has erased.
+     * The store calls a program's own creator for every buffer. For a tag that was registered with a C function, it may
+     * reuse an erased buffer instead.
      */
     virtual std::shared_ptr<void> create(void* src) const = 0;
     virtual ~creator_base_t() = default;
@@ -431,8 +433,9 @@ extern PARAMSET_API std::map<uint32_t, tag_info_t> gTagInfo;
 
 /**
  * Held while the registry changes. No operation of the store waits for it, so a program that holds it may call the
- * store. While it is held, operations find what the library registered. A tag that a program added is found, and the
- * empty entry of an unregistered tag is made, at the first look-up of the tag after the mutex was released.
+ * store. While it is held, operations find the tags that the library registered. Two things happen only at the first
+ * look-up of a tag after the mutex was released: a tag that a program added is found, and the empty entry of an
+ * unregistered tag is made.
  */
 extern PARAMSET_API std::mutex gRigisterMutex;
 
@@ -441,11 +444,11 @@ extern PARAMSET_API std::mutex gRigisterMutex;
  * unset. They choose levels, and suppress nothing. Shared by all threads without a lock: read and write them with
  * relaxed atomic builtins.
  */
-extern PARAMSET_API int ps_log;        ///< nonzero while the traced tag is worked on: tracing rises from level 5 to 4
+extern PARAMSET_API int ps_log;        ///< nonzero while a call handles the traced tag: it is traced at level 4, not 5
 extern PARAMSET_API int ps_log_tag;    ///< the tag to trace
 extern PARAMSET_API int ps_log_erase;  ///< nonzero traces every explicit erase
 
-/** Where a synchronous get and a synchronous set of one tag in one frame meet. */
+/** The record through which a synchronous set wakes the synchronous gets of the same tag and frame. */
 struct FrameStatus {
     uint32_t mFrameID = 0;          ///< frame id of the last get that began to wait here; stays 0 in frame 0
     int32_t mState = 0;             ///< 0: nothing yet; 1: delivered; 2: waited for. Changes under the store's mutex
@@ -485,7 +488,7 @@ public:
      * The tag's buffer, shared; empty if the frame has none.
      *
      * An erase releases only the frame's reference. If there is no other reference then, the store may reuse the buffer
-     * for a later frame: a std::weak_ptr to it may then not expire, and may lock to the buffer of that frame.
+     * for a later frame. A std::weak_ptr to the buffer may then stay valid, and refer to the value of that frame.
      */
     PARAMSET_API std::shared_ptr<void> getTag(uint32_t tag);
 
@@ -529,9 +532,9 @@ struct cam_elem {
 };
 
 /**
- * The store. One at a time exists in a process; there is no way to have another.
+ * The store. A process has at most one at a time.
  *
- * The static operations with a C function of similar name are that function: getParam is getPsParam, and so on.
+ * A static operation does the same as the C function with a similar name: getParam is getPsParam, and so on.
  */
 class ParamSet {
 public:
@@ -560,10 +563,10 @@ public:
     /**
      * What the C registration functions call.
      *
-     * @param creator  made with new; ownership passes in, also when the tag is registered already. With null the tag
-     *                 gets an entry without buffers
+     * @param creator  made with new; the library takes ownership, even if the tag is registered already. If it is null,
+     *                 the tag gets an entry without buffers
      *
-     * Else as registerPsQueueParam.
+     * Otherwise the same as registerPsQueueParam.
      */
     template <typename T>
     static void register_tag(uint32_t tag, param_creator_t<T>* creator, int tagType, const char* name,
@@ -587,33 +590,33 @@ public:
     PARAMSET_API static uint32_t erase(uint32_t camID, int pipe, uint32_t frameID);
 
     /**
-     * The metadata that was stored for a frame of a camera, or that of the newest earlier frame that has some, or
-     * frame 0's. Frame 0 also answers for a frame at or below the metadata's erase point.
+     * The metadata of a frame of a camera. If the frame has none, the newest earlier frame that has some answers; if
+     * there is none, frame 0. Frame 0 also answers for a frame at or below the metadata's erase point.
      *
      * @param camID    camera id, 0 to 4
      * @param frameID  frame id; 0 is the standing frame, THE_LAST is an id like others
-     * @return the store's own copy; the caller must not free it. Null if there is none (also if the frame that was
-     * given it was erased and made again since), if there is no store, or if the camera is out of limit. Valid until
-     * metadata is stored for the same frame again (for frame 0's: for any frame at or below the erase point) or the
-     * frame is erased. No lock protects the reader
+     * @return the store's own copy; the caller must not free it. Null if there is none (also if the frame that had it
+     * was erased and made again), if there is no store, or if the camera is out of limit. Valid until metadata is
+     * stored for the same frame again (for frame 0's: for any frame at or below the erase point) or the frame is
+     * erased. No lock protects the reader
      *
-     * Thread-safe; waits only for the store's mutex. Logs the camera out of limit at level 1, a fall-back to frame 0
-     * because of the erase point, or because the frame that had it is gone, at level 2.
+     * Thread-safe; waits only for the store's mutex. Logs at level 1 a camera out of limit; at level 2 a fall-back to
+     * frame 0 because of the erase point, or because the frame that had the metadata is gone.
      */
     PARAMSET_API static camera_metadata* getMetadata(uint32_t camID, uint32_t frameID);
 
     /**
-     * Keeps a clone of @p metadata for a frame of a camera, in pipe 0, replacing the frame's earlier one. Frame 0 and a
-     * frame at or below the metadata's erase point go to frame 0. A frame that does not exist is made.
+     * Keeps a clone of @p metadata for a frame of a camera, in pipe 0, and frees the frame's earlier clone. For a frame
+     * at or below the metadata's erase point, frame 0 keeps the clone. A frame that does not exist is made.
      *
      * @param camID     camera id, 0 to 4
      * @param frameID   frame id; 0 is the standing frame, THE_LAST is an id like others
-     * @param metadata  stays the caller's; not referred to after the call
+     * @param metadata  owned by the caller; not used after the call
      * @return PS_OK (0): stored. PS_OUT_OF_LIMIT (1): the camera is out of limit. PS_NO_DATA (2): @p metadata is null,
      *         or there is no store.
      *
-     * Thread-safe; waits only for the store's mutex. Logs the camera out of limit at level 1, storing to frame 0 at
-     * level 2, each freed clone at level 5.
+     * Thread-safe; waits only for the store's mutex. Logs at level 1 a camera out of limit; at level 2 that frame 0
+     * keeps the clone; at level 5 each freed clone.
      *
      * Metadata is erased with its frame in pipe 0: if only other pipes are erased, the store grows with every frame
      * that is given metadata. Its list of frames grows with each call until pipe 0 is erased, even if trimming removes
@@ -632,19 +635,20 @@ public:
                                   void* handle4, void* handle5, void* handle6);
 
     /**
-     * The camera's record; owned by the store. Its pipes are guarded by the store's mutex, so that it is for tests,
-     * tools and set-up. Null, and a line at level 1, if there is no such camera; a line at level 5 else.
+     * The camera's record; owned by the store. The store's mutex guards the pipes, and a caller cannot lock it: use the
+     * record only in tests, tools and set-up. If there is no such camera, returns null and logs at level 1; otherwise
+     * logs at level 5.
      *
-     * The members are for reading; frames change by their own operations. The store remembers where in the maps things
-     * are: after a change by other means call this again before the store is used. Without that call the store notices
-     * if the size of a map, frame 0 or the frame in an entry has changed. It does not notice if a program adds as many
-     * entries as it removes, and may then use freed memory.
+     * Only read the members, and change a frame only through its own operations. The store remembers positions in the
+     * maps. After any other change, call this function again before the store is used. Without that call the store
+     * notices if the size of a map, frame 0 or the frame in an entry has changed. It does not notice if a program adds
+     * as many entries as it removes, and may then use freed memory.
      */
     PARAMSET_API cam_elem* getPsHandle(uint32_t cam);
 
     /**
-     * Reads a parameter of the external processor through `cmd3`, which is given handle 6, the tag, and the address
-     * 8 bytes past @p data: the address 8 if that is null. @p pipe and @p frame are not used.
+     * Reads a parameter of the external processor through `cmd3`. Passes it handle 6, the tag, and the address 8 bytes
+     * past @p data (the address 8 if @p data is null). @p pipe and @p frame are not used.
      *
      * @return what `cmd3` returns; -1, with a line at level 1, if there is no `cmd3` or no such camera
      *
@@ -655,7 +659,7 @@ public:
     /** See ioctrlOutsidePsParam. */
     PARAMSET_API static uint32_t ioctrlOutsideParam(uint32_t cam, uint32_t code, int32_t arg, void* in, void* out);
 
-    /** For the library's own pointer to the store: called when the last call on it has returned. */
+    /** Public only for the library's own pointer to the store, which calls it when the last call has returned. */
     ~ParamSet();
     ParamSet(const ParamSet&) = delete;
     ParamSet& operator=(const ParamSet&) = delete;
@@ -724,16 +728,16 @@ private:
 
     // What erasePs does.
     Erasure _erase(uint32_t camID, int pipe, uint32_t frameID) PARAMSET_REQUIRES(mMutex);
-    // Copies what a read of the frame would see into frame 0; the result of the set.
+    // Copies the value that a get of the frame would find into frame 0. Returns the result of that set.
     uint32_t saveToF0(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag) PARAMSET_REQUIRES(mMutex);
-    // The same if no value was found; the result of a set without data.
+    // What saveToF0 does if there is no value to copy. Returns the result of a set without data.
     uint32_t saveNothingToF0(uint32_t camID, int pipe, uint32_t tag) PARAMSET_REQUIRES(mMutex);
 
     // What getMetadata and setMetadata do.
     camera_metadata* _getMetadata(uint32_t camID, uint32_t frameID) PARAMSET_REQUIRES(mMutex);
     uint32_t _setMetadata(uint32_t camID, uint32_t frameID, const camera_metadata* metadata) PARAMSET_REQUIRES(mMutex);
 
-    // As the public one, for the library itself, which only reads the record. In the log both have the same name.
+    // The same as the public function, for the library itself, which only reads the record. Both log the same name.
     const cam_elem* getPsHandle(uint32_t cam) const;
     // Calls the operation of a command code.
     uint32_t forward(const cam_elem* elem, const Command& command) PARAMSET_EXCLUDES(mMutex);

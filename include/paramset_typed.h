@@ -12,7 +12,7 @@
  * A value of another type does not compile, nor do camera, pipe and frame in another order. Everything here is inline
  * and has no state. It calls the functions of paramset.h, which describes their behaviour, results and log lines. With
  * a constexpr parameter, get, set, deliver and wait compile to the same code as the plain call (g++ 12 and clang 14 at
- * -O2); only a time-out that is known at run time alone is converted first.
+ * -O2). Only a time-out that is not known at compile time is converted first.
  */
 #ifndef PARAMSET_TYPED_H
 #define PARAMSET_TYPED_H
@@ -38,7 +38,7 @@ template <typename Name, typename Number>
 class Id {
 public:
     constexpr explicit Id(Number number) : mNumber(number) {} /**< explicit, so that plain numbers are refused */
-    /** As the plain functions take it. */
+    /** The plain number, as the plain functions take it. */
     constexpr Number number() const { return mNumber; }
 
 private:
@@ -139,14 +139,14 @@ constexpr auto typeText() {
 template <typename T>
 inline constexpr auto kTypeText = typeText<T>();
 
-/** In milliseconds, rounded up; at least 1, since 0 means the store's default. */
+/** The time-out in milliseconds, rounded up. At least 1, because 0 means the store's default. */
 template <typename Rep, typename Period>
 constexpr uint32_t waitOf(std::chrono::duration<Rep, Period> timeout) {
     constexpr uint32_t kLongest = 0xFFFFFFFF;
     if constexpr (std::is_same_v<decltype(timeout), std::chrono::milliseconds>) {
         return timeout.count() < 1 ? 1 : timeout.count() > kLongest ? kLongest : static_cast<uint32_t>(timeout.count());
     } else {
-        // A double holds every duration, and all below kLongest exactly enough.
+        // A double can hold every duration. Below kLongest it is precise enough.
         const double ms = std::chrono::duration<double, std::milli>(timeout).count();
         if (!(ms > 1)) return 1;
         if (ms >= kLongest) return kLongest;
@@ -180,8 +180,8 @@ public:
     static constexpr const char* dataType() { return detail::kTypeText<Value>.data(); }
 
     /**
-     * Registers the tag with the size and the name of the value's type, and checks that the registry now has it so: an
-     * earlier registration with another size would otherwise stay unnoticed. Thread-safe; waits for other
+     * Registers the tag with the size and the name of the value's type. Then checks that the registry has the declared
+     * size and kind: an earlier registration with others would win and stay unnoticed. Thread-safe; waits for other
      * registrations.
      */
     Registration registerTag() const {
