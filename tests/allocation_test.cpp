@@ -21,7 +21,7 @@ thread_local int tAllocations = 0;
 
 }  // namespace
 
-// The dynamic linker finds this definition first, and the operator new of out_of_memory.cpp, which calls it.
+// The dynamic linker finds this malloc first. It also finds the operator new of out_of_memory.cpp, which calls malloc.
 extern "C" void* malloc(size_t size) {
     static auto* const next = reinterpret_cast<void* (*)(size_t)>(dlsym(RTLD_NEXT, "malloc"));
     ++tAllocations;
@@ -177,14 +177,14 @@ const Operation kOperations[] = {
 #undef VOID
 
 // How a child ended.
-enum Outcome { kDone, kEnded, kRefused, kThrew, kAsUsual, kWrong };  // kDone: nothing was left to refuse
+enum Outcome { kDone, kEnded, kRefused, kThrew, kAsUsual, kWrong };  // kDone: no allocation was left to fail
 
 [[noreturn]] void fail(const char* what) {
     fprintf(stderr, "%s\n", what);
     _exit(kWrong);
 }
 
-// If the failed call still held a lock, this would hang until the alarm ends the process.
+// If the failed call still held a lock, this function would hang until the alarm ends the process.
 void checkLocks() {
     if (!zarn::gRigisterMutex.try_lock()) fail("the registry's mutex is held");
     zarn::gRigisterMutex.unlock();
@@ -205,7 +205,7 @@ void checkLocks() {
 
 // In the child. If no allocation is left to fail, the operation must return its usual result.
 [[noreturn]] void run(const Operation& operation, int nth) {
-    // Regular exits, so that coverage is written if it is measured.
+    // If the first child aborts, it ends with std::exit, which writes the coverage if it is measured.
     const bool isFirst = &operation == kOperations && nth == 1;
     std::signal(
         SIGABRT, isFirst ? [](int) { std::exit(kEnded); } : [](int) { _exit(kEnded); });
@@ -248,7 +248,7 @@ struct Ending {
 Ending inChild(const Operation& operation, int nth) {
     int ends[2];
     if (pipe(ends) != 0) return {kWrong, "no pipe"};
-    fflush(stdout);  // or the child would print it as well
+    fflush(stdout);  // otherwise the child would print the buffered text too
     const pid_t child = fork();
     if (child == 0) {
         dup2(ends[1], STDERR_FILENO);

@@ -89,7 +89,7 @@ TEST_F(FrameLifetime, EraseSavesTheNewestErasedValue) {
     EXPECT_EQ(countLogged("5 _erase: find checkPoint ID:2"), 1u);
 }
 
-// A get that waits in a frame holds a reference to it. If the frame is removed, it still gets the records of the erase.
+// A get that waits in a frame holds a reference to it. An erase that removes this frame still adds its records to it.
 TEST_F(FrameLifetime, RemovedFrameThatIsHeldGetsItsRecords) {
     constexpr uint32_t kOther = 21;
     registerPsDynamicParam(kOther, 4, 0, "other", "uint32_t");
@@ -196,8 +196,8 @@ TEST_F(KeptValues, AreNotReusedByAStoreThatHasAnotherSizeForTheTag) {
     }
 }
 
-// A delivery can make a frame below the erase point. A get of it is answered by frame 0, and so is the read of the
-// erase that saves its value to frame 0: source and target are the same buffer.
+// A delivery can make a frame below the erase point. Frame 0 answers a get of this frame. When an erase saves the
+// frame's value to frame 0, frame 0 answers this read too, so source and target are the same buffer.
 TEST_F(FrameLifetime, ValueThatFrameZeroAnsweredIsSavedToFrameZero) {
     set(250, 500);
     EXPECT_EQ(erasePs(kCam, kPipe, 256), PS_OK);
@@ -226,7 +226,7 @@ TEST_F(FrameLifetime, EraseThatFindsNoValueToSaveLeavesZerosInFrameZero) {
     constexpr uint32_t kLate = 22;
     set(10, 5, kLate);  // a frame and a checkpoint, but no value
     registerPsDynamicParam(kLate, 4096, 0, "late", "page");
-    EXPECT_EQ(std::vector<char>(4096, 'Z').back(), 'Z');  // memory that the value may get
+    EXPECT_EQ(std::vector<char>(4096, 'Z').back(), 'Z');  // the allocator may use this memory again for the value
     EXPECT_EQ(erasePs(kCam, kPipe, 20), PS_NO_BUFFER);
     EXPECT_EQ(countLogged("1 _erase: fail to save data to F0"), 1u);
     std::string bytes(4096, '?');

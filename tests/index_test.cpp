@@ -38,7 +38,7 @@ private:
         const auto expect = [&](bool holds, const char* what, uint32_t id = 0) {
             if (!holds) text += std::string(what) + " " + std::to_string(id) + "\n";
         };
-        // A change was announced, so the pipe's next access begins by forgetting everything: nothing to check.
+        // A program may have changed the pipe. The next access to it forgets everything, so there is nothing to check.
         if (pipe.mChanges != changeCount()) return;
         expect(pipe.isAsLeft(), "the sizes of the pipe's maps");
         size_t slots = 0;
@@ -164,7 +164,8 @@ TEST_F(Index, KnowsMoreFramesThanItsRingHolds) {
     EXPECT_EQ(get(kFrames, tagOf(kFrames)), kFrames + 7);
 }
 
-// Frames that share a slot of the ring at some of its sizes, or even at the greatest, and tags that share a slot.
+// Frames that share a slot of the ring (some only while it is small, others even at its greatest size), and tags that
+// share a slot.
 TEST_F(Index, DistinguishesIdsThatCollide) {
     const auto slotOf = [](uint32_t id) { return (id * 0x9E3779B1u) >> 25; };
     std::vector<uint32_t> tags = {200};
@@ -235,7 +236,7 @@ TEST_F(Index, EraseNoticesTheFramesThatAProgramHasReplaced) {
     EXPECT_EQ(get(30), 30u);
 }
 
-// The store cannot notice by itself if as many entries are added as removed: another getPsHandle tells it.
+// If a program adds as many entries as it removes, the store cannot notice it: another call of getPsHandle tells it.
 TEST_F(Index, IsToldByGetPsHandleOfChangesThatItCannotNotice) {
     for (uint32_t frame : {10u, 20u, 30u}) set(frame, frame);
     auto node = mElem->mFrames.extract(20);

@@ -1,6 +1,7 @@
-// Forces moments that are too short to be met by chance: in which a get that begins to wait could miss its delivery,
-// two threads register one tag, or the process exits while the store is destroyed. This program defines five functions
-// of the C library; the dynamic linker finds them first, and they stop a thread at the moment that a test needs.
+// Forces events to coincide that hardly ever do so by chance: a delivery comes in the instant in which a get begins to
+// wait, two threads register one tag, or the process exits while the store is destroyed. This program defines five
+// functions of the C library. The dynamic linker finds them first, and they stop a thread at the moment that a test
+// needs.
 
 #include <dlfcn.h>
 #include <pthread.h>
@@ -22,14 +23,14 @@ Function* next(Function*, const char* name) {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
-// Each is run once, at the next call on this thread.
-thread_local const std::function<void()>* tBeforeClock = nullptr;  // needs no construction, which allocates
+// Each hook runs once: at the next call of its function on this thread.
+thread_local const std::function<void()>* tBeforeClock = nullptr;  // a pointer: constructing a function would allocate
 thread_local const std::function<void()>* tBeforeLock = nullptr;
 thread_local const std::function<void()>* tBeforeTry = nullptr;
 thread_local std::function<void()> tBeforeWait;
 thread_local std::function<void()> tBeforeSecondNotification;
 thread_local int tNotifications = 0;
-thread_local time_t tSkippedSeconds = 0;  // by which the clock is ahead
+thread_local time_t tSkippedSeconds = 0;  // how far the clock is ahead
 std::atomic<int> gWaits{0};
 
 void runOnce(std::function<void()>& hook) {
@@ -52,7 +53,7 @@ int callMutex(const char* name, std::atomic<MutexCall>& real, const std::functio
 }  // namespace
 
 extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
-    // An allocator may ask for the time, so nothing here allocates, as dlsym may.
+    // An allocator may ask for the time, so nothing here may allocate. This rules out dlsym.
     if (const auto* hook = std::exchange(tBeforeClock, nullptr)) (*hook)();
     const auto result = static_cast<int>(syscall(SYS_clock_gettime, clock, time));
     time->tv_sec += tSkippedSeconds;
@@ -106,7 +107,7 @@ protected:
     };
 };
 
-// The delivery comes after the get has released the store's mutex and before its last look at the record.
+// The delivery comes after the get has released the store's mutex, and before the get's last look at the record.
 TEST_F(LostWake, DeliveryBeforeTheWaitIsSeenByTheGet) {
     const Ending endings[] = {
         {"delivery", 20, [] { deliver(20, 5); }, {PS_OK, 5}},
@@ -162,7 +163,7 @@ TEST_F(LostWake, NotificationThatComesTooEarlyIsRepeated) {
     }
 }
 
-// Forty of sixty seconds: more than half.
+// The wait ends after forty of its sixty seconds.
 TEST_F(LostWake, WaitThatIsEndedLateDidNotTimeOut) {
     const pid_t getter = threadId();
     std::atomic<bool> isAtWait{false};
@@ -196,14 +197,15 @@ TEST_F(Registration, ThatTakesTheMutexLastReplacesTheOther) {
     EXPECT_EQ(get(10), 0x12345678u);
 }
 
-// The exit does not wait for ever for this very thread, which has retired the store but not destroyed it yet.
+// A thread exits while it destroys the store: it has retired the store but not destroyed it yet. The exit must not wait
+// for this thread forever.
 using Exit = StoreTest;
 TEST_F(Exit, FromTheDestructionOfTheStoreEnds) {
     testing::FLAGS_gtest_death_test_style = "threadsafe";
     const auto exitWhileTheStoreIsDestroyed = [] {
         host::setLogLevel(0);
         const std::function<void()> exit = [] { std::exit(0); };
-        // The first lock is that of the atomic operation on sInstance; libc++ tries it first.
+        // The first mutex is that of the atomic operation on sInstance. libc++ begins with a try_lock.
         tBeforeLock = tBeforeTry = &exit;
         zarn::ParamSet::destroyInstance();
         std::abort();

@@ -165,7 +165,7 @@ TEST_F(Paramset, TracedTagIsLoggedWhereLevelFourIsPrinted) {
                          }));
 }
 
-// As if there were no memory.
+// Fails to make a buffer, as if memory had run out.
 class EmptyCreator : public zarn::param_creator_t<char> {
 public:
     EmptyCreator() : param_creator_t<char>(4) {}
@@ -181,7 +181,7 @@ TEST_F(Paramset, FrameMayHaveARegistryOfItsOwn) {
     EXPECT_EQ(countLogged("1 createTag: X Failed to create tag, no such creator: 7"), 1u);
 }
 
-// Each tag then has the size, the creator and the name of one of the two.
+// Two threads register the same tags. Each tag then has the size, the creator and the name of one of the two.
 TEST_F(Paramset, TagThatTwoThreadsRegisterIsThatOfOneOfThem) {
     constexpr uint32_t kFirst = 1000, kTags = 20000;
     host::setLogLevel(0);
@@ -358,7 +358,7 @@ TEST_F(Paramset, CreatorMayChangeFrameZeroAndEvenReplaceIt) {
     }
 }
 
-// Every kind of get that can make frame 0's buffer, whose bytes no set has written.
+// Tests every kind of get that can make frame 0's buffer. No set has written its bytes.
 TEST_F(Paramset, ValueThatNobodyWroteIsZero) {
     constexpr size_t kSize = 200;
     using Bytes = std::array<unsigned char, kSize>;
@@ -378,7 +378,7 @@ TEST_F(Paramset, ValueThatNobodyWroteIsZero) {
     for (const auto& [name, read] : reads) {
         registerPsDynamicParam(++tag, kSize, 0, "tag", "bytes");
         registerPsStaticParam(tag + 100, kSize, 1, "static", "bytes");
-        // The memory that the allocator returns next was written before.
+        // Fills and frees memory, which the allocator then returns for the value.
         std::vector<std::unique_ptr<Bytes>> used(64);
         for (auto& bytes : used) {
             bytes.reset(new Bytes);
@@ -446,7 +446,7 @@ TEST_F(Paramset, ProgramThatHoldsTheRegistryMutexMayCallTheStore) {
     EXPECT_EQ(get(50), 6u);
 }
 
-// Without a store only a thread that holds the mutex can keep the library from taking it.
+// Without a store the library takes the registry's mutex if it is free, but also works while this thread holds it.
 TEST_F(Paramset, RegistryIsReadWithoutAStore) {
     registerPsDynamicParam(kTag, 4, 0, "tag", "uint32_t");
     ParamSet::destroyInstance();

@@ -3,8 +3,8 @@
 
 usage: pslog_causes_test.py PIPELINE PSLOG MISS_WAKE_UPS [--all] [--keep DIR]
 
-MISS_WAKE_UPS is the library that makes wake-ups get lost. --all stages all faults at 30 and at 60 frames a second and
-prints a table; else only some of them are staged, at 60. --keep keeps the logs.
+MISS_WAKE_UPS is the library that makes a thread miss its wake-ups. --all stages all faults at 30 and at 60 frames a
+second and prints a table. Without it only some of them are staged, at 60. --keep keeps the logs.
 If the log shows no effect of the staged fault, the run is repeated: on a busy machine a reader may come too late to be
 affected.
 """
@@ -22,8 +22,8 @@ TRIES = 4
 LATE, NEVER, PLAIN, LOST = "late", "never delivered", "plain set", "wake-up lost"
 ERASED, TRIMMED, GONE = "erased too early", "trimmed too early", "frame gone"
 UNREGISTERED, ENDED, NOT_RUN = "never registered", "store ended", "reader not run"
-# Causes that a run without faults has if the machine is too busy. A wake-up may really be lost; that is as rare as a
-# reader that runs again just when its time is up.
+# Causes that a run without faults can have on a busy machine. LOST then means one of two rare events: a wake-up was
+# really lost, or the reader ran again just at its time-out.
 OF_BUSY_MACHINE = {LATE, NOT_RUN, LOST}
 
 # Options; the read that is affected; its root cause, and the value that the root cause is about.
@@ -90,7 +90,7 @@ class Runs:
         """The log's file, the run's notes, and the flickers."""
         self.number += 1
         log = self.directory / f"{self.number}.log"
-        # The library by its name, because a blank in its path would end the path.
+        # LD_PRELOAD names the library without its folder, because a blank in a path would end the path.
         folder, library = os.path.split(os.path.abspath(self.programs.miss_wake_ups))
         environment = {**os.environ, "PARAMSET_LOG": "5", "PARAMSET_LOG_TIME": "1", "LD_PRELOAD": library,
                        "LD_LIBRARY_PATH": folder}
@@ -112,7 +112,7 @@ def value(text):
 
 
 def judge(flickers, read, cause, root):
-    """None if the read was not affected, else whether the cause is right; and the cause that pslog names."""
+    """Returns whether the cause is right (None if the read was not affected), and the cause that pslog names."""
     tag, frame = value(read)
     of_read = [f for f in flickers if (f["tag"], f["frame"]) == (tag, frame)]
     if not of_read:
@@ -144,7 +144,7 @@ def staged_run(runs, case, fps):
 
 
 def retain_number_serves(runs, flickers, fps):
-    """Whether no read of history fails because of trimming, with the retain number that pslog names."""
+    """Whether trimming no longer makes a read of history fail if the retain number is the one that pslog names."""
     needed = max(f["chain"][-1].get("retain", 0) for f in flickers if f["cause"] == TRIMMED)
     _, _, after = runs.run(f"--stage retain:history:{needed}", fps)
     return needed > 0 and not [f for f in after if f["cause"] == TRIMMED]

@@ -65,9 +65,9 @@ def expected_of_late_reads(log):
 def problems_of(run, answer, with_threads):
     theirs, ours = pipelines_counts(run.stdout), pslogs_counts(answer, metadata=False)
     late = expected_of_late_reads(run.stderr)
-    # The pipeline counts a get as one that waited if its value was stamped after the get began. Between the stamp and
-    # the delivery a line is printed; a get that begins in that time is counted differently. And an erase may end the
-    # wait for an erased frame just when its time is up.
+    # The pipeline counts a get as one that waited if its value was stamped after the get began. The store prints a line
+    # between the stamp and the delivery. If a get begins in that time, pslog counts a wait but the pipeline does not.
+    # And an erase may end the wait for an erased frame just at its time-out.
     slack = {"waits": theirs["waits"] * 0.3 + 5, "time-outs": sum(late.values())}
     problems = [f"{c} differ" for c in COLUMNS if abs(theirs[c] - ours[c]) > slack.get(c, 0)]
     metadata = pslogs_counts(answer, metadata=True)

@@ -1,5 +1,5 @@
-// What the tests of pslog share: a log that the store writes here, in every format of the host's and some of the
-// platform logger's, and what the parts of pslog make of it.
+// What the tests of pslog share: a log that the store writes here, in every format of the host's logger and in some of
+// the platform's, and the output of pslog's parts for it.
 
 #ifndef PARAMSET_TESTS_PSLOG_FIXTURE_H
 #define PARAMSET_TESTS_PSLOG_FIXTURE_H

@@ -18,7 +18,8 @@ TEST_F(PslogTest, CountsTheSameInEveryFormat) {
         SCOPED_TRACE(text);
         EXPECT_TRUE(has(text, " of the store, 3 of others, 0 damaged\n"));
         EXPECT_EQ(has(text, "no thread ids"), format != Format::THREADTIME);
-        // 10 gets: of 12, 11 and the one that was woken; 14, 19 and twice 21, 2, 7, 1 and 1 back; 0, 6 and 8.
+        // The 10 gets: frames 12, 11 and 20 had their own value (the get of 20 was woken). Frames 14, 19 and 21 (twice)
+        // were answered 2, 7 and 1 frames back. Frame 0 answered for frames 0, 6 and 8.
         EXPECT_TRUE(has(text,
                         "  0    2     17 aeResult           4     15     10       3       4       3      1    7  "
                         "     3 "));
@@ -137,7 +138,7 @@ TEST_F(PslogTest, TellsErasedMetadataFromMetadataWhoseFrameIsGone) {
         camera_metadata* const metadata = host::makeMetadata(&frame, sizeof frame);
         zarn::ParamSet::setMetadata(kCam, frame, metadata);
         free_camera_metadata(metadata);
-        setPsParam(kCam, 0, frame, LUT, &value);  // a queue of 7: the frame goes with its value
+        setPsParam(kCam, 0, frame, LUT, &value);  // a queue of 7: trimming removes the frame with its value
     }
     EXPECT_EQ(zarn::ParamSet::getMetadata(kCam, 9), nullptr);
     EXPECT_NE(zarn::ParamSet::getMetadata(kCam, 18), nullptr);

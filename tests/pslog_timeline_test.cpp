@@ -23,7 +23,7 @@ public:
                     ", dataType:int, size:4, tagType:0, retainNum:30");
     }
     void deliver(uint32_t frame, uint32_t tag, uint32_t thread) { line(thread, copied("_setParamSyn: ", frame, tag)); }
-    // Ends now. @param by  the frame that answers
+    // A wait that ends at the current time. @param by  the frame that answers
     void wait(uint32_t frame, uint32_t tag, uint32_t thread, int ms, bool timedOut, uint32_t by) {
         const std::string of = "cam 0 pipe 2 sof " + std::to_string(frame) + " tag " + std::to_string(tag);
         const int64_t end = mUs;
@@ -127,8 +127,9 @@ protected:
     nlohmann::json mEvents;
 };
 
-// Frames at 30 a second, AE answered a while after LUT; frame `late` gets AE 60 ms late, and its reader takes the one
-// before. The last frame is the word that there are no more.
+// A stream of 10 frames a second. In each frame AE is delivered 5 ms after LUT. Only in frame `late` AE is delivered
+// after 60 ms, and its reader gets the value of the frame before. The last delivery of LUT announces the end of the
+// stream: it has no AE.
 std::string streamOf(uint32_t frames, uint32_t late) {
     LogMaker log;
     log.name(AE, "gain");
@@ -165,7 +166,7 @@ TEST_F(PslogTimelineTest, LeadsToTheFrameThatFlickers) {
     for (const char* words : {"1", "500", "3000", "1772 frames not shown", "1219 frames not shown"}) {
         EXPECT_EQ(count(all, words), 1u) << words;
     }
-    // The strip of all frames, and the row: nothing else is loud.
+    // The flicker has loud marks in the strip of all frames and in its row. Nothing else is loud.
     size_t ticks = 0, bars = 0, labels = 0;
     for (const pugi::xml_node& shape : loud("*")) {
         const std::string title = shape.child_value("title");

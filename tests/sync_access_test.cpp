@@ -120,7 +120,7 @@ TEST_F(SyncAccess, GetThatTimesOutIsAnsweredByFrameOrCheckpointOrFrameZero) {
     set(5, 50);
     expectSyn(5, kTag, {PS_TIMED_OUT, 50}, 2);  // a plain set does not deliver
     set(6, 60);
-    expectSyn(6, kTag, {PS_TIMED_OUT, 60}, 0);  // nor does a get that finds a value say that it waits
+    expectSyn(6, kTag, {PS_TIMED_OUT, 60}, 0);  // a get that finds a value does not mark the record
     expectSyn(6, 20, {PS_NOT_OF_FRAME, 9}, 2);
 
     set(30, 300);

@@ -132,7 +132,7 @@ protected:
     static constexpr uint32_t kUnused = 0x10000;
     static constexpr uint32_t kSpread = 0x9E3779B1;  // odd: spreads the ids over the map, which rebalances everywhere
 
-    bool mStoreStays = true;  // no call may find no store, and what getMetadata returned may be read
+    bool mStoreStays = true;  // every call must find the store, and what getMetadata returned may be read
     std::atomic<uint32_t> mCalls{0};
     std::atomic<uint32_t> mNoStore{0};
     std::atomic<int> mFramesMade{0};
@@ -243,7 +243,7 @@ private:
     static constexpr uint32_t kNever = 0xFFFF;  // never registered
     static constexpr uint32_t kSharedMetadata = MAX_CAM_NUM - 1;
 
-    std::atomic<uint32_t> mTags{0};  // tags 0 to here are registered
+    std::atomic<uint32_t> mTags{0};  // the tags below this number are registered
     std::shared_mutex mEnding;       // exclusive to use the store's address, shared to destroy the store
     std::atomic<uint32_t> mNewest{100};
 };
@@ -329,8 +329,8 @@ TEST_F(Threads, StoreThatExistsIsFoundByCalls) {
     EXPECT_TRUE(existed > 0 && existed < 3000) << existed << ": the threads did not overlap";
 }
 
-// The process exits while its threads are busy: static objects are destroyed while threads wait in calls and make new
-// calls.
+// The process exits while its threads are busy. While static objects are destroyed, threads wait in calls and make new
+// ones.
 TEST_F(Threads, ProcessMayExitWithCallsRunning) {
     testing::FLAGS_gtest_death_test_style = "threadsafe";
     const auto exitWithCallsRunning = [&] {
@@ -346,7 +346,7 @@ TEST_F(Threads, ProcessMayExitWithCallsRunning) {
     for (int i = 0; i < 10; ++i) EXPECT_EXIT(exitWithCallsRunning(), testing::ExitedWithCode(0), "");
 }
 
-// The exit does not wait for ever for a store that this very thread builds.
+// A thread exits while it builds the store. The exit must not wait for this thread forever.
 TEST_F(Threads, ProcessMayExitWhileItBuildsAStore) {
     testing::FLAGS_gtest_death_test_style = "threadsafe";
     const auto exitFromTheLog = [](void*, pipeline_loglevel, const char*, const char*) {

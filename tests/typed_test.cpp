@@ -28,7 +28,7 @@ constexpr Parameter<uint32_t> COUNT{0x52, "count", zarn::dynamicKind()};
 constexpr Camera CAMERA{0};
 constexpr Pipe PIPE{2};
 
-// Whether a call compiles, for each of the four.
+// Whether get, wait or deliver compiles with given arguments.
 template <typename Value, typename... Args>
 using Get = decltype(std::declval<const Parameter<Value>&>().get(std::declval<Args>()...));
 template <typename Value, typename... Args>

@@ -113,7 +113,7 @@ public:
             if (waits) mSteps.push_back({i, kNotBegun, call.begin, call.begin});
             mSteps.push_back({i, waits ? kWaiting : kNotBegun, answered, call.end});
         }
-        // Tries the order in which the calls ended first: it is right more often than any other.
+        // First tries the order in which the calls ended, because this order is right most often.
         std::sort(mSteps.begin(), mSteps.end(), [](const Step& a, const Step& b) { return a.usual < b.usual; });
         State state = {start, std::vector<Progress>(calls.size()), {}, calls.size()};
         state.pending.resize(calls.size());

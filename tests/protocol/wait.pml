@@ -272,7 +272,7 @@ proctype Getter(byte me; bool isOf0) {
                     value = frame[f].value
 #endif
                 fi;
-                // Only if the frame was erased and made again, the get has no value to copy.
+                // The get has no value to copy only if the frame was erased and made again.
                 assert(value != 0 || !isOf0 && inPipe != f && wasErased);
                 if
 #ifndef FAULT_FRAME_NOT_KEPT

@@ -1,4 +1,4 @@
-/* What a device declares here, for a host that has no such header. A test defines it. */
+/* The declaration of a device's header, for a host that has no such header. A test defines the function. */
 
 #ifndef PARAMSET_TESTS_ANDROID_SET_ABORT_MESSAGE_H
 #define PARAMSET_TESTS_ANDROID_SET_ABORT_MESSAGE_H

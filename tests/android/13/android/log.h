@@ -1,4 +1,4 @@
-/* What the log library of Android 13 declares of what we use, where it differs from Debian's, which is older. */
+/* The declarations of Android 13's log library that we use and that differ in Debian's older version. */
 
 #ifndef PARAMSET_TESTS_ANDROID_13_LOG_H
 #define PARAMSET_TESTS_ANDROID_13_LOG_H

@@ -1,3 +1,3 @@
-/* What a device's own header defines of what ours declares too. */
+/* The macro of a device's own header that our header defines too. */
 
 #define PROP_VALUE_MAX  92
