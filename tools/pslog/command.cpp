@@ -100,7 +100,7 @@ Program::Program(const std::string& description) : mState(std::make_unique<State
     mState->app.description(description);
     mState->app.require_subcommand(1);
     mState->app.name("pslog");
-    mState->app.get_formatter()->label("REQUIRED", "");  // the line of the usage shows it
+    mState->app.get_formatter()->label("REQUIRED", "");  // the usage line shows it already
 }
 
 Program::~Program() = default;

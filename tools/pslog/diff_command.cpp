@@ -25,7 +25,7 @@ using nlohmann::json;
 
 constexpr double MOST_BY_CHANCE = 2.6;  // standard errors; chance exceeds this once in a hundred comparisons
 constexpr uint64_t ENOUGH_WAITS = 20;   // for a 99th percentile
-constexpr double MS_OF_A_CHANGE = 2;    // of the percentile, and
+constexpr double MS_OF_A_CHANGE = 2;    // a change of the percentile counts if it exceeds this and the share below
 constexpr double SHARE_OF_A_CHANGE = 0.1;
 
 struct Options {

@@ -74,7 +74,7 @@ void FrameStory::take(const Event& event, const Tags& tags) {
     const Key& key = event.key;
     if (key.cam != mCam || (key.pipe != UNKNOWN && mPipe != UNKNOWN && key.pipe != mPipe)) return;
     std::string text = tell(event, tags);
-    // A wait that timed out has two lines, of which the second tells more. A log without level 4 only has the first.
+    // A wait that timed out has two lines. The second tells more, but a log without level 4 has only the first.
     const bool isTold = event.type == EventType::WAIT && event.timedOut && !mHappenings.empty();
     if (isTold && mHappenings.back().isTimeout) mHappenings.pop_back();
     if (!text.empty())

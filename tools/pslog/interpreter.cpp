@@ -186,8 +186,8 @@ bool Interpreter::takeErase(Call& call, Kind kind, const Arguments& a) {
     return true;
 }
 
-/// The erase removes the tag's checkpoints up to this one. Of checkpoints from before the log began only the number is
-/// known. They are older than all others.
+/// The erase removes the tag's checkpoints up to this one. Some checkpoints were made before the log began: only their
+/// number is known, and they are older than all others.
 void Interpreter::eraseCheckpoints(Call& call, uint32_t newest) {
     std::vector<uint32_t>& known = mCheckpoints[call.erase->key];
     const auto knownSize = static_cast<int64_t>(known.size());
@@ -319,8 +319,8 @@ void Interpreter::takeEnd(Call& call, Kind kind, const Arguments& a, int level) 
     call.erase = erase;
 }
 
-/// A call at or below the erase point. The line does not name the call: a plain call, and a synchronous get before its
-/// wait, is known from the line before; a synchronous set from its last line.
+/// A call at or below the erase point. This line does not name the call. The line before it tells a plain call, or a
+/// synchronous get that has not waited yet; a synchronous set is known only from its last line.
 void Interpreter::takeLate(Call& call, Kind kind, const Arguments& a) {
     if (call.erase) return;
     emitLate(call, {}, Access::NOT_KNOWN);
@@ -344,7 +344,7 @@ void Interpreter::emitLate(const Call& call, const Key& key, Access access) {
     emit(late);
 }
 
-/// @param traced  the line has the level of a traced tag; the call's first line is then missing unless all are printed
+/// @param traced  the line has the level of a traced tag; the call's first line is then only in a log of all levels
 void Interpreter::got(Call& call, const Key& key, uint32_t frame, bool synchronous, bool traced) {
     Event got = event(EventType::GET, key, frame);
     got.synchronous = synchronous;

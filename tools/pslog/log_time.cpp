@@ -44,7 +44,7 @@ bool TimeParser::take(Cursor& cursor, int64_t& timeUs, Clock& clock) {
     if (cursor.literal('.')) {
         if (!takeFraction(cursor, us) || first > INT32_MAX * uint64_t{8}) return false;
         timeUs = static_cast<int64_t>(first * SECOND_US + us);
-        // Fewer seconds count from the start of the machine. As seconds since 1970 they would be before 2001.
+        // Smaller numbers are seconds since the start of the machine. As seconds since 1970 they would be before 2001.
         clock = first < 1000000000 ? Clock::MONOTONIC : Clock::EPOCH;
     } else if (!takeDate(cursor, first, timeUs, clock)) {
         return false;

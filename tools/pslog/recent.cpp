@@ -26,7 +26,7 @@ uint64_t kindOfWait(uint32_t thread, const Event& waited) {
     return kindOf(thread, waited, waited);
 }
 
-/// Without thread ids: reads that wait for the next delivery, which tells their thread.
+/// The greatest number of reads whose thread is not known yet. In a log without thread ids the next delivery tells it.
 constexpr size_t MOST_UNASSIGNED = 64;
 
 /// A wait ends at most this long after its time-out, if its thread gets a processor.
@@ -132,7 +132,7 @@ void Recent::assignByOrder(Index index) {
     if (mUnassigned.size() > MOST_UNASSIGNED) mUnassigned.erase(mUnassigned.begin());
     if (event.type != EventType::SET || event.key.tag == METADATA_TAG) return;
     const uint32_t thread = UNNAMED | factsOf(event.key).number;
-    // Not reads of this tag: a module does not read what it delivers.
+    // Reads of this tag are those of another thread: a module does not read what it delivers.
     const auto isOthers = [&](Index read) {
         const Event* of = at(read);
         return of == nullptr || of->key.cam != event.key.cam || of->key == event.key;

@@ -77,7 +77,7 @@ public:
     /// The history of the value; an empty one if nothing is known about it.
     Value valueOf(const Key& key, uint32_t frame) const;
 
-    /// What the thread of this event did before it, back to a time, the latest first.
+    /// What the thread of this event did between a given time and the event, the latest first.
     std::vector<Stretch> stretchesBefore(Index index, int64_t sinceUs) const;
 
     /// The thread's time-out for the tag: its shortest wait that timed out, and how many were as short.

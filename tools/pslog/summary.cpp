@@ -25,7 +25,8 @@ std::string numberOf(const Histogram& histogram, int64_t number, int level, int 
     return level >= leastLevel ? "-" : "?";
 }
 
-/// The advice before the needed retain number. A greater one does not help a static tag, and a queue counts values.
+/// The advice that is printed before the needed retain number. A static tag does not gain from a greater number. The
+/// number of a queue counts values, not frames.
 const char* adviceFor(const TagInfo* info) {
     if (info == nullptr || info->type == UNKNOWN) return "register with ";
     if (info->type == QUEUE_TYPE) return "register with, if every frame is given a value, ";

@@ -29,7 +29,7 @@ PlacedMark placeBar(const Mark& mark, int64_t startUs, const Scale& scale) {
     bar.right = scale.at(mark.endUs - startUs);
     bar.cutLeft = bar.left < 0;
     bar.cutRight = bar.right > scale.width;
-    // An ordinary wait often begins before its frame's start. That alone is no reason for a number.
+    // An ordinary wait often begins before its frame's start. If its bar is cut off only there, it needs no number.
     const bool isTooLong = bar.right - bar.left > 3 * scale.width;
     double least = isTimeOut ? LEAST_TIME_OUT : LEAST_WAIT;
     if (isTooLong || bar.cutRight || (isTimeOut && bar.cutLeft)) {

@@ -20,7 +20,7 @@ std::string counted(uint64_t count, const char* what) {
     return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
 }
 
-/// The height of a tick: one flicker can be seen, and more flickers make it higher.
+/// The height of a tick. A single flicker is high enough to be seen; more flickers make the tick higher.
 double tickHeight(uint64_t count) {
     return count == 0 ? 0 : std::min(GROUND_HEIGHT / 2, 7 + 2 * std::log2(static_cast<double>(count)));
 }

@@ -107,8 +107,8 @@ std::vector<Episode> episodesOf(const Rows& rows) {
     return episodes;
 }
 
-/// The beginning of the first episode, and the worst row and the beginning of the worst episodes, each with the rows
-/// around it; as many as there is room for.
+/// Chooses the first row of the first episode, then the worst row and the first row of each episode, the worst episode
+/// first. Adds the rows around each chosen row. Stops when there is no more room.
 std::set<RowId> worstOf(const Rows& rows, size_t room) {
     std::vector<Episode> episodes = episodesOf(rows);
     if (episodes.empty()) return {};

@@ -94,7 +94,7 @@ struct Camera {
     int binShift = 0;
     RowId newest{0, 0};
     bool isOver = false;      ///< everything was erased, or the store was destroyed, and nothing was set since
-    std::vector<RowId> ends;  ///< rows that are no frames, but announce the end of a stream
+    std::vector<RowId> ends;  ///< rows that are not frames: each announces the end of a stream
     size_t pruneAt = 1024;    ///< number of rows at which old rows are dropped
 };
 

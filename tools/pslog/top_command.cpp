@@ -68,7 +68,7 @@ public:
     }
 
 private:
-    /// If a log is read faster than it was written, its own times tell how long it took.
+    /// If a log is read faster than it was written, the rates are computed with the log's own times.
     void addSlot(const Count& count) {
         const SteadyClock::time_point now = SteadyClock::now();
         const double passed = std::chrono::duration<double>(now - mLastShown).count();

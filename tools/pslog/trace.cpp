@@ -1,6 +1,6 @@
 // The timeline as trace events. Cameras are processes. Threads are those of the log. If the log has none, each tag has
-// a thread, and more threads of the same name if waits for it overlap, because a thread cannot show that. An arrow
-// leads from each delivery to the waits that it ended.
+// a thread. If waits for the tag overlap, it has several threads of the same name, because one thread cannot show
+// overlapping waits. An arrow leads from each delivery to the waits that it ended.
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
