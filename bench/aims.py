@@ -20,7 +20,7 @@ MOST_TO_FLOOR = {
     "i": (0.72, 0.58, 0.55),
 }
 ANSWERS_EARLIER = ("yes", "by a walk", "interpolated")
-# The aims beside the hash table are weaker: it finds a frame's own value in one step and does nothing else.
+# The aims relative to the hash table are weaker: it finds a frame's own value in one step and does nothing else.
 HASH = "oneTBB hash"
 MOST_TO_HASH = {"a": 1.2, "d": 1.2}
 

@@ -135,7 +135,8 @@ void addPlain() {
     });
 }
 
-// For histories of hundreds of frames: with the greatest shape the values alone would need half a gigabyte.
+// Histories of hundreds of frames are measured only up to this size of a frame. In the greatest shape the values alone
+// would need half a gigabyte.
 constexpr uint32_t kMostBytesOfLongHistory = 128 * 1024;
 
 template <class C>
@@ -185,8 +186,8 @@ void addPeer() {
 
 constexpr int64_t kTurns = 40;
 
-// With `wholeFrames` a step handles all tags. Then fewer steps are made with more tags, so that the time stays the
-// same.
+// With `wholeFrames` a step handles all tags. The more tags there are, the fewer steps are made, so that the time stays
+// the same.
 template <class Run, class Other>
 void addPair(const char* workload, uint32_t steps, bool wholeFrames = false) {
     for (const uint32_t tags : {32u, 128u, 1024u}) {

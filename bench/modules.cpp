@@ -22,7 +22,7 @@ constexpr uint32_t kFirst = 2;
 constexpr uint32_t kFrames = 2000;  // of a block
 constexpr int kBlocks = 9;
 
-// Some 300 ns.
+// Takes about 300 ns.
 void work() {
     for (volatile int i = 0; i < 100; i = i + 1) {
     }

@@ -16,7 +16,7 @@ struct Tail {
     double permille999;
 };
 
-// The store, and Maps, whose lock sleeps at once. The blocks of the two are interleaved.
+// The times of the store and of Maps. Maps' lock does not spin before it sleeps. The blocks of the two are interleaved.
 struct Tails {
     std::vector<Tail> store;
     std::vector<Tail> maps;

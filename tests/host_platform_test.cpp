@@ -114,7 +114,7 @@ TEST(HostLog, LongLinesOfThreadsAreNotInterleaved) {
         for (std::thread& writer : writers) {
             writer.join();
         }
-        dup2(standardError, STDERR_FILENO);  // ends the pipe
+        dup2(standardError, STDERR_FILENO);  // closes the last writing end of the pipe
     });
     int whole = 0;
     for (std::string line; std::getline(lines, line);) {

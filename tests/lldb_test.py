@@ -174,7 +174,7 @@ def hung(library, platform):
 
 def main():
     role, *arguments = sys.argv[1:]
-    # With a device's allocator, for example, which reserves more memory than gcore can write.
+    # A preloaded library may disturb: a device's allocator, for example, reserves more memory than gcore can write.
     os.environ.pop("LD_PRELOAD", None)
     for tool in ("lldb", "gcore"):
         if role != "hang" and not shutil.which(tool):

@@ -97,7 +97,7 @@ def log_of(steps, threads=True, level="V"):
 
 
 def clean(frames, period=30):
-    """S and G for each frame: stats delivers, gains waits for it and delivers, isp waits for that."""
+    """S and G for each frame: stats delivers S, gains waits for S and delivers G, isp waits for G."""
     steps = []
     for frame in frames:
         at = frame * period

@@ -3,7 +3,8 @@
 
 usage: rooms_test.py [FOLDER]   the sources; default: those of this file's repository
 
-- A file includes files of lower rooms only, and calls private operations of the store that are defined there.
+- Apart from its own, a file includes only files of lower rooms, and calls only private operations of the store that
+  are defined there.
 - Only pipe_store.* includes the index.
 - Only pipe_store.* changes the contents of pipes and frames, except ParamFrame's own operations, which programs call.
 """

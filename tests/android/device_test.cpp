@@ -1,5 +1,5 @@
-// The library as it is built for a device, with a log library that this program defines. It counts the questions for
-// the log level; a variable here stands for the device's setting of that level.
+// The library as it is built for a device, with a log library that this program defines. It counts how often the store
+// asks for the log level. A variable here stands for the device's setting of that level.
 
 #include <android/log.h>
 #include <android/set_abort_message.h>

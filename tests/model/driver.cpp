@@ -202,7 +202,7 @@ std::string difference(const std::string& what, std::vector<std::string> expecte
     return what + "\n  expected: " + expected[i] + "\n     found: " + found[i] + "\n";
 }
 
-/// The texts of the log switches for a creation.
+/// The properties from which a store that is created reads its log switches.
 std::array<std::string, 3> switches(const Operation& creation) {
     return {creation.noPointer         ? "x"
             : creation.number % 3 == 1 ? "3"

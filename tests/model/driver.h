@@ -52,7 +52,8 @@ public:
     void keepAsNew() { mNew = mModel; }
     /// Whether the store can be reset to that state; not if it was destroyed, or tags were registered since.
     bool canRenew() const { return mNew && mModel.exists && mModel.registry.size() == mNew->registry.size(); }
-    /// Resets it, with the log switches of a creation. Returns what differs from a new store, or an empty text.
+    /// Resets the store, and sets the log switches as the creation does. Returns what differs from a new store, or an
+    /// empty text.
     std::string renew(const Operation& creation);
 
     /// An additional check after each call, for a program that can look into the library. Returns what is wrong, or an

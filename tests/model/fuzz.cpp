@@ -54,8 +54,8 @@ void check(const Operation& operation, const std::string& difference) {
     abort();
 }
 
-// Prepares a store like a new one: with an empty registry, or with two tags: 0, the traced tag, is a queue, and 7 has a
-// history. A store with the two tags is reused for many inputs.
+// Prepares a store like a new one, with an empty registry or with two tags. Tag 0, the traced tag, is a queue; tag 7
+// has a history. A store with the two tags is reused for many inputs.
 void begin(std::optional<Driver>& driver, uint8_t switches) {
     Operation operation = {Kind::kCreate, {}, 0, switches, 0, false};
     const bool isEmpty = switches < 16;

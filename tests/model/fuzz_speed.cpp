@@ -1,5 +1,5 @@
-// Makes the fuzzer fast: its clock only advances by waits, which end at once, at their time-outs; and the sanitizer
-// keeps fewer call stacks and less freed memory for its reports.
+// Makes the fuzzer fast. A wait ends at once: it sets the clock to its time-out. Nothing else advances the clock. The
+// sanitizer keeps fewer call stacks and less freed memory for its reports.
 
 #include <pthread.h>
 

@@ -1,7 +1,8 @@
 // Linearizability of concurrent calls: threads make all kinds of calls on a few keys, and each call notes when it began
 // and ended and what it returned. A search (Wing and Gong's, with Lowe's cache of states that lead nowhere) looks for
 // an order of the calls that fits these times and in which the model returns the same results. A wait is two steps,
-// between which other calls may come. A time-out is always allowed, but its answer must be right at the time after it.
+// between which other calls may come. A wait may always time out, but the get's answer must then be right for the time
+// after the time-out.
 //   PARAMSET_HISTORIES         number of histories, 2000 unless set
 //   PARAMSET_HISTORY_SECONDS   if set, runs for that long, whatever the number
 //   PARAMSET_HISTORY_SEED      1 unless set

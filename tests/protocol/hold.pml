@@ -227,7 +227,7 @@ proctype Destroyer() {
     od
 }
 
-// Hold::end. In the code its waits are bounded, because a thread might wait for itself; here they are not.
+// Hold::end. In the code its waits are bounded, because a thread might wait for itself. Here the waits are not bounded.
 proctype Unload() {
     byte r, store, last;
     bool isLast, callsStillRun;
