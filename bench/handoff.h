@@ -12,7 +12,8 @@ namespace bench {
 struct HandOffs {
     std::vector<double> store;  // nanoseconds of each, from before the set to after the get
     std::vector<double> bare;
-    uint32_t storeLost = 0;  // notified before the getter waited, which both designs accept; not in the times
+    // Hand-offs whose notification came before the getter waited. Both designs accept this. Not in the times.
+    uint32_t storeLost = 0;
     uint32_t bareLost = 0;
 };
 

@@ -274,7 +274,8 @@ PARAMSET_API uint32_t getPsParamSynTimeout(uint32_t cam, int32_t pipe, uint32_t 
  * @param frame  frame id; 0 is the pipe's standing frame
  * @param tag    id of a registered tag
  * @param data   holds as many bytes as the tag was registered with
- * @return PS_OK (0): copied; or, above the erase point, not copied, because the tag is unregistered or memory ran out.
+ * @return PS_OK (0): copied. Or the frame is above the erase point, and nothing was copied because the tag is
+ *         unregistered or memory ran out.
  *         PS_OUT_OF_LIMIT (1): the camera or the pipe is out of limit.
  *         PS_NO_DATA (2): @p data is null, or there is no store.
  *         PS_NOT_OF_FRAME (3): not copied, for one of these two reasons, and the frame is at or below the erase point.

@@ -77,7 +77,7 @@ TEST(OwnPlatform, LogMayDestroyTheStoreOfTheCallThatLogs) {
             gOnLine = nullptr;
             zarn::ParamSet::destroyInstance();
         };
-        // Erases nothing, but constructs and destroys a frame.
+        // Frame 7 is below 8, so this erases nothing, but it constructs and destroys a frame.
         EXPECT_EQ(erasePs(0, 1, 7), PS_OK);
         EXPECT_EQ(setPsParam(0, 1, 10, 1, &value), std::strcmp(function, "~ParamFrame") == 0 ? PS_NO_DATA : PS_OK);
         EXPECT_EQ(gOnLine, nullptr) << function;

@@ -162,7 +162,7 @@ TEST_F(PslogFormatsTest, PutsTimesOnOneClock) {
         const char* first;
         const char* second;
         int64_t between;
-        const char* text;  // of the second
+        const char* text;  // how the second time is printed
     } cases[] = {
         {"11-21 10:00:00.999 ", "11-21 10:00:01.001 ", 2000, "11-21 10:00:01.001"},
         {"12-31 23:59:59.500000 ", "01-01 00:00:00.500 ", SECOND, "01-01 00:00:00.500"},

@@ -145,7 +145,7 @@ pid_t threadId() {
 }
 
 void awaitSleep(pid_t thread) {
-    // Looks several times: at a single look it could be asleep on a mutex.
+    // Looks several times: at a single look the thread could be asleep on a mutex.
     int timesAsleep = 0;
     await([&] { return (timesAsleep = sleeps(thread) ? timesAsleep + 1 : 0) == 20; });
 }

@@ -29,7 +29,7 @@ protected:
     void SetUp() override;
     void TearDown() override;
 
-    // The lines since the last call, of these levels or less.
+    // The lines that were logged since the last call of takeLog, up to this level.
     Lines takeLog(int level = 5);
     // How many of the lines since takeLog contain the text; keeps the lines.
     size_t countLogged(const std::string& text);

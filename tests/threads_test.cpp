@@ -130,7 +130,7 @@ protected:
     }
 
     static constexpr uint32_t kUnused = 0x10000;
-    static constexpr uint32_t kSpread = 0x9E3779B1;  // odd: spreads the ids over the map, which rebalances everywhere
+    static constexpr uint32_t kSpread = 0x9E3779B1;  // odd: multiples of it are spread over the whole map
 
     bool mStoreStays = true;  // every call must find the store, and what getMetadata returned may be read
     std::atomic<uint32_t> mCalls{0};

@@ -127,7 +127,7 @@ private:
     struct Step {
         size_t call;
         Progress from;
-        int64_t earliest, usual;  // when
+        int64_t earliest, usual;  // the earliest time of the step, and the time at which it is tried first
     };
     struct State {
         Model model;

@@ -78,7 +78,7 @@ typedef Wait {
     bool isNotified;
     bool isInGap;   // between its second look and its wait
     bool isEnded;   // a delivery or an erase has found the record waited for, so the wait should end
-    bool isMissed   // but its notification could not wake this getter
+    bool isMissed   // its notification came, but could not wake this getter
 };
 Wait wait[ALL_GETTERS];
 

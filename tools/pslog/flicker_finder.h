@@ -66,7 +66,8 @@ private:
         int timeOuts = 0;
         int64_t waitMs = 0;
     };
-    /// How many frames back a reader's plain gets of a tag are answered, and how often the own value came afterwards.
+    /// How many frames back the values of a reader's plain gets of a tag were, and how often the requested frame's own
+    /// value came afterwards.
     struct Usual {
         std::array<uint32_t, 16> back{};
         uint32_t gets = 0;
