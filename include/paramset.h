@@ -573,7 +573,11 @@ public:
     static void register_tag(uint32_t tag, param_creator_t<T>* creator, int tagType, const char* name,
                              const char* dataType, int retainNum);
 
-    /** Copies the registry into @p out, replacing what it holds. Thread-safe; never waits. Logs nothing. */
+    /**
+     * Copies the registry into @p out, replacing what it holds. Thread-safe. Logs nothing.
+     *
+     * Never waits while there is a store. Without one it waits up to half a second if gRigisterMutex is held.
+     */
     PARAMSET_API static void getTagInfo(std::map<uint32_t, tag_info_t>& out);
 
     /** See getPsParam. */
@@ -738,7 +742,8 @@ private:
     camera_metadata* _getMetadata(uint32_t camID, uint32_t frameID) PARAMSET_REQUIRES(mMutex);
     uint32_t _setMetadata(uint32_t camID, uint32_t frameID, const camera_metadata* metadata) PARAMSET_REQUIRES(mMutex);
 
-    // The same as the public function, for the library itself, which only reads the record. Both log the same name.
+    // The same as the public function, for the library itself, which only reads the camera's element. Both log the same
+    // name.
     const cam_elem* getPsHandle(uint32_t cam) const;
     // Calls the operation of a command code.
     uint32_t forward(const cam_elem* elem, const Command& command) PARAMSET_EXCLUDES(mMutex);

@@ -13,10 +13,11 @@ class Attempts {
 public:
     explicit Attempts(std::chrono::microseconds atMost) : mEnd(Clock::now() + atMost) {}
 
-    // Whether the time allows another attempt.
+    // Whether there is time for another attempt. If there is, yields first; that may take longer than the time.
     bool another() const {
+        if (Clock::now() >= mEnd) return false;
         std::this_thread::yield();
-        return Clock::now() < mEnd;
+        return true;
     }
 
 private:

@@ -81,11 +81,14 @@ ParamSet::Erasure ParamSet::_erase(uint32_t camID, int pipe, uint32_t frameID) {
 uint32_t ParamSet::saveToF0(uint32_t camID, int pipe, uint32_t frameID, uint32_t tag) {
     const Answer read = getParamInternal(camID, pipe, frameID, tag, 0);
     if (read.value == nullptr) return saveNothingToF0(camID, pipe, tag);
+    // A program's own creator may make frame 0's buffer, and may remove the frame that is read.
+    const bool mayBeRemoved = read.registered != nullptr && !read.registered->hasLibraryCreator();
+    const Buffer kept = mayBeRemoved ? read.value : nullptr;
     return _setParam(camID, pipe, 0, tag, read.value.get());
 }
 
-// For example, the tag was registered after it was set. The write copies nothing, so a buffer that it makes is zeroed:
-// no later read may return uninitialised memory.
+// For example, the tag was registered after it was set. The write copies nothing, so a buffer of the library that it
+// makes is zeroed: no later read may return uninitialised memory.
 uint32_t ParamSet::saveNothingToF0(uint32_t camID, int pipe, uint32_t tag) {
     const Request request = requestFor(camID, pipe, 0, tag, 1);
     const bool isNew = request.pipe.value(request.pipe.frame0(), request.tag) == nullptr;

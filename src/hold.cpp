@@ -38,7 +38,7 @@ void ParamSet::Hold::retire() {
 }
 
 bool ParamSet::Hold::end() {
-    const Attempts attempts(std::chrono::milliseconds(500));
+    const Attempts attempts(std::chrono::seconds(1));  // longer than the building of a store takes
     Creation::refuse();
     while (Creation::isRunning() && attempts.another()) {
     }

@@ -216,17 +216,18 @@ inline std::shared_ptr<Checkpoints>& PipeStore::listOf(Tag& tag) {
 }
 
 // Most requests are for the last checkpoint or a later frame. In a stream the checkpoints are evenly spaced, so that
-// the place of any other frame can be computed; it is not the last, because the frame is before that one.
+// the place of any other frame can be computed. The frame is before the last checkpoint, so `place + 1` is in the list.
 inline uint32_t PipeStore::newestCheckpoint(const Checkpoints& ids, uint32_t frameID) {
-    if (ids.empty() || frameID < ids.front()) return 0;
+    if (ids.empty()) return 0;
     if (ids.back() <= frameID) return ids.back();
+    if (frameID < ids.front()) return 0;
     const double distance = static_cast<double>(ids.back() - ids.front()) / static_cast<double>(ids.size() - 1);
     const auto place = static_cast<size_t>(static_cast<double>(frameID - ids.front()) / distance);
     if (ids[place] <= frameID && frameID < ids[place + 1]) return ids[place];
     return *(std::upper_bound(ids.begin(), ids.end(), frameID) - 1);
 }
 
-// The oldest checkpoints are tried first: an erase usually removes only a few of them.
+// Searches from the oldest checkpoint, unless all are erased: an erase usually removes only a few.
 inline Checkpoints::const_iterator PipeStore::firstAbove(const Checkpoints& ids, uint32_t limit) {
     if (!ids.empty() && ids.back() <= limit) return ids.end();
     return std::find_if(ids.begin(), ids.end(), [limit](uint32_t id) { return id > limit; });

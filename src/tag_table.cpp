@@ -14,10 +14,10 @@ namespace zarn {
 namespace {
 
 constexpr int kFewestBits = 6;
-// How long an attempt to take gRigisterMutex lasts.
+// The time after which no further attempt to take gRigisterMutex begins.
 constexpr std::chrono::microseconds kInOperation(20);  // the store's mutex is held meanwhile
 constexpr std::chrono::milliseconds kOutside(1);
-constexpr std::chrono::milliseconds kAtCreation(500);  // the holder may be a registration that lost its processor
+constexpr std::chrono::milliseconds kWithoutStore(500);  // the holder may be a registration that lost its processor
 constexpr std::chrono::milliseconds kAtEnd(500);
 
 // Takes gRigisterMutex for a scope, if it becomes free in that time and the library has not been unloaded. This very
@@ -99,7 +99,7 @@ TagTable::Slots::Slots(size_t tags) {
 }
 
 TagReader::TagReader() {
-    if (const RegistryTry registry{kAtCreation}) readMap();
+    if (const RegistryTry registry{kWithoutStore}) readMap();
 }
 
 TagReader::~TagReader() {
@@ -138,8 +138,8 @@ std::optional<bool> TagTable::isRegistered(uint32_t id) {
     return std::nullopt;
 }
 
-// Whether the map may be read after an attempt to take the mutex. If the attempt failed, but the table is not trusted
-// and the library has not been unloaded, then this very thread holds the mutex.
+// Whether the map may be read after an attempt to take the mutex. Without a store the attempt lasts so long that it
+// only fails if this thread itself holds the mutex, or if the library has been unloaded.
 bool TagTable::isMapReadable(bool isMutexHeld) {
     return isMutexHeld || (!isTrusted() && !hasEnded());
 }
@@ -147,7 +147,7 @@ bool TagTable::isMapReadable(bool isMutexHeld) {
 std::shared_ptr<creator_base_t> TagTable::creatorOf(uint32_t id) {
     const RegisteredTag* tag = isTrusted() ? find(id) : nullptr;
     if (tag != nullptr) return tag->info.mCreator;
-    const RegistryTry registry(kOutside);
+    const RegistryTry registry(isTrusted() ? kOutside : kWithoutStore);
     if (!isMapReadable(static_cast<bool>(registry))) return nullptr;
     const auto it = gTagInfo.find(id);
     return it != gTagInfo.end() ? it->second.mCreator : nullptr;
@@ -157,7 +157,7 @@ void TagTable::copyTo(std::map<uint32_t, tag_info_t>& out) {
     if (&out == &gTagInfo) return;
     std::vector<EntryCopy> copies;
     {
-        const RegistryTry registry(kOutside);
+        const RegistryTry registry(isTrusted() ? kOutside : kWithoutStore);
         if (isMapReadable(static_cast<bool>(registry))) {
             for (const auto& [id, info] : gTagInfo) copies.emplace_back(id, info);
         } else if (isTrusted()) {

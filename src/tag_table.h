@@ -79,8 +79,9 @@ private:
 
     static bool isMapReadable(bool isMutexHeld);
 
-    // gRigisterMutex held.
+    // gRigisterMutex held, or the library is being unloaded.
     static Storage& storage();
+    // gRigisterMutex held.
     static bool isMapPublished();
     static void rebuild();
     static void publishMissing();

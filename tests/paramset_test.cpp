@@ -301,6 +301,18 @@ TEST_F(Paramset, CreatorMayDestroyTheStoreOfItsCall) {
     EXPECT_EQ(ParamSet::getInstance(), nullptr);
 }
 
+TEST_F(Paramset, CreatorMayRemoveTheFrameThatAnEraseSaves) {
+    auto& frames = pipe().mFrames;
+    int calls = 0;
+    const auto work = [&] {
+        if (++calls == 2) frames.erase(10);  // the first call is for the frame, the second for frame 0
+    };
+    ParamSet::register_tag<char>(1, new BusyCreator(work), 0, "busy", "uint32_t", 0);
+    EXPECT_EQ(set(10, 5, 1), PS_OK);
+    EXPECT_EQ(erasePs(kCam, kPipe, 20), PS_OK);
+    EXPECT_EQ(get(10, 1), 5u);
+}
+
 // What the creator does to the frame that the buffer is for, and the results of the calls.
 TEST_F(Paramset, CreatorMayChangeItsFrameAndEvenRemoveIt) {
     const struct {

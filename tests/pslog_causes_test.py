@@ -92,8 +92,9 @@ class Runs:
         log = self.directory / f"{self.number}.log"
         # LD_PRELOAD names the library without its folder, because a blank in a path would end the path.
         folder, library = os.path.split(os.path.abspath(self.programs.miss_wake_ups))
+        folders = os.pathsep.join(filter(None, [folder, os.environ.get("LD_LIBRARY_PATH")]))
         environment = {**os.environ, "PARAMSET_LOG": "5", "PARAMSET_LOG_TIME": "1", "LD_PRELOAD": library,
-                       "LD_LIBRARY_PATH": folder}
+                       "LD_LIBRARY_PATH": folders}
         command = [self.programs.pipeline, "--frames", "40", "--fps", str(fps), *options.split()]
         with open(log, "w") as file:
             run = subprocess.run(command, env=environment, stdout=subprocess.PIPE, stderr=file, text=True, timeout=120)
@@ -124,12 +125,12 @@ def judge(flickers, read, cause, root):
     def is_place(reason):
         return reason["tag"] == root_tag and root_frame in (None, reason["frame"])
 
-    rights = [is_place(f["chain"][-1]) and f["chain"][-1]["cause"] == cause for f in of_read]
-    if is_place(last) and not rights[0] and last.get("or_else") == cause:
+    is_right = is_place(last) and last["cause"] == cause
+    if is_place(last) and not is_right and last.get("or_else") == cause:
         return None, worst["story"]  # the log does not show whether it was the fault or a busy machine
-    if not rights[0] and last["cause"] == NOT_RUN:
+    if not is_right and last["cause"] == NOT_RUN:
         return None, worst["story"]  # a busy machine has held up the reader for even longer
-    return rights[0], worst["story"]
+    return is_right, worst["story"]
 
 
 def staged_run(runs, case, fps):

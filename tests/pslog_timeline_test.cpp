@@ -287,9 +287,8 @@ TEST_F(PslogTimelineTest, IsNeverTooWideAndFoldsTagsThatDoNotFit) {
         draw(log.text());
         EXPECT_EQ(count(texts(0, 4000), "tag 123"), 0u);
         EXPECT_EQ(count(texts(0, 4000), "176 more tags"), tags == 200 ? 1u : 0u);
-        if (tags != 5) continue;
-        EXPECT_EQ(threadNames().at(42), "42 gives tag 100, tag 101, tag 102 and 2 more");
         EXPECT_EQ(count(texts(0, 4000), "176 time-outs, 176 fall-backs"), tags == 200 ? 1u : 0u);
+        if (tags == 5) EXPECT_EQ(threadNames().at(42), "42 gives tag 100, tag 101, tag 102 and 2 more");
     }
 }
 

@@ -236,12 +236,13 @@ void tellInput(int) {
 
 // The inputs that the fuzzer found worth keeping, and those that have once failed.
 TEST(Model, KeptInputsGiveTheModelsResults) {
-    std::signal(SIGABRT, tellInput);  // a difference ends the process, after a message of its own
+    const auto earlier = std::signal(SIGABRT, tellInput);  // a difference ends the process, after a message of its own
     std::ifstream file(keptInputs());
     std::string line;
     for (gInput = 1; std::getline(file, line); gInput++) {
         const std::vector<uint8_t> input = fromHex(line);
         LLVMFuzzerTestOneInput(input.data(), input.size());
     }
+    std::signal(SIGABRT, earlier);
     EXPECT_GT(gInput, 1u) << "no inputs in " << keptInputs();
 }
