@@ -204,7 +204,10 @@ TEST_F(Exit, FromTheDestructionOfTheStoreEnds) {
     testing::FLAGS_gtest_death_test_style = "threadsafe";
     const auto exitWhileTheStoreIsDestroyed = [] {
         host::setLogLevel(0);
-        const std::function<void()> exit = [] { std::exit(0); };
+        const std::function<void()> exit = [] {
+            tBeforeLock = tBeforeTry = nullptr;
+            std::exit(0);
+        };
         // The first mutex is that of the atomic operation on sInstance. libc++ begins with a try_lock.
         tBeforeLock = tBeforeTry = &exit;
         zarn::ParamSet::destroyInstance();
