@@ -38,7 +38,8 @@ public:
     }
 
 private:
-    static constexpr int kTries = 100;
+    // Few: a longer spin delays the holder if both share a processor, and a hypervisor may take the processor away.
+    static constexpr int kTries = 20;
 
     [[gnu::cold, gnu::noinline]] void lockContended() PARAMSET_LOCKS_UNCHECKED {
         for (int tries = kTries; tries > 0; --tries) {
