@@ -288,7 +288,9 @@ TEST_F(PslogTimelineTest, IsNeverTooWideAndFoldsTagsThatDoNotFit) {
         EXPECT_EQ(count(texts(0, 4000), "tag 123"), 0u);
         EXPECT_EQ(count(texts(0, 4000), "176 more tags"), tags == 200 ? 1u : 0u);
         EXPECT_EQ(count(texts(0, 4000), "176 time-outs, 176 fall-backs"), tags == 200 ? 1u : 0u);
-        if (tags == 5) EXPECT_EQ(threadNames().at(42), "42 gives tag 100, tag 101, tag 102 and 2 more");
+        if (tags == 5) {
+            EXPECT_EQ(threadNames().at(42), "42 gives tag 100, tag 101, tag 102 and 2 more");
+        }
     }
 }
 
