@@ -233,6 +233,7 @@ void PipeStore::dropUpTo(uint32_t limit, Tag& tag, Sweep& sweep) {
     }
     auto node = mElem.mFrames.begin();
     if (node == mElem.mFrames.end() || node->first > limit) return;
+    if (sweep.passes.empty()) prefetch(node);
     sweep.passes.push_back({&tag, limit});
     while (node != mElem.mFrames.end() && node->first <= limit) {
         Frame* frame = frameAt(node);
@@ -241,6 +242,21 @@ void PipeStore::dropUpTo(uint32_t limit, Tag& tag, Sweep& sweep) {
         node = next;
     }
     setErasePoint(tag, static_cast<int32_t>(limit) >= 1 ? limit : 0);
+}
+
+// The frame that an erase begins with was mostly last used many frames ago, and is in no cache. Each tag's pass frees
+// one value of it; loading all of them at once takes a fraction of the time.
+void PipeStore::prefetch(Frames::iterator node) {
+    const Frame* frame = frameAt(node);
+    if (frame == nullptr) return;
+    for (const std::unique_ptr<Frame::Piece>& piece : frame->pieces) {
+        if (piece == nullptr) continue;
+        for (const TagPlaces& places : *piece) {
+            if (places.value == frame->frame->mTags.end()) continue;
+            __builtin_prefetch(&*places.value);
+            __builtin_prefetch(places.bytes);
+        }
+    }
 }
 
 // Returns whether the frame is to be removed. A frame that stays gets its records at the end of the sweep, because most

@@ -156,6 +156,7 @@ private:
 
     void removeValue(Frame& frame, Tag& tag);
     void removeFrame(Frames::iterator node);
+    void prefetch(Frames::iterator node);
     bool drop(Frame& frame, Tag& tag, Sweep& sweep);
     void leaveRecordsIn(Frame& frame, const Sweep& sweep);
 
@@ -221,8 +222,8 @@ inline uint32_t PipeStore::newestCheckpoint(const Checkpoints& ids, uint32_t fra
     if (ids.empty()) return 0;
     if (ids.back() <= frameID) return ids.back();
     if (frameID < ids.front()) return 0;
-    const double distance = static_cast<double>(ids.back() - ids.front()) / static_cast<double>(ids.size() - 1);
-    const auto place = static_cast<size_t>(static_cast<double>(frameID - ids.front()) / distance);
+    const double product = static_cast<double>(frameID - ids.front()) * static_cast<double>(ids.size() - 1);
+    const auto place = static_cast<size_t>(product / static_cast<double>(ids.back() - ids.front()));
     if (ids[place] <= frameID && frameID < ids[place + 1]) return ids[place];
     return *(std::upper_bound(ids.begin(), ids.end(), frameID) - 1);
 }
