@@ -82,19 +82,26 @@ double timeOf(Run& run, uint32_t steps) {
     return std::chrono::duration<double, std::nano>(Clock::now() - start).count();
 }
 
-// Two interleaved runs, so that a change of the machine's speed affects both. Reports the median ratio of their times.
+// What a run of a pair measures in one turn.
+struct Stretch {
+    Shape shape;
+    uint32_t steps;
+};
+
+// Two interleaved runs, so that a change of the machine's speed affects both. Reports the median ratio of the times of
+// a step.
 template <class Run, class Other>
-void measurePair(benchmark::State& state, Shape shape, uint32_t othersTags, uint32_t steps) {
-    Run run(shape);
-    Other other({othersTags, shape.size, kCam + 1});
+void measurePair(benchmark::State& state, Stretch its, Stretch others) {
+    Run run(its.shape);
+    Other other({others.shape.tags, others.shape.size, kCam + 1});
     if (!run.proves() || !other.proves()) {
         state.SkipWithError("wrong answer");
         return;
     }
     std::vector<double> ratios;
     for (auto _ : state) {
-        const double time = timeOf(run, steps);
-        ratios.push_back(time / timeOf(other, steps));
+        const double time = timeOf(run, its.steps) / its.steps;
+        ratios.push_back(time / (timeOf(other, others.steps) / others.steps));
     }
     const auto middle = ratios.begin() + static_cast<std::ptrdiff_t>(ratios.size() / 2);
     std::nth_element(ratios.begin(), middle, ratios.end());
@@ -184,43 +191,54 @@ void addPeer() {
     if (gAllShapes && C::kAbilities.keepsAll) addHistory<C>();
 }
 
-constexpr int64_t kTurns = 40;
-
-// With `wholeFrames` a step handles all tags. The more tags there are, the fewer steps are made, so that the time stays
-// the same.
 template <class Run, class Other>
-void addPair(const char* workload, uint32_t steps, bool wholeFrames = false) {
-    for (const uint32_t tags : {32u, 128u, 1024u}) {
-        const Shape shape{tags, 16};
-        const uint32_t its = wholeFrames ? std::max(1u, steps * 32 / tags) : steps;
-        const auto run = [=](benchmark::State& state) { measurePair<Run, Other>(state, shape, tags, its); };
-        benchmark::RegisterBenchmark(nameOf("pair", workload, shape).c_str(), run)->Iterations(kTurns);
-    }
+void addStretches(const char* workload, Stretch its, Stretch others) {
+    const int64_t turns = its.shape.tags == 1024 ? 10 : 40;
+    const auto run = [=](benchmark::State& state) { measurePair<Run, Other>(state, its, others); };
+    benchmark::RegisterBenchmark(nameOf("pair", workload, its.shape).c_str(), run)->Iterations(turns);
+}
+
+// Each tag is used equally often in a stretch, whatever the number of tags. Short stretches over many values would
+// mostly measure how the caches are filled again after the other run's stretch.
+Stretch callsWith(uint32_t tags) {
+    return {{tags, 16}, 128 * tags};
+}
+
+template <class Run, class Other>
+void addCalls(const char* workload) {
+    for (const uint32_t tags : {32u, 128u, 1024u}) addStretches<Run, Other>(workload, callsWith(tags), callsWith(tags));
 }
 
 // Compares a call with many tags to the same call with few.
 template <class Run>
 void addGrowth(const char* workload) {
-    static constexpr Shape kMany{1024, 16};
-    const auto run = [](benchmark::State& state) { measurePair<Run, Run>(state, kMany, 32, 4096); };
-    benchmark::RegisterBenchmark(nameOf("pair", workload, kMany).c_str(), run)->Iterations(kTurns);
+    addStretches<Run, Run>(workload, callsWith(1024), callsWith(32));
+}
+
+// For workloads whose step handles all tags.
+template <class Run, class Other>
+void addFrames(const char* workload, uint32_t frames) {
+    for (const uint32_t tags : {32u, 128u, 1024u}) {
+        const Stretch stretch{{tags, 16}, frames};
+        addStretches<Run, Other>(workload, stretch, stretch);
+    }
 }
 
 // The ratios of store to floor that have an aim.
 void addPairs() {
-    addPair<GetOwn<Store>, GetOwn<Maps>>("a", 4096);
-    addPair<GetAhead<Store>, GetAhead<Maps>>("b", 4096);
-    addPair<GetDeep<Store>, GetDeep<Maps>>("c", 4096);
-    addPair<SetInPlace<Store>, SetInPlace<Maps>>("d", 4096);
-    addPair<Stream<Store>, Stream<Maps>>("e", 16, true);
-    addPair<Deliver<Store>, Deliver<Maps>>("f", 2048);
-    addPair<Mix<Store>, Mix<Maps>>("i", 16, true);
+    addCalls<GetOwn<Store>, GetOwn<Maps>>("a");
+    addCalls<GetAhead<Store>, GetAhead<Maps>>("b");
+    addCalls<GetDeep<Store>, GetDeep<Maps>>("c");
+    addCalls<SetInPlace<Store>, SetInPlace<Maps>>("d");
+    addFrames<Stream<Store>, Stream<Maps>>("e", 16);
+    addCalls<Deliver<Store>, Deliver<Maps>>("f");
+    addFrames<Mix<Store>, Mix<Maps>>("i", 16);
     // One step at a time, because each needs its frames to be set before.
-    addPair<EraseMany<Store>, EraseMany<Maps>>("h-16", 1);
-    addPair<SetNew<Store>, SetNew<Maps>>("j", 1);
-    addPair<EraseOne<Store, 16>, EraseOne<Maps, 16>>("h-1of16", 1);
-    addPair<EraseOne<Store, 200>, EraseOne<Maps, 200>>("h-1of200", 1);
-    addPair<EraseOne<Store, 300>, EraseOne<Maps, 300>>("h-1of300", 1);
+    addFrames<EraseMany<Store>, EraseMany<Maps>>("h-16", 1);
+    addFrames<SetNew<Store>, SetNew<Maps>>("j", 1);
+    addFrames<EraseOne<Store, 16>, EraseOne<Maps, 16>>("h-1of16", 1);
+    addFrames<EraseOne<Store, 200>, EraseOne<Maps, 200>>("h-1of200", 1);
+    addFrames<EraseOne<Store, 300>, EraseOne<Maps, 300>>("h-1of300", 1);
     addGrowth<GetOwn<Store>>("a-growth");
     addGrowth<GetAhead<Store>>("b-growth");
     addGrowth<GetDeep<Store>>("c-growth");
