@@ -46,9 +46,9 @@ void register_tag(uint32_t tag, const std::shared_ptr<param_creator_t<char>>& cr
 
     if (TagTable::hasEnded()) return;
     const std::lock_guard<std::mutex> lock(gRigisterMutex);
+    if (TagTable::hasEnded()) return;
     // If another thread has registered the tag since isRegistered answered "no", this registration replaces that one.
-    const bool isThere = isRegistered == std::nullopt && gTagInfo.count(tag) != 0;
-    if (TagTable::hasEnded() || isThere) return;
+    if (isRegistered == std::nullopt && gTagInfo.count(tag) != 0) return;
     tag_info_t& info = TagTable::newEntry(tag);
     info.mDataType = std::move(dataTypeText);
     info.mCreator = creator;

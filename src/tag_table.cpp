@@ -38,7 +38,12 @@ public:
     explicit operator bool() const { return mIsHeld; }
 
 private:
-    static bool take() { return !TagTable::hasEnded() && pthread_mutex_trylock(gRigisterMutex.native_handle()) == 0; }
+    static bool take() {
+        if (TagTable::hasEnded() || pthread_mutex_trylock(gRigisterMutex.native_handle()) != 0) return false;
+        if (!TagTable::hasEnded()) return true;
+        gRigisterMutex.unlock();  // the registry has ended meanwhile
+        return false;
+    }
 
     bool mIsHeld;
 };

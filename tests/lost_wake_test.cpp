@@ -216,4 +216,46 @@ TEST_F(Exit, FromTheDestructionOfTheStoreEnds) {
     EXPECT_EXIT(exitWhileTheStoreIsDestroyed(), testing::ExitedWithCode(0), "");
 }
 
+// A creator that is destroyed with the registry. Only then the thread goes on that was about to read the registry.
+class LateReader : public zarn::param_creator_t<char> {
+public:
+    LateReader() : param_creator_t<char>(4) {}
+    ~LateReader() override {
+        sMayGoOn = true;
+        mThread.join();
+        std::fputs(sTagsRead == 0 ? "nothing read" : "a destroyed registry read", stderr);
+    }
+    void begin() {
+        mThread = std::thread([] {
+            const std::function<void()> stop = [] {
+                sIsStopped = true;
+                while (!sMayGoOn) std::this_thread::yield();
+            };
+            tBeforeTry = &stop;
+            std::map<uint32_t, zarn::tag_info_t> registry;
+            zarn::ParamSet::getTagInfo(registry);
+            sTagsRead = registry.size();
+        });
+        while (!sIsStopped) std::this_thread::yield();
+    }
+
+private:
+    static inline std::atomic<bool> sIsStopped{false};
+    static inline std::atomic<bool> sMayGoOn{false};
+    static inline std::atomic<size_t> sTagsRead{0};
+    std::thread mThread;
+};
+
+TEST_F(Exit, ClosesTheRegistryToAThreadThatIsAboutToReadIt) {
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    const auto exitWhileTheRegistryIsRead = [] {
+        host::setLogLevel(0);
+        auto late = new LateReader;
+        zarn::ParamSet::register_tag<char>(kTag, late, 0, "late", "bytes", 0);
+        late->begin();
+        std::exit(0);
+    };
+    EXPECT_EXIT(exitWhileTheRegistryIsRead(), testing::ExitedWithCode(0), "nothing read");
+}
+
 }  // namespace
