@@ -90,6 +90,7 @@ ParamSet* ParamSet::createInstance() {
     refreshLogLevel();
     PS_LOG(3, "create");
     const std::shared_ptr<ParamSet> instance(new ParamSet());
+    if (creation.isRefused()) return nullptr;  // the process began to exit meanwhile; nothing would destroy the store
     Hold::publish(instance);
     return instance.get();
 }

@@ -362,6 +362,45 @@ TEST_F(Threads, ProcessMayExitWhileItBuildsAStore) {
     EXPECT_EXIT(exitWhileAStoreIsBuilt(), testing::ExitedWithCode(0), "");
 }
 
+// A thread builds the store for so long that the exit stops waiting for it: until this creator is destroyed with the
+// registry. The store must not be published then, because nothing would destroy it.
+class LateStore : public zarn::param_creator_t<char> {
+public:
+    LateStore() : param_creator_t<char>(4) {}
+    ~LateStore() override {
+        sMayGoOn = true;
+        mBuilding.join();
+        std::fputs(ParamSet::getInstance() == nullptr ? "no store" : "a late store", stderr);
+    }
+    void build() {
+        mBuilding = std::thread([] { ParamSet::createInstance(); });
+        await([] { return sIsBuilding.load(); });
+    }
+    static void holdUp(void*, pipeline_loglevel, const char*, const char*) {
+        host::setLogLevel(0);
+        sIsBuilding = true;
+        while (!sMayGoOn) std::this_thread::yield();
+    }
+
+private:
+    static inline std::atomic<bool> sIsBuilding{false};
+    static inline std::atomic<bool> sMayGoOn{false};
+    std::thread mBuilding;
+};
+
+TEST_F(Threads, StoreIsNotPublishedDuringAnExit) {
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    const auto exitWhileAStoreIsBuilt = [] {
+        auto late = new LateStore;
+        ParamSet::register_tag<char>(9, late, 0, "late", "bytes", 0);
+        host::setLogSink(LateStore::holdUp, nullptr);
+        host::setLogLevel(3);
+        late->build();
+        std::exit(0);
+    };
+    EXPECT_EXIT(exitWhileAStoreIsBuilt(), testing::ExitedWithCode(0), "no store");
+}
+
 // A program's own creator, which is destroyed with the registry when the process exits. By then the library finds no
 // store and registers nothing, not even the tag of a registration that has waited for the mutex until now.
 class LastCalls : public zarn::param_creator_t<char> {
