@@ -3,7 +3,8 @@
 // which buffer answers, who waits and what is erased; nothing here calls them.
 // An index remembers the addresses of the maps' entries. If a program itself changes the maps, through
 // ParamSet::getPsHandle, that call, the maps' sizes or the frames' addresses show it, and the addresses are forgotten.
-// Guarded by ParamSet::mMutex.
+// Guarded by ParamSet::mMutex. clang cannot check that here, because it does not know whose mutex it is; it checks that
+// ParamSet::mPipes, the only way to a PipeStore, is used with mMutex held.
 
 #ifndef PARAMSET_PIPE_STORE_H
 #define PARAMSET_PIPE_STORE_H
