@@ -34,6 +34,18 @@ TEST_F(PslogTest, CountsTheSameInEveryFormat) {
     }
 }
 
+TEST_F(PslogTest, MakesTheNameColumnAsWideAsTheLongestName) {
+    registerPsDynamicParam(AE + 2, 4, 0, "exposure caf\xC3\xA9 value", "int");
+    set(1, 1, AE);
+    set(1, 1, AE + 2);
+    const std::string text = summaryOf(log(Format::HOST));
+    SCOPED_TRACE(text);
+    EXPECT_TRUE(has(text, "\n" + std::string(55, ' ') + "gets answered by    checkpoint   waits, ms\n"));
+    EXPECT_TRUE(has(text, "\ncam pipe    tag name                bytes   sets   gets "));
+    EXPECT_TRUE(has(text, "\n  0    2     17 aeResult                4      1      0 "));
+    EXPECT_TRUE(has(text, "\n  0    2     19 exposure caf\xC3\xA9 value     4      1      0 "));
+}
+
 TEST_F(PslogTest, PrintsAQuestionMarkForWhatALogOfALowLevelCannotTell) {
     runStory();
     const struct {

@@ -14,6 +14,7 @@ namespace {
 
 constexpr int64_t STATIC_TYPE = 1;
 constexpr int64_t QUEUE_TYPE = 2;
+constexpr size_t MIN_NAME_WIDTH = 14;
 
 std::string dashOr(int64_t number) {
     return number == UNKNOWN ? "-" : std::to_string(number);
@@ -33,11 +34,11 @@ const char* adviceFor(const TagInfo* info) {
     return info->type == STATIC_TYPE ? "tag of type 1, yet " : "register with ";
 }
 
-void printRow(std::FILE* out, const Key& key, const TagRow& row, int level, const Tags& tags) {
+void printRow(std::FILE* out, const Key& key, const TagRow& row, int level, const Tags& tags, size_t nameWidth) {
     const auto info = tags.find(key.tag);
     const std::string bytes = dashOr(info == tags.end() ? UNKNOWN : info->second.size);
     std::fprintf(out, "%3" PRId64 " %4" PRId64 " %6" PRId64 " %s %5s", key.cam, key.pipe, key.tag,
-                 padded(nameOf(key.tag, tags), 14).c_str(), bytes.c_str());
+                 padded(nameOf(key.tag, tags), nameWidth).c_str(), bytes.c_str());
     const auto column = [&](int width, uint64_t number) {
         std::fprintf(out, " %*s", width, countText(number, level, level::EVERYTHING).c_str());
     };
@@ -61,13 +62,17 @@ void printRow(std::FILE* out, const Key& key, const TagRow& row, int level, cons
 }
 
 void printRows(std::FILE* out, const TagCounts& counts, int level, const Tags& tags) {
+    size_t nameWidth = MIN_NAME_WIDTH;
+    for (const auto& [key, row] : counts.rows()) nameWidth = std::max(nameWidth, lengthOf(nameOf(key.tag, tags)));
+    const std::string gap(nameWidth - MIN_NAME_WIDTH, ' ');
     std::fprintf(out,
-                 "\n                                                  gets answered by    checkpoint   waits, ms\n"
-                 "cam pipe    tag name           bytes   sets   gets  itself earlier frame 0   back  max"
-                 "  number med 99 %%  max t-outs failed erased\n");
+                 "\n%s                                                  gets answered by    checkpoint   waits, ms\n"
+                 "cam pipe    tag name%s           bytes   sets   gets  itself earlier frame 0   back  max"
+                 "  number med 99 %%  max t-outs failed erased\n",
+                 gap.c_str(), gap.c_str());
     uint64_t notKnown = 0;
     for (const auto& [key, row] : inOrder(counts.rows())) {
-        printRow(out, key, *row, level, tags);
+        printRow(out, key, *row, level, tags, nameWidth);
         notKnown += row->notKnown;
     }
     if (notKnown > 0)

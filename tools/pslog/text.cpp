@@ -75,10 +75,14 @@ std::string safeText(std::string_view text) {
     return safe;
 }
 
-std::string padded(std::string text, size_t width) {
+size_t lengthOf(std::string_view text) {
     const auto isFirst = [](char byte) { return static_cast<uint8_t>(byte) >> 6 != 2; };
-    const auto characters = static_cast<size_t>(std::count_if(text.begin(), text.end(), isFirst));
-    if (characters < width) text.append(width - characters, ' ');
+    return static_cast<size_t>(std::count_if(text.begin(), text.end(), isFirst));
+}
+
+std::string padded(std::string text, size_t width) {
+    const size_t length = lengthOf(text);
+    if (length < width) text.append(width - length, ' ');
     return text;
 }
 

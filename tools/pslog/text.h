@@ -15,6 +15,9 @@ bool isSafe(std::string_view text);
 /// The text with \xNN in place of each unsafe byte.
 std::string safeText(std::string_view text);
 
+/// The number of characters of a safe text.
+size_t lengthOf(std::string_view text);
+
 /// The text, filled up with blanks to this number of characters.
 std::string padded(std::string text, size_t width);
 
