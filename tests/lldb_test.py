@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Tries the lldb command of tools/lldb/paramset.py on the store of a stopped process and of its core.
+"""Tries the lldb command of tools/lldb/paramset.py on the store of a stopped process and of its core file.
 
 usage: lldb_test.py pipeline PIPELINE
        lldb_test.py hung LIBRARY PLATFORM_LIBRARY
@@ -174,7 +174,7 @@ def hung(library, platform):
 
 def main():
     role, *arguments = sys.argv[1:]
-    # A preloaded library may disturb: a device's allocator, for example, reserves more memory than gcore can write.
+    # A preloaded library may interfere: a device's allocator, for example, reserves more memory than gcore can write.
     os.environ.pop("LD_PRELOAD", None)
     for tool in ("lldb", "gcore"):
         if role != "hang" and not shutil.which(tool):

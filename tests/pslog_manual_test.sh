@@ -18,5 +18,6 @@ complete_after() { # WORD...: prints the completions of the last word
     _pslog "$pslog"
     printf '%s\n' "${COMPREPLY[@]}" | sort
 }
-diff <(echo "$subcommands") <(complete_after "") >&2 || { echo "the completion has others (>)" >&2; exit 1; }
+diff <(echo "$subcommands") <(complete_after "") >&2 ||
+    { echo "pslog.bash completes other subcommands (>) than --help lists (<)" >&2; exit 1; }
 [[ $(complete_after timeline --sv) == --svg ]] || { echo "timeline --sv is not completed" >&2; exit 1; }

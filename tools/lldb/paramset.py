@@ -1,4 +1,4 @@
-"""Shows the parameter store of a stopped process, or of a core, in lldb.
+"""Shows the parameter store of a stopped process, or of a core file, in lldb.
 
     (lldb) command script import tools/lldb/paramset.py
     (lldb) paramset status
@@ -63,22 +63,22 @@ class Memory:
 class Containers(Memory):
     """The maps and strings of a C++ library. (Shared pointers and vectors have the same layout in all of them.)"""
 
-    # Offsets in a map: size and root of its tree. Offsets in a node: its children, and the entry by its alignment.
+    # Offsets in a map: size and root of its tree. Offsets in a node: its children, and its entry for each alignment.
     SIZE, ROOT, LEFT, RIGHT, ENTRY = None, None, None, None, None
 
     def entries(self, address, alignment=8):
         """The keys of a map, in order, with the addresses of their values."""
-        left_for = self.number(address + self.SIZE, 8)
-        passed = []
+        remaining = self.number(address + self.SIZE, 8)
+        parents = []
         node = self.pointer(address + self.ROOT)
-        while (node or passed) and left_for > 0:
+        while (node or parents) and remaining > 0:
             while node:
-                passed.append(node)
-                if len(passed) > 128:
+                parents.append(node)
+                if len(parents) > 128:
                     raise Problem(f"the map at {address:#x} is damaged, or was being changed")
                 node = self.pointer(node + self.LEFT)
-            node = passed.pop()
-            left_for -= 1
+            node = parents.pop()
+            remaining -= 1
             entry = node + self.ENTRY[alignment]
             yield self.number(entry), entry + alignment
             node = self.pointer(node + self.RIGHT)
@@ -157,7 +157,7 @@ class Store:
     def __init__(self, target):
         process = target.GetProcess()
         if not process.IsValid() or process.GetNumThreads() == 0:
-            raise Problem("no process: attach to one, or open a core")
+            raise Problem("no process: attach to one, or open a core file")
         self.process = process
         self._module = self._find_library(target)
         self._types = {}
@@ -406,7 +406,7 @@ def conditions(store):
                 yield record.condition, (camera, number, frame, tag, pipe)
 
 
-def tell_wait(place, tags):
+def describe_wait(place, tags):
     camera, number, frame, tag, pipe = place
     newest = pipe.newest_checkpoint(tag, THE_LAST)
     since = f"no value since frame {newest}" if newest else "no value in any frame yet"
@@ -422,7 +422,7 @@ def waiters(store, _):
         address, functions = sleeps_on(thread)
         place = next((place for begin, place in records if begin <= address < begin + COND_SIZE), None)
         if place is not None:
-            what = tell_wait(place, tags)
+            what = describe_wait(place, tags)
         elif address == mutex:
             holder = store.holder_of_mutex()
             what = "the store's mutex" + (f", which {name_of(holder)} holds" if holder else "")
@@ -464,7 +464,7 @@ class Parser(argparse.ArgumentParser):
 
 
 def parser():
-    parser = Parser(prog="paramset", description="Shows the parameter store of a stopped process, or of a core.")
+    parser = Parser(prog="paramset", description="Shows the parameter store of a stopped process, or of a core file.")
     subcommands = parser.add_subparsers(dest="subcommand", metavar="SUBCOMMAND", required=True)
     places = {
         "camera": {"type": int, "metavar": "CAM"},
