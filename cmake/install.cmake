@@ -1,4 +1,4 @@
-# What an installation holds, and the Debian packages of it: runtime, development and tools.
+# What is installed, and in which Debian package: runtime, development or tools.
 
 include(CMakePackageConfigHelpers)
 

@@ -22,7 +22,7 @@ function(optimise_across_files target)
     endif()
     set(optimised $<CONFIG:Release,RelWithDebInfo>)
     if(ANDROID)
-        # Not check_ipo_supported: for Android it asks for a linker that a development kit does not have.
+        # Not check_ipo_supported: for Android it asks for a linker that the NDK does not have.
         set(CMAKE_REQUIRED_FLAGS -flto=thin)
         set(CMAKE_REQUIRED_LINK_OPTIONS -fuse-ld=lld)
         check_cxx_source_compiles("int main() { return 0; }" PARAMSET_THIN_LTO)

@@ -7,7 +7,7 @@ macro(missing_package what package setup)
         ${ARGN})
 endmacro()
 
-# As find_package, with an error like that of missing_package.
+# Like find_package, but with the error of missing_package.
 macro(require_package name package setup)
     find_package(${name} QUIET)
     if(NOT ${name}_FOUND)

@@ -1,5 +1,5 @@
-# Stands in for the toolchain file of a development kit: Debian's packages of the same compiler and linker, with ANDROID
-# set. Does not link the start-up files of Debian's C library and the atomics of its libgcc: unlike a kit's, they are
+# Stands in for the NDK's toolchain file: Debian's packages of the same compiler and linker, with ANDROID
+# set. Does not link the start-up files of Debian's C library and the atomics of its libgcc: unlike the NDK's, they are
 # not marked for branch protection. The symbols of a device's C library are stubs to link with.
 include(${CMAKE_CURRENT_LIST_DIR}/../../../cmake/aarch64-clang.cmake)
 

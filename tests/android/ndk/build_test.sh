@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Builds the library as a development kit does, and fails unless it is optimised across its files, can be loaded with
+# Builds the library as the NDK does, and fails unless it is optimised across its files, can be loaded with
 # pages of 16 KiB, and is marked for branch protection.
 # usage: build_test.sh SOURCES FOLDER-TO-WORK-IN READELF
 set -euo pipefail
