@@ -49,7 +49,8 @@ struct Key {
         if (a.tag != b.tag) return a.tag < b.tag;
         return a.frame < b.frame;
     }
-    bool hasPlaceOf(const Key& other) const { return cam == other.cam && pipe == other.pipe && tag == other.tag; }
+    // The prefix of a key is the key without the frame.
+    bool hasPrefixOf(const Key& other) const { return cam == other.cam && pipe == other.pipe && tag == other.tag; }
 };
 
 }  // namespace bench

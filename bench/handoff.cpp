@@ -20,29 +20,29 @@ constexpr uint32_t kSize = 16;
 constexpr std::chrono::microseconds kTimeToFallAsleep{60};
 constexpr double kLostNs = 20e6;  // longer than this: the notification was lost, and the get waited its whole 50 ms
 
-// As in the store: the getter waits on a record's mutex and condition variable, and takes the big lock again before it
-// continues; the setter notifies with the big lock held.
+// As in the store: the getter waits on a record's mutex and condition variable, and locks the store's mutex again
+// before it continues; the setter notifies with the store's mutex held.
 class BareHandOff {
 public:
     void await(uint32_t, void* value) {
-        std::unique_lock<std::mutex> big(mBig);
+        std::unique_lock<std::mutex> lock(mMutex);
         mWaiting = true;
-        big.unlock();
-        std::unique_lock<std::mutex> record(mRecord);
+        lock.unlock();
+        std::unique_lock<std::mutex> record(mRecordMutex);
         mCond.wait_for(record, std::chrono::milliseconds(DEFAULT_WAIT_MS));
-        big.lock();
+        lock.lock();
         std::memcpy(value, mValue, kSize);
     }
     void deliver(uint32_t, const void* value) {
-        const std::lock_guard<std::mutex> big(mBig);
+        const std::lock_guard<std::mutex> lock(mMutex);
         if (mWaiting) mCond.notify_all();
         mWaiting = false;
         std::memcpy(mValue, value, kSize);
     }
 
 private:
-    std::mutex mBig;
-    std::mutex mRecord;
+    std::mutex mMutex;
+    std::mutex mRecordMutex;
     std::condition_variable mCond;
     bool mWaiting = false;
     char mValue[kSize] = {};
@@ -63,19 +63,19 @@ private:
 
 // Another thread waits for the values. This one delivers each value after the other has had time to fall asleep.
 template <class HandOff>
-void handOver(HandOff& by, uint32_t first, uint32_t count, std::vector<double>& times, uint32_t& lost) {
+void handOver(HandOff& handOff, uint32_t first, uint32_t count, std::vector<double>& times, uint32_t& lost) {
     std::atomic<uint32_t> aboutToWait{0};
-    std::atomic<uint32_t> gotten{0};
-    std::atomic<int64_t> gottenAt{0};
+    std::atomic<uint32_t> received{0};
+    std::atomic<int64_t> receivedAt{0};
     const auto now = [] { return Clock::now().time_since_epoch().count(); };
 
     std::thread getter([&] {
         Value value(kSize);
         for (uint32_t i = 1; i <= count; ++i) {
             aboutToWait.store(i);
-            by.await(first + i, value.out());
-            gottenAt.store(now());
-            gotten.store(i);
+            handOff.await(first + i, value.out());
+            receivedAt.store(now());
+            received.store(i);
         }
     });
     Value value(kSize);
@@ -84,11 +84,11 @@ void handOver(HandOff& by, uint32_t first, uint32_t count, std::vector<double>& 
         const auto asleepAt = Clock::now() + kTimeToFallAsleep;
         while (Clock::now() < asleepAt) std::this_thread::yield();
         const auto deliveredAt = now();
-        by.deliver(first + i, value.of(i, 0));
-        while (gotten.load() != i) std::this_thread::yield();
-        const auto spent = static_cast<double>(gottenAt.load() - deliveredAt);
-        if (spent < kLostNs) {
-            times.push_back(spent);
+        handOff.deliver(first + i, value.of(i, 0));
+        while (received.load() != i) std::this_thread::yield();
+        const auto ns = static_cast<double>(receivedAt.load() - deliveredAt);
+        if (ns < kLostNs) {
+            times.push_back(ns);
         } else {
             ++lost;
         }

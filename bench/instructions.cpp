@@ -20,7 +20,7 @@ namespace {
 template <class Run>
 void count(const char* workload, const char* contender, Shape shape, int steps) {
     Run run(shape);
-    if (!run.proves()) std::abort();
+    if (!run.isCorrect()) std::abort();
     // The first steps bind symbols and warm up the allocator.
     for (int i = 0; i < 2; ++i) {
         run.prepare();

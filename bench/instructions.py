@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Reads callgrind's dumps of paramset_instructions, and compares the store's counts with those kept in a file.
 
-usage: instructions.py FOLDER_OF_DUMPS FIGURES compare|update
+usage: instructions.py FOLDER_OF_DUMPS FILE compare|update
 """
 
 import sys
@@ -27,7 +27,7 @@ def counts_of(folder):
     return dict(sorted(counts.items(), key=lambda item: (item[0].split("/")[0], int(item[0].split("/")[2]), item[0])))
 
 
-def read_figures(path):
+def read_kept(path):
     lines = path.read_text().splitlines() if path.exists() else []
     pairs = (line.split() for line in lines if line and not line.startswith("#"))
     return {name: float(count) for name, count in pairs}
@@ -46,7 +46,7 @@ def compare(counts, kept):
             text += f"{kept[name]:12.1f}{change:+9.1%}{'  DIFFERS' if differs else ''}"
             is_good &= not differs
         else:
-            text += "  no count is kept"
+            text += "  not in the file"
             is_good = False
         print(text)
     for name in kept.keys() - counts.keys():
@@ -56,14 +56,14 @@ def compare(counts, kept):
 
 
 def main():
-    folder, figures, task = sys.argv[1], Path(sys.argv[2]), sys.argv[3]
+    folder, file, task = sys.argv[1], Path(sys.argv[2]), sys.argv[3]
     counts = counts_of(folder)
     if not counts:
         sys.exit(f"no dumps in {folder}")
     if task == "update":
         lines = [f"{name} {count:.1f}\n" for name, count in counts.items() if "/store/" in name]
-        figures.write_text(NOTE + "".join(lines))
-    return 0 if compare(counts, read_figures(figures)) else 1
+        file.write_text(NOTE + "".join(lines))
+    return 0 if compare(counts, read_kept(file)) else 1
 
 
 if __name__ == "__main__":

@@ -54,7 +54,7 @@ std::string nameOf(const char* workload, const char* contender, Shape shape) {
 template <class Run>
 void measureWhole(benchmark::State& state, Shape shape) {
     Run run(shape);
-    if (!run.proves()) state.SkipWithError("wrong answer");
+    if (!run.isCorrect()) state.SkipWithError("wrong answer");
     for (auto _ : state) run.step();
 }
 
@@ -63,7 +63,7 @@ template <class Run>
 void measureSteps(benchmark::State& state, Shape shape) {
     using Clock = std::chrono::steady_clock;
     Run run(shape);
-    if (!run.proves()) state.SkipWithError("wrong answer");
+    if (!run.isCorrect()) state.SkipWithError("wrong answer");
     for (auto _ : state) {
         run.prepare();
         const Clock::time_point start = Clock::now();
@@ -82,7 +82,7 @@ double timeOf(Run& run, uint32_t steps) {
     return std::chrono::duration<double, std::nano>(Clock::now() - start).count();
 }
 
-// What a run of a pair measures in one turn.
+// The steps that one run of a pair does in its turn; they are timed together.
 struct Stretch {
     Shape shape;
     uint32_t steps;
@@ -91,17 +91,17 @@ struct Stretch {
 // Two interleaved runs, so that a change of the machine's speed affects both. Reports the median ratio of the times of
 // a step.
 template <class Run, class Other>
-void measurePair(benchmark::State& state, Stretch its, Stretch others) {
-    Run run(its.shape);
-    Other other({others.shape.tags, others.shape.size, kCam + 1});
-    if (!run.proves() || !other.proves()) {
+void measurePair(benchmark::State& state, Stretch stretch, Stretch otherStretch) {
+    Run run(stretch.shape);
+    Other other({otherStretch.shape.tags, otherStretch.shape.size, kCam + 1});
+    if (!run.isCorrect() || !other.isCorrect()) {
         state.SkipWithError("wrong answer");
         return;
     }
     std::vector<double> ratios;
     for (auto _ : state) {
-        const double time = timeOf(run, its.steps) / its.steps;
-        ratios.push_back(time / (timeOf(other, others.steps) / others.steps));
+        const double time = timeOf(run, stretch.steps) / stretch.steps;
+        ratios.push_back(time / (timeOf(other, otherStretch.steps) / otherStretch.steps));
     }
     const auto middle = ratios.begin() + static_cast<std::ptrdiff_t>(ratios.size() / 2);
     std::nth_element(ratios.begin(), middle, ratios.end());
@@ -142,7 +142,7 @@ void addPlain() {
     });
 }
 
-// Histories of hundreds of frames are measured only up to this size of a frame. In the greatest shape the values alone
+// Histories of hundreds of frames are measured only up to this size of a frame. In the largest shape the values alone
 // would need half a gigabyte.
 constexpr uint32_t kMostBytesOfLongHistory = 128 * 1024;
 
@@ -192,10 +192,10 @@ void addPeer() {
 }
 
 template <class Run, class Other>
-void addStretches(const char* workload, Stretch its, Stretch others) {
-    const int64_t turns = its.shape.tags == 1024 ? 10 : 40;
-    const auto run = [=](benchmark::State& state) { measurePair<Run, Other>(state, its, others); };
-    benchmark::RegisterBenchmark(nameOf("pair", workload, its.shape).c_str(), run)->Iterations(turns);
+void addPair(const char* workload, Stretch stretch, Stretch otherStretch) {
+    const int64_t turns = stretch.shape.tags == 1024 ? 10 : 40;
+    const auto run = [=](benchmark::State& state) { measurePair<Run, Other>(state, stretch, otherStretch); };
+    benchmark::RegisterBenchmark(nameOf("pair", workload, stretch.shape).c_str(), run)->Iterations(turns);
 }
 
 // Each tag is used equally often in a stretch, whatever the number of tags. Short stretches over many values would
@@ -206,13 +206,13 @@ Stretch callsWith(uint32_t tags) {
 
 template <class Run, class Other>
 void addCalls(const char* workload) {
-    for (const uint32_t tags : {32u, 128u, 1024u}) addStretches<Run, Other>(workload, callsWith(tags), callsWith(tags));
+    for (const uint32_t tags : {32u, 128u, 1024u}) addPair<Run, Other>(workload, callsWith(tags), callsWith(tags));
 }
 
 // Compares a call with many tags to the same call with few.
 template <class Run>
 void addGrowth(const char* workload) {
-    addStretches<Run, Run>(workload, callsWith(1024), callsWith(32));
+    addPair<Run, Run>(workload, callsWith(1024), callsWith(32));
 }
 
 // For workloads whose step handles all tags.
@@ -220,7 +220,7 @@ template <class Run, class Other>
 void addFrames(const char* workload, uint32_t frames) {
     for (const uint32_t tags : {32u, 128u, 1024u}) {
         const Stretch stretch{{tags, 16}, frames};
-        addStretches<Run, Other>(workload, stretch, stretch);
+        addPair<Run, Other>(workload, stretch, stretch);
     }
 }
 
@@ -247,7 +247,7 @@ void addPairs() {
 
 // All workloads, for the store and for Maps.
 template <class C>
-void addEqual() {
+void addAllWorkloads() {
     describe<C>();
     addPlain<C>();
     addHistory<C>();
@@ -259,8 +259,8 @@ void addEqual() {
 }
 
 void addAll() {
-    addEqual<Store>();
-    addEqual<Maps>();
+    addAllWorkloads<Store>();
+    addAllWorkloads<Maps>();
     addPairs();
     addPeer<Flat>();
     addHistory<Flat>();
@@ -310,7 +310,7 @@ void writeTail(std::FILE* out, const char* name, const std::vector<Tail>& tails)
     std::fprintf(out, "\"%s\": [", name);
     for (size_t i = 0; i < tails.size(); ++i) {
         const Tail& tail = tails[i];
-        std::fprintf(out, "%s[%.0f, %.0f, %.0f]", i == 0 ? "" : ", ", tail.median, tail.percentile99, tail.permille999);
+        std::fprintf(out, "%s[%.0f, %.0f, %.0f]", i == 0 ? "" : ", ", tail.median, tail.p99, tail.p999);
     }
     std::fprintf(out, "]");
 }

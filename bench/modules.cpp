@@ -31,18 +31,20 @@ void work() {
 template <class C>
 class Module {
 public:
-    Module(C& by, uint32_t number) : mBy(by), mNumber(number) { mTimes.reserve(kFrames * kTagsOfModule * 3); }
+    Module(C& contender, uint32_t number) : mContender(contender), mNumber(number) {
+        mTimes.reserve(kFrames * kTagsOfModule * 3);
+    }
 
     void run() {
         for (uint32_t frame = kFirst; frame < kFirst + kFrames; ++frame) {
             for (uint32_t tag = 0; tag < kTagsOfModule; ++tag) {
                 const uint32_t own = mNumber * kTagsOfModule + tag;
-                const uint32_t others = (mNumber + 1) % kModules * kTagsOfModule + tag;
-                measure([&] { mBy.set(kCam, frame, own, mValue.of(frame, own)); });
-                measure([&] { mBy.get(kCam, frame, others, mValue.out()); });
-                measure([&] { mBy.get(kCam, frame, others, mValue.out()); });
+                const uint32_t next = (mNumber + 1) % kModules * kTagsOfModule + tag;
+                measure([&] { mContender.set(kCam, frame, own, mValue.of(frame, own)); });
+                measure([&] { mContender.get(kCam, frame, next, mValue.out()); });
+                measure([&] { mContender.get(kCam, frame, next, mValue.out()); });
             }
-            if (mNumber == 0 && frame > kLiveFrames) mBy.erase(kCam, frame - kEraseLag);
+            if (mNumber == 0 && frame > kLiveFrames) mContender.erase(kCam, frame - kEraseLag);
         }
     }
     const std::vector<double>& times() const { return mTimes; }
@@ -56,7 +58,7 @@ private:
         work();
     }
 
-    C& mBy;
+    C& mContender;
     const uint32_t mNumber;
     Value mValue{kSize};
     std::vector<double> mTimes;
@@ -64,11 +66,13 @@ private:
 
 template <class C>
 Tail measureBlock() {
-    C by(kModules * kTagsOfModule, kSize);
+    C contender(kModules * kTagsOfModule, kSize);
     Value value(kSize);
-    for (uint32_t tag = 0; tag < kModules * kTagsOfModule; ++tag) by.set(kCam, kFirst - 1, tag, value.of(0, tag));
+    for (uint32_t tag = 0; tag < kModules * kTagsOfModule; ++tag) {
+        contender.set(kCam, kFirst - 1, tag, value.of(0, tag));
+    }
     std::vector<Module<C>> modules;
-    for (uint32_t number = 0; number < kModules; ++number) modules.emplace_back(by, number);
+    for (uint32_t number = 0; number < kModules; ++number) modules.emplace_back(contender, number);
     std::vector<std::thread> threads;
     for (Module<C>& module : modules) threads.emplace_back([&module] { module.run(); });
     for (std::thread& thread : threads) thread.join();
@@ -76,10 +80,10 @@ Tail measureBlock() {
     std::vector<double> times;
     for (const Module<C>& module : modules) times.insert(times.end(), module.times().begin(), module.times().end());
     std::sort(times.begin(), times.end());
-    const auto at = [&times](double part) {
+    const auto quantile = [&times](double part) {
         return times[static_cast<size_t>(part * static_cast<double>(times.size()))];
     };
-    return {at(0.5), at(0.99), at(0.999)};
+    return {quantile(0.5), quantile(0.99), quantile(0.999)};
 }
 
 }  // namespace

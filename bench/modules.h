@@ -12,8 +12,8 @@ namespace bench {
 // Nanoseconds of a call, over one block of frames.
 struct Tail {
     double median;
-    double percentile99;
-    double permille999;
+    double p99;
+    double p999;  // the 99.9th percentile
 };
 
 // The times of the store and of Maps. Maps' lock does not spin before it sleeps. The blocks of the two are interleaved.

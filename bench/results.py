@@ -49,9 +49,9 @@ class Results:
         for entry in entries:
             if entry["run_type"] == "iteration" and not entry.get("error_occurred"):
                 self._add(entry, times, holds, pairs)
-        self.ns = {key: statistics.median(each) for key, each in times.items()}
-        self.pairs = {row: statistics.median(each) for row, each in pairs.items()}
-        self.holds = {way: statistics.median(each) for way, each in holds.items()}
+        self.ns = {key: statistics.median(values) for key, values in times.items()}
+        self.pairs = {row: statistics.median(values) for row, values in pairs.items()}
+        self.holds = {way: statistics.median(values) for way, values in holds.items()}
         measured = {key[1] for key in self.ns}
         self.peers = [name for name in PEERS if name in measured]
         self.left_out = {name: package for name, package in PEERS.items() if name not in measured}

@@ -1,6 +1,6 @@
 // The workloads that one thread runs. Each is a class template over the contender. The constructor fills the contender.
-// prepare() does what a step needs, and is not measured; step() is measured; proves() tells whether the contender gives
-// the right answers. The order of the accesses is random, with a fixed seed, and computed in advance.
+// prepare() does what a step needs, and is not measured; step() is measured; isCorrect() tells whether the contender
+// gives the right answers. The order of the accesses is random, with a fixed seed, and computed in advance.
 
 #ifndef PARAMSET_BENCH_WORKLOADS_H
 #define PARAMSET_BENCH_WORKLOADS_H
@@ -94,7 +94,7 @@ template <class C>
 class Workload {
 public:
     void prepare() {}
-    bool proves() { return true; }
+    bool isCorrect() { return true; }
 
 protected:
     explicit Workload(Shape shape)
@@ -130,7 +130,7 @@ public:
         const Access& at = mOrder.next();
         this->mContender.get(this->mCam, at.frame, at.tag, this->mValue.out());
     }
-    bool proves() { return this->answers(3, 0, 3) && this->answers(kLiveFrames, 0, kLiveFrames); }
+    bool isCorrect() { return this->answers(3, 0, 3) && this->answers(kLiveFrames, 0, kLiveFrames); }
 
 private:
     RandomAccesses mOrder;
@@ -148,7 +148,7 @@ public:
         const Access& at = mOrder.next();
         this->mContender.get(this->mCam, at.frame, at.tag, this->mValue.out());
     }
-    bool proves() { return this->answers(kLiveFrames + 5, 0, kLiveFrames); }
+    bool isCorrect() { return this->answers(kLiveFrames + 5, 0, kLiveFrames); }
 
 private:
     RandomAccesses mOrder;
@@ -166,7 +166,7 @@ public:
         const Access& at = mOrder.next();
         this->mContender.get(this->mCam, at.frame, at.tag, this->mValue.out());
     }
-    bool proves() { return this->answers(kAsked, 0, kAsked - 1); }
+    bool isCorrect() { return this->answers(kAsked, 0, kAsked - 1); }
 
 private:
     static constexpr uint32_t kCheckpoints = 300;
@@ -187,7 +187,7 @@ public:
         const Access& at = mOrder.next();
         this->mContender.set(this->mCam, at.frame, at.tag, this->mValue.out());
     }
-    bool proves() {
+    bool isCorrect() {
         this->mContender.set(this->mCam, 5, 0, this->mValue.of(50, 0));
         return this->answers(5, 0, 50);
     }
@@ -208,7 +208,7 @@ public:
         this->setFrame(++mFrame);
         if (mFrame > kLiveFrames) this->mContender.erase(this->mCam, mFrame - kEraseLag);
     }
-    bool proves() { return this->answers(mFrame - 3, 0, mFrame - 3); }
+    bool isCorrect() { return this->answers(mFrame - 3, 0, mFrame - 3); }
 
 private:
     uint32_t mFrame = 0;
@@ -231,7 +231,7 @@ public:
         this->mContender.deliver(this->mCam, at.frame, at.tag, this->mValue.out());
         this->mContender.await(this->mCam, at.frame, at.tag, this->mValue.out());
     }
-    bool proves() {
+    bool isCorrect() {
         this->mContender.deliver(this->mCam, 5, 0, this->mValue.of(50, 0));
         this->mValue.of(0, 0);
         return this->mContender.await(this->mCam, 5, 0, this->mValue.out()) && this->mValue.is(50, 0);
@@ -251,7 +251,7 @@ public:
         mFrame += kLiveFrames;
     }
     void step() { this->mContender.erase(this->mCam, mFrame + kRetained); }
-    bool proves() {
+    bool isCorrect() {
         prepare();
         const bool isThere = this->answers(mFrame - 1, 0, mFrame - 1);
         step();
@@ -269,7 +269,7 @@ public:
     explicit EraseOne(Shape shape) : Workload<C>(shape) { this->setFrames(mOldest, mOldest + kLive - 2); }
     void prepare() { this->setFrame(mOldest + kLive - 1); }
     void step() { this->mContender.erase(this->mCam, mOldest++ + kRetained); }
-    bool proves() {
+    bool isCorrect() {
         const uint32_t first = mOldest;
         for (int erased = 0; erased < 2; ++erased) {
             prepare();
@@ -299,7 +299,7 @@ public:
         }
         if (mFrame > kLiveFrames) this->mContender.erase(this->mCam, mFrame - kEraseLag);
     }
-    bool proves() { return this->answers(mFrame + 3, 0, mFrame); }
+    bool isCorrect() { return this->answers(mFrame + 3, 0, mFrame); }
 
 private:
     uint32_t mFrame = 0;
@@ -316,7 +316,7 @@ public:
         if (mFrame > kLiveFrames) this->mContender.erase(this->mCam, mFrame - kEraseLag);
     }
     void step() { this->setFrame(++mFrame); }
-    bool proves() { return this->answers(mFrame - 3, 0, mFrame - 3); }
+    bool isCorrect() { return this->answers(mFrame - 3, 0, mFrame - 3); }
 
 private:
     uint32_t mFrame = 0;
@@ -329,7 +329,7 @@ public:
     explicit Create(Shape shape) : mShape(shape) {}
     void prepare() {}
     void step() { const C contender(mShape.tags, mShape.size); }
-    bool proves() { return true; }
+    bool isCorrect() { return true; }
 
 private:
     Shape mShape;

@@ -49,10 +49,10 @@ private:
     static constexpr uint32_t kLongestWalk = 300;
     struct HashOfKey {
         static size_t hash(const Key& key) {
-            const uint64_t place = (uint64_t{key.cam} * 16 + key.pipe) << 32 | key.tag;
-            return static_cast<size_t>((place * 0x9E3779B97F4A7C15u) ^ (key.frame * 0xC2B2AE3D27D4EB4Fu));
+            const uint64_t prefix = (uint64_t{key.cam} * 16 + key.pipe) << 32 | key.tag;
+            return static_cast<size_t>((prefix * 0x9E3779B97F4A7C15u) ^ (key.frame * 0xC2B2AE3D27D4EB4Fu));
         }
-        static bool equal(const Key& a, const Key& b) { return a.hasPlaceOf(b) && a.frame == b.frame; }
+        static bool equal(const Key& a, const Key& b) { return a.hasPrefixOf(b) && a.frame == b.frame; }
     };
     using Map = oneapi::tbb::concurrent_hash_map<Key, std::vector<char>, HashOfKey>;
 

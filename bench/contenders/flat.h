@@ -1,5 +1,5 @@
-// The lower floor: an uncontended lock and a copy from or to a preallocated array. A get returns only what was set for
-// the same frame and tag; frames share a cell with those kRing frames later.
+// The lower of the two floors: an uncontended lock and a copy from or to a preallocated array. A get returns only what
+// was set for the same frame and tag; a frame shares its cells with the one kRing frames later.
 
 #ifndef PARAMSET_BENCH_FLAT_H
 #define PARAMSET_BENCH_FLAT_H

@@ -69,7 +69,7 @@ public:
         if (found != 0 || std::memcmp(key.mv_data, bytes.data(), bytes.size()) != 0) {
             found = mdb_cursor_get(mCursor, &key, &data, found == 0 ? MDB_PREV : MDB_LAST);
         }
-        const bool hit = found == 0 && std::memcmp(key.mv_data, bytes.data(), kPlaceBytes) == 0;
+        const bool hit = found == 0 && std::memcmp(key.mv_data, bytes.data(), kPrefixBytes) == 0;
         if (hit) std::memcpy(value, data.mv_data, mSize);
         mdb_txn_reset(mReader);
         return hit;
@@ -96,7 +96,7 @@ public:
 
 private:
     using Bytes = std::array<unsigned char, 16>;
-    static constexpr size_t kPlaceBytes = 12;
+    static constexpr size_t kPrefixBytes = 12;
 
     static Bytes bytesOf(const Key& key) {
         Bytes bytes;

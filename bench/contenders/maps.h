@@ -1,6 +1,7 @@
-// The upper floor: the same lock and copy, and only the map operations that the store's declared data members require.
-// Nothing is counted, checked or logged. Each key is looked up once while the lock is held. It can do what the
-// workloads need and no more: it has no tag types, does not trim, and frame 0 answers no request.
+// The higher of the two floors, with which the tables compare: the same lock and copy, and only the map operations that
+// the store's declared data members require. Nothing is counted, checked or logged. Each key is looked up once while
+// the lock is held. It can do what the workloads need and no more: it has no tag types, does not trim, and frame 0
+// answers no request.
 
 #ifndef PARAMSET_BENCH_MAPS_H
 #define PARAMSET_BENCH_MAPS_H

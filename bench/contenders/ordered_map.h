@@ -29,7 +29,7 @@ public:
         const Key wanted{cam, kPipe, tag, frame};
         const std::lock_guard<std::mutex> lock(mMutex);
         auto it = mValues.upper_bound(wanted);
-        if (it == mValues.begin() || !(--it)->first.hasPlaceOf(wanted)) return false;
+        if (it == mValues.begin() || !(--it)->first.hasPrefixOf(wanted)) return false;
         std::memcpy(value, it->second.data(), mSize);
         return true;
     }
