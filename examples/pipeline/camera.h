@@ -25,8 +25,8 @@ public:
     /// Opens the camera's source; throws std::runtime_error if that fails.
     Camera(uint32_t camera, const Options& options);
 
-    /// Opens the output, makes the modules and gives every tag its first value. The store must exist, and the tags must
-    /// be registered. Throws std::runtime_error if the output cannot be opened.
+    /// Opens the output, creates the modules and gives every tag its first value. The store must exist, and the tags
+    /// must be registered. Throws std::runtime_error if the output cannot be opened.
     void prepare(const Options& options);
 
     void start();

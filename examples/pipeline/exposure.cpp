@@ -7,8 +7,8 @@
 namespace pipeline {
 
 // If this module is late, its frame may have been erased. Frame 0 then answers with the value of the newest erased
-// frame. The ISP erased that frame when it was as many frames further on as the retain number. The frame that the ISP
-// had reached is the first one that may still need a gain.
+// frame. The ISP erases a frame when it has reached the one that is the retain number later. That later frame is the
+// first that may still need a gain.
 void Exposure::process() {
     for (uint32_t frame = 1;; ++frame) {
         FrameReady ready = awaitFrame(frame);

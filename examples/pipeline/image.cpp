@@ -13,10 +13,10 @@ namespace {
 constexpr double BLACK = 16;
 constexpr double WHITE = 235;
 constexpr double NEUTRAL = 128;
-constexpr double MOST_CHROMA = 240;
+constexpr double MAX_CHROMA = 240;
 
-double gained(double level, double pivot, double gain, double greatest) {
-    return std::clamp(pivot + (level - pivot) * gain, BLACK, greatest);
+double gained(double level, double pivot, double gain, double max) {
+    return std::clamp(pivot + (level - pivot) * gain, BLACK, max);
 }
 
 double mean(const uint8_t* plane, size_t size) {
@@ -29,7 +29,7 @@ GainTable::GainTable(double gain) {
     for (size_t level = 0; level < mLuma.size(); ++level) {
         const double value = static_cast<double>(level);
         mLuma[level] = static_cast<uint8_t>(std::lround(gained(value, BLACK, gain, WHITE)));
-        mChroma[level] = static_cast<uint8_t>(std::lround(gained(value, NEUTRAL, gain, MOST_CHROMA)));
+        mChroma[level] = static_cast<uint8_t>(std::lround(gained(value, NEUTRAL, gain, MAX_CHROMA)));
     }
 }
 

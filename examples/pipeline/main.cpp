@@ -61,7 +61,7 @@ void handle(int signal, const Cameras& cameras, bool& interrupted) {
     if (signal != SIGINT || interrupted) endBy(signal, cameras);
     interrupted = true;
     const char* line = isatty(STDERR_FILENO) != 0 ? "\r\033[K" : "";
-    std::fprintf(stderr, "%spipeline: interrupted, finishing the frames in work; Ctrl-C again ends at once\n", line);
+    std::fprintf(stderr, "%spipeline: interrupted, finishing the current frames; Ctrl-C again ends at once\n", line);
     for (const auto& camera : cameras) camera->stop();
 }
 

@@ -44,7 +44,7 @@ protected:
     virtual void process() = 0;
 
     /// Waits for the frame-ready value of @p frame. If the frame was erased already, because this module is far behind,
-    /// the value has a greater frame id.
+    /// the value has a larger frame id.
     FrameReady awaitFrame(uint32_t frame);
 
     /// Waits for the frame's own value: @p waits times in real time, else for as long as it may still come. Any other

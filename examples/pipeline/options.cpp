@@ -67,12 +67,12 @@ constexpr uint32_t MAX_FRAME_WAIT_MS = 60000;
 constexpr double MAX_FPS = 1000;
 constexpr double MIN_FPS = 0.1;
 
-uint32_t parseCount(const char* option, const std::string& text, uint32_t greatest) {
+uint32_t parseCount(const char* option, const std::string& text, uint32_t max) {
     uint32_t value = 0;
     const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
     const bool whole = result.ec == std::errc() && result.ptr == text.data() + text.size();
-    if (whole && value >= 1 && value <= greatest) return value;
-    throw UsageError(std::string(option) + ": \"" + text + "\" is not a number from 1 to " + std::to_string(greatest));
+    if (whole && value >= 1 && value <= max) return value;
+    throw UsageError(std::string(option) + ": \"" + text + "\" is not a number from 1 to " + std::to_string(max));
 }
 
 double parseFps(const std::string& text) {

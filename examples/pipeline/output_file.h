@@ -10,7 +10,7 @@ namespace pipeline {
 
 class OutputFile {
 public:
-    /// "-" is standard output. A path that exists and is no regular file, such as a device or a pipe, is written
+    /// "-" is standard output. A path that exists and is not a regular file, such as a device or a pipe, is written
     /// directly. Throws std::runtime_error if it cannot be written.
     explicit OutputFile(const std::string& path);
 

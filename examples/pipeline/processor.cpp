@@ -9,11 +9,11 @@ namespace pipeline {
 namespace {
 
 constexpr int REJECTED = -22;
-constexpr double GREATEST_GAIN = 16;
+constexpr double MAX_GAIN = 16;
 
 int programGain(void* handle, uint32_t, void* in) {
     const double gain = *static_cast<const float*>(in);
-    if (!(gain >= 0 && gain <= GREATEST_GAIN)) return REJECTED;
+    if (!(gain >= 0 && gain <= MAX_GAIN)) return REJECTED;
     auto* processor = static_cast<Processor*>(handle);
     processor->registers[GAIN_REGISTER] = static_cast<uint32_t>(std::lround(gain / GAIN_STEP));
     ++processor->registers[PROGRAM_COUNT_REGISTER];

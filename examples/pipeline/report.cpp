@@ -23,8 +23,7 @@ void printRow(std::FILE* out, const char* name, const Traffic& traffic, uint64_t
     const Spread waits = spreadOf(traffic.waitsMs);
     std::fprintf(out, "%-10s %6" PRIu64 " %6" PRIu64 "  %7" PRIu64 " %7" PRIu64 " %7" PRIu64, name, traffic.sets,
                  traffic.gets, traffic.byItself, traffic.byEarlier, traffic.byFrame0);
-    std::fprintf(out, " %6zu %6.2f %6.2f %6.1f", traffic.waitsMs.size(), waits.median, waits.percentile99,
-                 waits.greatest);
+    std::fprintf(out, " %6zu %6.2f %6.2f %6.1f", traffic.waitsMs.size(), waits.median, waits.percentile99, waits.max);
     std::fprintf(out, " %6" PRIu64 "  %6" PRIu64 "  %6" PRIu64 "\n", traffic.timeouts, fallbacks, traffic.failures);
 }
 
@@ -42,9 +41,9 @@ void printLuma(std::FILE* out, const std::vector<double>& meanLuma) {
 Spread spreadOf(std::vector<double> values) {
     if (values.empty()) return {};
     std::sort(values.begin(), values.end());
-    const auto rank = [&values](double part) {
-        const double least = std::ceil(part * static_cast<double>(values.size()));
-        return values[static_cast<size_t>(std::max(least, 1.0)) - 1];
+    const auto rank = [&values](double fraction) {
+        const double count = std::ceil(fraction * static_cast<double>(values.size()));
+        return values[static_cast<size_t>(std::max(count, 1.0)) - 1];
     };
     return {rank(0.5), rank(0.99), values.back()};
 }
@@ -75,7 +74,7 @@ void printReport(std::FILE* out, const Camera& camera, double seconds) {
                  all.metadataGets, all.metadataByItself);
     const Spread latency = spreadOf(isp.latencyMs());
     std::fprintf(out, "from sensor to output: median %.2f ms, 99 %% %.2f ms, max %.1f ms\n", latency.median,
-                 latency.percentile99, latency.greatest);
+                 latency.percentile99, latency.max);
     std::fprintf(out, "external processor: programmed %u times\n", isp.programmed());
     if (camera.exposure().skipped() != 0) {
         std::fprintf(out, "exposure skipped %" PRIu64 " frames, because it was too late for them\n",

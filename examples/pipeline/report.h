@@ -10,12 +10,12 @@
 
 namespace pipeline {
 
-/// Median, 99th percentile and greatest of some times. A percentile is the smallest value with at least that part of
+/// Median, 99th percentile and maximum of some times. A percentile is the smallest value with at least that part of
 /// the times at or below it.
 struct Spread {
     double median = 0;
     double percentile99 = 0;
-    double greatest = 0;
+    double max = 0;
 };
 
 Spread spreadOf(std::vector<double> values);

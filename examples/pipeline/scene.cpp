@@ -16,8 +16,8 @@ constexpr double SWING_FRAMES = 240;
 constexpr double PI = 3.14159265358979323846;
 constexpr double DISC_RADIUS = 30;
 
-uint8_t clip(double value, double least, double greatest) {
-    return static_cast<uint8_t>(std::lround(std::clamp(value, least, greatest)));
+uint8_t clip(double value, double min, double max) {
+    return static_cast<uint8_t>(std::lround(std::clamp(value, min, max)));
 }
 
 }  // namespace

@@ -149,15 +149,15 @@ void Staging::add(const std::string& text) {
     mFaults.push_back(staged);
 }
 
-void Staging::addStall(const std::string& text, int mostMs) {
+void Staging::addStall(const std::string& text, int maxMs) {
     add("stall:" + text);
-    if (mFaults.back().number > mostMs) Parts{text}.refuse("the stall is too long");
+    if (mFaults.back().number > maxMs) Parts{text}.refuse("the stall is too long");
 }
 
 bool Staging::has(Fault fault, uint32_t tag, uint32_t frame, ModuleName module, int* number) const {
     for (const Staged& staged : mFaults) {
-        const bool isFrames = frame == 0 || (staged.first <= frame && frame <= staged.last);
-        if (staged.fault != fault || staged.tag != tag || staged.module != module || !isFrames) continue;
+        const bool isInRange = frame == 0 || (staged.first <= frame && frame <= staged.last);
+        if (staged.fault != fault || staged.tag != tag || staged.module != module || !isInRange) continue;
         if (number != nullptr) *number = staged.number;
         return true;
     }

@@ -37,7 +37,7 @@ public:
     /// Adds a fault, from the text of --stage. Throws UsageError.
     void add(const std::string& text);
     /// Adds a stall, from the text of --stall: "MODULE:MS@FRAME[-FRAME]". Throws UsageError.
-    void addStall(const std::string& text, int mostMs);
+    void addStall(const std::string& text, int maxMs);
 
     bool isEmpty() const { return mFaults.empty(); }
 
@@ -47,7 +47,7 @@ public:
 
     /// Notes that a fault has happened.
     void note(Fault fault, uint32_t tag, uint32_t frame, ModuleName module = MODULE_COUNT, int number = 0) const;
-    /// As has; if the fault is staged, notes that it has happened.
+    /// Like has; if the fault is staged, notes that it has happened.
     bool happens(Fault fault, uint32_t tag, uint32_t frame) const;
 
     /// The faults that have happened, in the syntax of the command line.

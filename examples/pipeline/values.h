@@ -24,7 +24,7 @@ constexpr int HISTORY_RETAIN = 30;
 /// the delivery would make the erased frame again.
 constexpr int GAIN_RETAIN = 30;
 
-/// Greatest stall of a module. After it, a gain comes at most GAIN_RETAIN / 2 frames late.
+/// Longest stall of a module. After it, a gain comes at most GAIN_RETAIN / 2 frames late.
 constexpr int MAX_STALL_MS = 1000;
 
 constexpr zarn::Pipe FRAME_PIPE{0};       ///< from the sensor, with the metadata; erased by the ISP
@@ -65,7 +65,7 @@ struct HistoryEntry {
 /// The ISP no longer needs the frame's buffer.
 struct Released {
     Stamp stamp;
-    uint32_t abort;  ///< nonzero: the output has failed, the sensor shall stop
+    uint32_t abort;  ///< nonzero: the output has failed, and the sensor must stop
 };
 
 /// Only for a staged fault: a tag in the gain's pipe that is kept for a shorter time than the gain.
@@ -76,9 +76,9 @@ struct Marker {
 struct Tuning {
     Stamp stamp;
     float targetLuma;
-    float damping;           ///< in one frame the gain moves by this part of the way to the wanted gain; logarithmic
+    float damping;           ///< part of the way to the wanted gain that the gain moves in one frame; logarithmic
     float minGain, maxGain;  ///< limits of the gain
-    float tolerance;         ///< the gain is held while mean luma is this near its target and the scene is steady
+    float tolerance;         ///< the gain stays while mean luma is this close to its target and the scene is steady
 };
 
 /// A frame's metadata record. Not a tag: the store has separate calls for metadata.
