@@ -84,7 +84,7 @@ inline hold() {
         :: held == 0 -> break
         :: else -> skip
         fi;
-#ifdef FAULT_COUNT_FROM_NONE
+#ifdef FAULT_COUNT_FROM_ZERO
         atomic { record[held].mUsers++; isAdded = true };
 #else
         users = record[held].mUsers;
@@ -202,7 +202,7 @@ inline retire() {
         atomic { store = record[r].mOwner; shares[store]++ };
         atomic {
             if
-#ifdef FAULT_RETIRE_WHATEVER_IS_THERE
+#ifdef FAULT_RETIRE_ANY_INSTANCE
             :: sInstance != 0 -> dropShare(sInstance); sInstance = 0
 #else
             :: sInstance == store -> dropShare(sInstance); sInstance = 0
@@ -211,7 +211,7 @@ inline retire() {
             fi
         };
         atomic { dropShare(store); store = 0 };
-#ifndef FAULT_RETIRE_KEEPS_THE_USER
+#ifndef FAULT_RETIRE_WITHOUT_RELEASE
         release(r);
 #endif
         r = 0

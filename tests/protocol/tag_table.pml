@@ -207,7 +207,7 @@ inline readMap() {
 // TagReader::find.
 inline findInStore(id) {
     find(id);
-#ifndef FAULT_TRUSTS_EVER
+#ifndef FAULT_TABLE_NOT_CHECKED
     if
     :: found != 0 && sReaders != 0 -> skip
     :: else ->

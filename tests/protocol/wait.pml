@@ -289,7 +289,7 @@ proctype Getter(byte me; bool isOf0) {
 }
 
 // _setParamSyn.
-proctype Setter(byte brought; bool isOf0) {
+proctype Setter(byte newValue; bool isOf0) {
     byte f, w;
     bool isWaitedFor, isSame;
     LOCK(mMutex);
@@ -300,7 +300,7 @@ proctype Setter(byte brought; bool isOf0) {
         :: !isOf0 && inPipe != NO_FRAME -> f = inPipe
         fi
     };
-#ifdef FAULT_SET_TAKES_THE_RECORD
+#ifdef FAULT_SET_LOCKS_THE_RECORD
     LOCK(frame[f].mMutex);
 #endif
     frame[f].value = TORN;
@@ -319,13 +319,13 @@ proctype Setter(byte brought; bool isOf0) {
         }
     :: else -> skip
     fi;
-#ifdef FAULT_SET_TAKES_THE_RECORD
+#ifdef FAULT_SET_LOCKS_THE_RECORD
     frame[f].mMutex = false;
 #endif
 #ifndef FAULT_DELIVERED_TOO_LATE
     frame[f].mState = kDelivered;
 #endif
-    frame[f].value = brought;
+    frame[f].value = newValue;
     atomic { frame[f].isDelivered = true; mMutex = false };
 #ifdef FAULT_DELIVERED_TOO_LATE
     frame[f].mState = kDelivered;
@@ -346,7 +346,7 @@ proctype Setter(byte brought; bool isOf0) {
 }
 
 // _setParam: wakes nobody.
-proctype PlainSetter(byte brought) {
+proctype PlainSetter(byte newValue) {
     byte f;
     LOCK(mMutex);
     atomic {
@@ -356,7 +356,7 @@ proctype PlainSetter(byte brought) {
         fi
     };
     frame[f].value = TORN;
-    frame[f].value = brought;
+    frame[f].value = newValue;
     mMutex = false
 }
 
