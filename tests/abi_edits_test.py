@@ -105,9 +105,9 @@ def run(command):
 
 def catcher(copy):
     """The check that catches the edit in the copy; an empty text if none does. An edit must compile to count."""
-    held = run(["g++", "-std=c++17", "-fsyntax-only", "-I%s/include" % copy, copy + "/abi/interface.cpp"])
-    if held.returncode != 0:
-        return "compiler" if "static assertion failed" in held.stdout else "DOES NOT COMPILE"
+    compiled = run(["g++", "-std=c++17", "-fsyntax-only", "-I%s/include" % copy, copy + "/abi/interface.cpp"])
+    if compiled.returncode != 0:
+        return "compiler" if "static assertion failed" in compiled.stdout else "DOES NOT COMPILE"
     build = run(["cmake", "--build", copy + "/build", "--target", "paramset_interface"])
     if build.returncode != 0:
         return "DOES NOT COMPILE"
@@ -118,7 +118,7 @@ def plant(copy, edits):
     for path, old, new in edits:
         text = open(os.path.join(copy, path)).read()
         if text.count(old) != 1:
-            sys.exit("%s has %d times: %s" % (path, text.count(old), old))
+            sys.exit("%s has this text %d times instead of once: %s" % (path, text.count(old), old))
         with open(os.path.join(copy, path), "w") as file:
             file.write(text.replace(old, new))
 
@@ -147,7 +147,7 @@ def main(copy):
         restore(copy, edit)
         missed += check != "" if name == ALLOWED[0] else check not in ("compiler", "dump")
         print("%-45s %s" % (name, check or "-"), flush=True)
-    print("amount: %d edits, %d not as they should be" % (len(edits) + 1, missed))
+    print("amount: %d edits, %d with a wrong result" % (len(edits) + 1, missed))
     return 1 if missed else 0
 
 

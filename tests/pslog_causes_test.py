@@ -122,11 +122,11 @@ def judge(flickers, read, cause, root):
     last = worst["chain"][-1]
     root_tag, root_frame = value(root)
 
-    def is_place(reason):
+    def is_root(reason):
         return reason["tag"] == root_tag and root_frame in (None, reason["frame"])
 
-    is_right = is_place(last) and last["cause"] == cause
-    if is_place(last) and not is_right and last.get("or_else") == cause:
+    is_right = is_root(last) and last["cause"] == cause
+    if is_root(last) and not is_right and last.get("or_else") == cause:
         return None, worst["story"]  # the log does not show whether it was the fault or a busy machine
     if not is_right and last["cause"] == NOT_RUN:
         return None, worst["story"]  # a busy machine has held up the reader for even longer

@@ -65,8 +65,8 @@ def test_output_never_replaces_what_it_must_not():
     before = content("bad"), content("notes"), sorted(os.listdir())
     for (svg, *options), log, stdin in refused:
         run = pslog("timeline", "--svg", svg, *options, log, stdin=stdin)
-        told = run.returncode == 1 and run.stderr.startswith("pslog: ") and run.stderr.count("\n") == 1
-        expect(told, f"timeline --svg {svg} {options} {log}: {run}")
+        is_refused = run.returncode == 1 and run.stderr.startswith("pslog: ") and run.stderr.count("\n") == 1
+        expect(is_refused, f"timeline --svg {svg} {options} {log}: {run}")
     expect(before == (content("bad"), content("notes"), sorted(os.listdir())), "a refused output has changed something")
 
     for svg, *options in (["new.svg"], ["new.svg"], ["notes", "--force"]):
@@ -101,8 +101,8 @@ def test_one_line_says_what_is_wrong():
     )
     for arguments, result, words in cases:
         run = pslog(*arguments)
-        told = run.stderr.startswith("pslog: ") and run.stderr.count("\n") == 1 and words in run.stderr
-        expect(run.returncode == result and told and run.stdout == "", f"{arguments}: {run}")
+        is_told = run.stderr.startswith("pslog: ") and run.stderr.count("\n") == 1 and words in run.stderr
+        expect(run.returncode == result and is_told and run.stdout == "", f"{arguments}: {run}")
 
 
 def test_check_names_what_broke():
@@ -121,8 +121,8 @@ def test_check_names_what_broke():
     for log, options, result, text in cases:
         run = pslog("check", log, *options)
         expect(run.returncode == result and re.search(text, run.stdout), f"check {log} {options}: {run}")
-        told = json.loads(pslog("check", "--json", log, *options).stdout)
-        expect(told["ok"] == (result == 0), f"check --json {log} {options}: {told}")
+        answer = json.loads(pslog("check", "--json", log, *options).stdout)
+        expect(answer["ok"] == (result == 0), f"check --json {log} {options}: {answer}")
 
 
 def test_diff_tells_better_from_worse():
@@ -175,9 +175,9 @@ def test_json_is_utf_8_whatever_the_log_has():
     for command in (["summary"], ["top"], ["diff", "wild"], ["check", "--max-time-outs", "0"],
                     ["frame", "0", "1", "9"], ["why", "0", "9"], ["flickers"]):
         run = pslog(*command, "--json", "wild")
-        told = json.loads(run.stdout.splitlines()[-1] if command == ["top"] else run.stdout)
-        names = {tag["name"] for tag in told.get("tags", [])}
-        texts = [happening["text"].partition("4098 ")[2] for happening in told.get("happenings", [])]
+        answer = json.loads(run.stdout.splitlines()[-1] if command == ["top"] else run.stdout)
+        names = {tag["name"] for tag in answer.get("tags", [])}
+        texts = [happening["text"].partition("4098 ")[2] for happening in answer.get("happenings", [])]
         names.update(text.partition(",")[0] for text in texts)
         has_names = command[0] not in ("check", "why", "flickers")
         expect(not has_names or "st\\xff\\x1b[31m\\x00\u20ac" in names, f"{command}: {names}")

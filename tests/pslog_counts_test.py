@@ -73,7 +73,7 @@ def problems_of(run, answer, with_threads):
     metadata = pslogs_counts(answer, metadata=True)
     if pipelines_metadata(run.stdout) != {c: metadata[c] for c in METADATA_COLUMNS}:
         problems.append("metadata differs")
-    problems += [f"it lacks: {line}" for line in late if line not in answer]
+    problems += [f"the summary lacks: {line}" for line in late if line not in answer]
     if ("used after its erasure" in answer) != bool(late):
         problems.append("reads after an erasure")
     if " of the store, 0 of others, 0 damaged\n" not in answer or ("no thread ids" in answer) == with_threads:

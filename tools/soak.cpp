@@ -61,7 +61,7 @@ void setMetadata(uint32_t cam, uint32_t frame) {
     ParamSet::setMetadata(cam, frame, metadata);
 }
 
-// ---- level
+// ---- frames, seconds
 
 struct Pipeline {
     uint32_t cam;
@@ -98,7 +98,7 @@ size_t residentKiB() {
 }
 
 // Runs until both the number of frames and the seconds are reached.
-bool staysLevel(uint32_t frames, uint32_t seconds) {
+bool staysBounded(uint32_t frames, uint32_t seconds) {
     const auto end = steady_clock::now() + std::chrono::seconds(seconds);
     Pipeline pipelines[] = {{0, 0}, {0, 1}, {1, 13}};
     const uint32_t chunk = std::max(frames / 60, 500u);
@@ -132,17 +132,17 @@ bool staysLevel(uint32_t frames, uint32_t seconds) {
     std::printf("held at most: %zu frames, %zu checkpoints, %zu records\n", most.frames, most.checkpoints,
                 most.records);
     std::printf("resident: %zu KiB, slope %.1f KiB per million frames\n", resident.back(), slope);
-    // The slope is not judged under a sanitizer, which keeps freed memory and is large from the start, nor in a short
+    // The slope is not checked under a sanitizer, which keeps freed memory and is large from the start, nor in a short
     // run, which is only warm-up.
-    const bool isJudged = done >= 300000 && resident[resident.size() / 4] < 32 * 1024;
+    const bool isSlopeChecked = done >= 300000 && resident[resident.size() / 4] < 32 * 1024;
     return wrong == 0 && most.frames < 150 && most.checkpoints < 300 && most.records < 300 &&
-           !(isJudged && slope > 200);
+           !(isSlopeChecked && slope > 200);
 }
 
 // ---- growth
 
 Value gValue;
-constexpr uint32_t kUnused = 0x1000000;  // from here on: tag ids of the ways that leave entries in the registry
+constexpr uint32_t kUnused = 0x1000000;  // from here on: ids for the uses that leave entries in the registry
 
 void set(uint32_t frame, uint32_t tag) {
     setPsParam(0, 2, frame, tag, gValue.data());
@@ -156,23 +156,23 @@ void get(uint32_t frame, uint32_t tag) {
     getPsParam(0, 2, frame, tag, gValue.data());
 }
 
-void waitInVain(uint32_t frame, uint32_t tag) {
+void waitUntilTimeOut(uint32_t frame, uint32_t tag) {
     getPsParamSynTimeout(0, 2, frame, tag, gValue.data(), 1);
 }
 
-struct Way {
+struct Use {
     const char* name;
     size_t Held::*what;                  // this number grows by one with each call
-    std::function<void(uint32_t)> call;  // gets 100, 101, ...; these are not registered as tags
+    std::function<void(uint32_t)> call;  // gets 100, 101, ...; no tags with these ids are registered
 };
 
-const Way kWays[] = {
+const Use kUses[] = {
     {"synchronous gets: new frames of a type-2 tag, erased", &Held::frames,
-     [](uint32_t i) { waitInVain(i, kQueue), erasePs(0, 2, i + 10); }},
+     [](uint32_t i) { waitUntilTimeOut(i, kQueue), erasePs(0, 2, i + 10); }},
     {"synchronous gets: new frames, trimmed but never erased", &Held::frames,
-     [](uint32_t i) { set(2 * i, kTag), waitInVain(2 * i + 1, kTag); }},
+     [](uint32_t i) { set(2 * i, kTag), waitUntilTimeOut(2 * i + 1, kTag); }},
     {"synchronous gets: new frames from 2^31 on, erased", &Held::frames,
-     [](uint32_t i) { waitInVain(i + 0x80000000, kTag), erasePs(0, 2, i + 0x80000010); }},
+     [](uint32_t i) { waitUntilTimeOut(i + 0x80000000, kTag), erasePs(0, 2, i + 0x80000010); }},
     {"synchronous gets or sets: new tags in frame 0", &Held::records, [](uint32_t i) { setSyn(0, i); }},
     {"synchronous gets or sets: new tags in one frame", &Held::records, [](uint32_t i) { setSyn(10, i); }},
     {"gets: new tags in frame 0", &Held::erasePoints, [](uint32_t i) { get(0, i); }},
@@ -185,7 +185,7 @@ const Way kWays[] = {
     {"sets: new tags, each in a new frame", &Held::frames, [](uint32_t i) { set(i, i); }},
     {"sets: new tags, two frames each", &Held::registered,
      [](uint32_t i) { set(10, kUnused + i), set(11, kUnused + i); }},
-    {"sets: a type-2 tag with a great retain number, erased", &Held::frames,
+    {"sets: a type-2 tag with a large retain number, erased", &Held::frames,
      [](uint32_t i) { set(i, kLongQueue), erasePs(0, 2, i + 10); }},
     {"registrations: new tags", &Held::registered,
      [](uint32_t i) { registerPsDynamicParam(3 * kUnused + i, sizeof(Value), 0, "a tag", "bytes"); }},
@@ -196,29 +196,29 @@ const Way kWays[] = {
     {"metadata: one frame again and again", &Held::checkpoints, [](uint32_t) { setMetadata(0, 10); }},
 };
 
-// Runs each way in a store of its own. Once everything that is bounded has reached its bound, measures the bytes per
-// call, and what remains of them after an erase of everything and after the store was destroyed.
-bool growsAsTold(uint32_t calls) {
+// Runs each kind of use in a store of its own. Once everything that is bounded has reached its bound, measures the
+// bytes per call, and what remains of them after an erase of everything and after the store was destroyed.
+bool growsAsDocumented(uint32_t calls) {
     constexpr uint32_t kFull = 400;
-    bool isAsTold = true;
+    bool isAsDocumented = true;
     std::printf("%-56s %8s %8s %8s\n", "bytes per call", "cost", "erased", "no store");
-    for (const Way& way : kWays) {
+    for (const Use& use : kUses) {
         freshStore();
         const auto heap = [] { return static_cast<int64_t>(mallinfo2().uordblks); };
         const int64_t empty = heap();
-        for (uint32_t i = 0; i < kFull; ++i) way.call(100 + i);
+        for (uint32_t i = 0; i < kFull; ++i) use.call(100 + i);
         const int64_t full = heap();
-        const size_t heldBefore = held().*way.what;
-        for (uint32_t i = kFull; i < kFull + calls; ++i) way.call(100 + i);
+        const size_t heldBefore = held().*use.what;
+        for (uint32_t i = kFull; i < kFull + calls; ++i) use.call(100 + i);
         const int64_t cost = (heap() - full) / calls;
-        if (held().*way.what < heldBefore + calls) isAsTold = false, std::printf("does not grow: ");
+        if (held().*use.what < heldBefore + calls) isAsDocumented = false, std::printf("does not grow: ");
         const auto left = [&] { return intmax_t{(heap() - empty) / (kFull + calls)}; };
         for (const int pipe : {0, 2}) erasePs(0, pipe, THE_LAST);
         const intmax_t erased = left();
         freshStore();
-        std::printf("%-56s %8jd %8jd %8jd\n", way.name, intmax_t{cost}, erased, left());
+        std::printf("%-56s %8jd %8jd %8jd\n", use.name, intmax_t{cost}, erased, left());
     }
-    return isAsTold;
+    return isAsDocumented;
 }
 
 // ---- gap
@@ -273,9 +273,9 @@ int main(int argc, char** argv) {
     freshStore();
     const std::string option = argc == 3 ? argv[1] : "";
     const auto amount = static_cast<uint32_t>(argc == 3 ? std::atoi(argv[2]) : 0);
-    if (option == "--frames") return staysLevel(amount, 0) ? 0 : 1;
-    if (option == "--seconds") return staysLevel(30000, amount) ? 0 : 1;
-    if (option == "--growth") return growsAsTold(amount) ? 0 : 1;
+    if (option == "--frames") return staysBounded(amount, 0) ? 0 : 1;
+    if (option == "--seconds") return staysBounded(30000, amount) ? 0 : 1;
+    if (option == "--growth") return growsAsDocumented(amount) ? 0 : 1;
     if (option != "--gap") {
         const bool help = argc == 2 && std::string(argv[1]) == "--help";
         std::fprintf(help ? stdout : stderr,
