@@ -41,7 +41,7 @@ private:
     static bool take() {
         if (TagTable::hasEnded() || pthread_mutex_trylock(gRigisterMutex.native_handle()) != 0) return false;
         if (!TagTable::hasEnded()) return true;
-        gRigisterMutex.unlock();  // the registry has ended meanwhile
+        pthread_mutex_unlock(gRigisterMutex.native_handle());  // the registry has ended meanwhile
         return false;
     }
 
