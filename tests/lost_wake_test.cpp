@@ -98,6 +98,15 @@ protected:
         gWaits = 0;
     }
 
+    static constexpr uint32_t kLaterTag = kTag + 1;
+    static constexpr uint32_t kQueueTag = kTag + 2;  // an explicit erase leaves it
+
+    template <uint32_t tag>
+    static void eraseFrameWith() {
+        set(20, 9, tag);
+        erasePs(kCam, kPipe, 40);
+    }
+
     // The call that ends a wait in frame 20 or frame 0, and the result of the get.
     struct Ending {
         const char* name;
@@ -135,9 +144,13 @@ TEST_F(LostWake, NotificationThatComesTooEarlyIsRepeated) {
         {"erase of everything, in frame 0", 0, [] { erasePs(kCam, kPipe, THE_LAST); }, {PS_OK, 3}},
         {"erase of everything", 20, [] { erasePs(kCam, kPipe, THE_LAST); }, {PS_NOT_OF_FRAME, 3}},
         {"erase", 20, [] { erasePs(kCam, kPipe, 40); }, {PS_NOT_OF_FRAME, 3}},
+        {"erase that removes the frame with a later tag", 20, eraseFrameWith<kLaterTag>, {PS_NOT_OF_FRAME, 3}},
+        {"erase that leaves the frame", 20, eraseFrameWith<kQueueTag>, {PS_NOT_OF_FRAME, 3}},
     };
     for (const Ending& ending : endings) {
         SetUp();
+        registerPsDynamicParam(kLaterTag, 4, 0, "later", "uint32_t");
+        registerPsDynamicParam(kQueueTag, 4, 2, "queue", "uint32_t");
         set(19, 3);
         const pid_t getter = threadId();
         std::atomic<bool> isAtWait{false};
