@@ -50,6 +50,20 @@ private:
 
 }  // namespace
 
+// While there is one, entries may be read without gRigisterMutex, and the end of the registry keeps them.
+class TagTable::Reading {
+public:
+    Reading() { ++sReadings; }
+    ~Reading() { --sReadings; }
+    Reading(const Reading&) = delete;
+    Reading& operator=(const Reading&) = delete;
+
+    static bool isAny() { return sReadings != 0; }
+
+private:
+    static inline std::atomic<int> sReadings{0};
+};
+
 // A copy of an entry of the map, whose texts are not std::string. Copying a std::string may throw inside the C++
 // library; the exception would pass through this library, which is built without them, and leave gRigisterMutex locked.
 class TagTable::EntryCopy {
@@ -150,7 +164,8 @@ bool TagTable::isMapReadable(bool isMutexHeld) {
 }
 
 std::shared_ptr<creator_base_t> TagTable::creatorOf(uint32_t id) {
-    const RegisteredTag* tag = isTrusted() ? find(id) : nullptr;
+    const Reading reading;
+    const RegisteredTag* tag = isTrusted() && !hasEnded() ? find(id) : nullptr;
     if (tag != nullptr) return tag->info.mCreator;
     const RegistryTry registry(isTrusted() ? kOutside : kWithoutStore);
     if (!isMapReadable(static_cast<bool>(registry))) return nullptr;
@@ -163,9 +178,10 @@ void TagTable::copyTo(std::map<uint32_t, tag_info_t>& out) {
     std::vector<EntryCopy> copies;
     {
         const RegistryTry registry(isTrusted() ? kOutside : kWithoutStore);
+        const Reading reading;
         if (isMapReadable(static_cast<bool>(registry))) {
             for (const auto& [id, info] : gTagInfo) copies.emplace_back(id, info);
-        } else if (isTrusted()) {
+        } else if (isTrusted() && !hasEnded()) {
             copyPublishedTo(copies);
         }
     }
@@ -236,7 +252,7 @@ void TagTable::end(bool callsStillRun) {
     // Lets a running registration finish, within bounds. After sHasEnded is set, none begins.
     const RegistryTry registry(kAtEnd);
     sHasEnded = true;
-    if (callsStillRun) storage().kept.swap(gTagInfo);
+    if (callsStillRun || Reading::isAny()) storage().kept.swap(gTagInfo);
 }
 
 }  // namespace zarn

@@ -65,6 +65,7 @@ private:
         std::unique_ptr<std::atomic<const RegisteredTag*>[]> slots;
     };
     struct Storage;
+    class Reading;
     class EntryCopy;
 
     static const RegisteredTag* find(uint32_t id) {

@@ -1,7 +1,7 @@
 // Forces events to coincide that hardly ever do so by chance: a delivery comes in the instant in which a get begins to
 // wait, two threads register one tag, or the process exits while the store is destroyed. This program defines five
-// functions of the C library. The dynamic linker finds them first, and they stop a thread at the moment that a test
-// needs.
+// functions of the C library, and one of the C++ library. The dynamic linker finds them first, and they stop a thread
+// at the moment that a test needs.
 
 #include <dlfcn.h>
 #include <pthread.h>
@@ -27,6 +27,7 @@ Function* next(Function*, const char* name) {
 thread_local const std::function<void()>* tBeforeClock = nullptr;  // a pointer: constructing a function would allocate
 thread_local const std::function<void()>* tBeforeLock = nullptr;
 thread_local const std::function<void()>* tBeforeTry = nullptr;
+thread_local const std::function<void()>* tBeforeAllocation = nullptr;
 thread_local std::function<void()> tBeforeWait;
 thread_local std::function<void()> tBeforeSecondNotification;
 thread_local int tNotifications = 0;
@@ -51,6 +52,11 @@ int callMutex(const char* name, std::atomic<MutexCall>& real, const std::functio
 }
 
 }  // namespace
+
+void* operator new(size_t size, const std::nothrow_t&) noexcept {
+    if (const auto* hook = std::exchange(tBeforeAllocation, nullptr)) (*hook)();
+    return std::malloc(size);
+}
 
 extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
     // An allocator may ask for the time, so nothing here may allocate. This rules out dlsym.
@@ -269,6 +275,36 @@ TEST_F(Exit, ClosesTheRegistryToAThreadThatIsAboutToReadIt) {
         std::exit(0);
     };
     EXPECT_EXIT(exitWhileTheRegistryIsRead(), testing::ExitedWithCode(0), "nothing read");
+}
+
+// A thread reads the entries without the registry's mutex, because another one holds it. The exit must leave them.
+class WatchedEntry : public zarn::param_creator_t<char> {
+public:
+    WatchedEntry() : param_creator_t<char>(4) {}
+    ~WatchedEntry() override { std::fputs("entry destroyed", stderr); }
+};
+
+TEST_F(Exit, LeavesTheRegistryToAThreadThatReadsIt) {
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    const auto exitWhileTheRegistryIsCopied = [] {
+        static std::atomic<bool> sIsCopying{false};
+        host::setLogLevel(0);
+        zarn::ParamSet::register_tag<char>(kTag, new WatchedEntry, 0, "read", "bytes", 0);
+        set(10, 1);
+        zarn::gRigisterMutex.lock();
+        std::thread([] {
+            const std::function<void()> stop = [] {
+                sIsCopying = true;
+                while (true) pause();
+            };
+            tBeforeAllocation = &stop;
+            std::map<uint32_t, zarn::tag_info_t> registry;
+            zarn::ParamSet::getTagInfo(registry);
+        }).detach();
+        while (!sIsCopying) std::this_thread::yield();
+        std::exit(0);
+    };
+    EXPECT_EXIT(exitWhileTheRegistryIsCopied(), testing::ExitedWithCode(0), testing::Eq(std::string()));
 }
 
 }  // namespace
