@@ -375,9 +375,12 @@ public:
      * Makes a buffer, filled from @p src unless that is null. Returns a shared pointer to null if the allocation
      * failed.
      *
-     * The store calls it with its mutex held, so it must not get, set, erase or throw. It may use the operations of the
-     * frame that the buffer is for (which does not have the tag yet), and it may destroy the store, which then lives
-     * until the call returns.
+     * The store calls it with its mutex held, so it must not get, set, erase or throw, nor register a tag while another
+     * thread may hold gRigisterMutex. It may use the operations of the frame that the buffer is for (which does not
+     * have the tag yet), and it may destroy the store, which then lives until the call returns.
+     *
+     * If a get makes the buffer, it returns the bytes as a program's own creator leaves them. The buffers of the C
+     * registration functions begin as zeros then.
      *
      * The store calls a program's own creator for every buffer. For a tag that was registered with a C function, it may
      * reuse an erased buffer instead.
@@ -434,9 +437,9 @@ extern PARAMSET_API std::map<uint32_t, tag_info_t> gTagInfo;
 
 /**
  * Held while the registry changes. No operation of the store waits for it, so a program that holds it may call the
- * store. While it is held, operations find the tags that the library registered. Two things happen only at the first
- * look-up of a tag after the mutex was released: a tag that a program added is found, and the empty entry of an
- * unregistered tag is made.
+ * store, but must not register tags. While it is held, operations find the tags that the library registered; a store
+ * that was built meanwhile finds none. Two things happen only at the first look-up of a tag after the mutex was
+ * released: a tag that a program added is found, and the empty entry of an unregistered tag is made.
  */
 extern PARAMSET_API std::mutex gRigisterMutex;
 
@@ -544,7 +547,7 @@ public:
      * switches are read.
      *
      * Thread-safe. If another thread calls destroyInstance at the same time, the pointer that this returns may already
-     * be dangling. Logs at level 3 when it builds.
+     * be dangling. If gRigisterMutex is held, waits for it up to half a second. Logs at level 3 when it builds.
      *
      * @return the store; owned by the library, valid until destroyInstance. Null only if the process is exiting
      */
@@ -576,7 +579,8 @@ public:
     /**
      * Copies the registry into @p out, replacing what it holds. Thread-safe. Logs nothing.
      *
-     * Never waits while there is a store. Without one it waits up to half a second if gRigisterMutex is held.
+     * If gRigisterMutex is held, waits for it up to half a second; while there is a store only a millisecond, after
+     * which it leaves out what only a program has added.
      */
     PARAMSET_API static void getTagInfo(std::map<uint32_t, tag_info_t>& out);
 
