@@ -71,8 +71,8 @@ const Buffer& ParamSet::getF0(const Request& request) {
     PipeStore::Frame& f0 = request.pipe.frame0();
     if (const Buffer* own = request.pipe.value(f0, request.tag)) return *own;
     const Buffer& made = request.pipe.createTag(f0, request.tag);
-    if (request.modifiable == 0)
-        PipeStore::zero(made, request.tag);  // a write copies its own (saveNothingToF0 zeros, too)
+    // A write copies its own bytes. (One that saves nothing zeros them, too: saveNothingToF0.)
+    if (request.modifiable == 0) PipeStore::zero(made, request.tag);
     return made;
 }
 
