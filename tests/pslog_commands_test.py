@@ -169,6 +169,18 @@ def test_top_prints_while_the_log_is_written():
     expect(tags[4098]["all_time_outs"] > 0 and tags[4098]["sets_per_second"] > 1, f"top --json: {tags[4098]}")
 
 
+def test_long_names_do_not_shift_columns():
+    with open("long", "wb") as log:
+        log.write(content("bad").replace(b"statistics", b"statistics of the sharpness"))
+    for command, column in ((["diff", "long"], " A "), (["top"], "sets/s")):
+        text = pslog(*command, "long").stdout
+        header = re.search(r"^.*\bcam pipe .*$", text, re.M)[0]
+        end = len(header[:header.index(column)] + column.rstrip())
+        rows = re.findall(r"^.* 4097 frame ready .*$|^.* 4098 statistics of the sharpness .*$", text, re.M)
+        expect(len(rows) >= 2 and all(re.search(r" [\d.]+$", row[:end]) and row[end] == " " for row in rows),
+               f"{command}: {text}")
+
+
 def test_json_is_utf_8_whatever_the_log_has():
     with open("wild", "wb") as log:
         log.write(content("bad").replace(b"statistics", b"st\xff\x1b[31m\x00\xe2\x82\xac") + bytes(range(128, 256)))

@@ -132,7 +132,7 @@ std::vector<TagPair> pairsOf(const CountedLog& a, const CountedLog& b) {
     return pairs;
 }
 
-void printRow(const TagPair& pair, int levelA, int levelB, const Tags& tags) {
+void printRow(const TagPair& pair, int levelA, int levelB, const Tags& tags, size_t nameWidth) {
     const auto counts = [&](uint64_t TagRow::*member, int leastLevel) {
         std::printf("  %6s %6s", countText(pair.a.*member, levelA, leastLevel).c_str(),
                     countText(pair.b.*member, levelB, leastLevel).c_str());
@@ -144,7 +144,7 @@ void printRow(const TagPair& pair, int levelA, int levelB, const Tags& tags) {
         std::printf("  %4s %4s", words(pair.a.waits, levelA).c_str(), words(pair.b.waits, levelB).c_str());
     };
     std::printf("%3" PRId64 " %4" PRId64 " %6" PRId64 " %s", pair.key.cam, pair.key.pipe, pair.key.tag,
-                padded(nameOf(pair.key.tag, tags), 14).c_str());
+                padded(nameOf(pair.key.tag, tags), nameWidth).c_str());
     counts(&TagRow::gets, level::EVERYTHING);
     counts(&TagRow::fallBacks, level::EVERYTHING);
     counts(&TagRow::timeouts, level::TIMEOUTS);
@@ -175,12 +175,15 @@ void print(const CountedLog& a, const CountedLog& b, const std::vector<TagPair>&
         const std::string level = levelText(log->count.level());
         if (!level.empty()) std::printf("%s: %s\n", log == &a ? "A" : "B", level.c_str());
     }
+    const size_t nameWidth = std::max(nameWidthOf(a.counts.rows(), tags), nameWidthOf(b.counts.rows(), tags));
+    const std::string gap(nameWidth - MIN_NAME_WIDTH, ' ');
     std::printf(
-        "                                        gets     fall-backs      time-outs      waits, ms: median"
+        "%s                                        gets     fall-backs      time-outs      waits, ms: median"
         "       99 %%        max\n"
-        "cam pipe    tag name                A      B       A      B       A      B     A    B     A    B"
-        "     A    B     A    B\n");
-    for (const TagPair& pair : pairs) printRow(pair, levelA, levelB, tags);
+        "cam pipe    tag name%s                 A      B       A      B       A      B     A    B     A    B"
+        "     A    B     A    B\n",
+        gap.c_str(), gap.c_str());
+    for (const TagPair& pair : pairs) printRow(pair, levelA, levelB, tags, nameWidth);
     printDifferences(pairs, Change::WORSE, "worse", tags);
     printDifferences(pairs, Change::BETTER, "better", tags);
     const auto isSame = [](const TagPair& pair) { return pair.differences.empty(); };

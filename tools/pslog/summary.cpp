@@ -14,7 +14,6 @@ namespace {
 
 constexpr int64_t STATIC_TYPE = 1;
 constexpr int64_t QUEUE_TYPE = 2;
-constexpr size_t MIN_NAME_WIDTH = 14;
 
 std::string dashOr(int64_t number) {
     return number == UNKNOWN ? "-" : std::to_string(number);
@@ -62,8 +61,7 @@ void printRow(std::FILE* out, const Key& key, const TagRow& row, int level, cons
 }
 
 void printRows(std::FILE* out, const TagCounts& counts, int level, const Tags& tags) {
-    size_t nameWidth = MIN_NAME_WIDTH;
-    for (const auto& [key, row] : counts.rows()) nameWidth = std::max(nameWidth, lengthOf(nameOf(key.tag, tags)));
+    const size_t nameWidth = nameWidthOf(counts.rows(), tags);
     const std::string gap(nameWidth - MIN_NAME_WIDTH, ' ');
     std::fprintf(out,
                  "\n%s                                                  gets answered by    checkpoint   waits, ms\n"

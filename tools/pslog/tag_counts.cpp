@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "names.h"
+#include "text.h"
 
 namespace pslog {
 
@@ -82,6 +83,12 @@ std::vector<std::pair<Key, const TagRow*>> inOrder(const TagCounts::Rows& rows) 
     for (const auto& [key, row] : rows) sorted.emplace_back(key, &row);
     std::sort(sorted.begin(), sorted.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
     return sorted;
+}
+
+size_t nameWidthOf(const TagCounts::Rows& rows, const Tags& tags) {
+    size_t width = MIN_NAME_WIDTH;
+    for (const auto& [key, row] : rows) width = std::max(width, lengthOf(nameOf(key.tag, tags)));
+    return width;
 }
 
 std::string countText(uint64_t number, int level, int leastLevel) {

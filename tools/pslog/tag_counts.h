@@ -82,6 +82,12 @@ private:
 /// The rows in the order of their keys.
 std::vector<std::pair<Key, const TagRow*>> inOrder(const TagCounts::Rows& rows);
 
+/// A table's column of tag names has at least this width.
+constexpr size_t MIN_NAME_WIDTH = 14;
+
+/// The width of a column that has room for each of the rows' tag names.
+size_t nameWidthOf(const TagCounts::Rows& rows, const Tags& tags);
+
 /// A count that needs a log level: "12"; or, if the log's level is lower, "12+" for at least 12, or "?".
 std::string countText(uint64_t number, int level, int leastLevel);
 

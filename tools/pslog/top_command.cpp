@@ -111,15 +111,16 @@ private:
         return rows;
     }
 
-    static void printHeader(const std::string& first) {
+    void printHeader(const std::string& first) const {
+        const std::string gap(mNameWidth - MIN_NAME_WIDTH, ' ');
         std::printf(
-            "%*s                                       last %2zu s                                waits, ms           "
-            "     in all\n",
-            static_cast<int>(first.size()), "", SLOTS);
+            "%*s%s                                       last %2zu s                                waits, ms"
+            "                in all\n",
+            static_cast<int>(first.size()), "", gap.c_str(), SLOTS);
         std::printf(
-            "%s cam pipe    tag name            sets/s  gets/s fall-backs t-outs number med 99 %%  max"
+            "%s cam pipe    tag name%s            sets/s  gets/s fall-backs t-outs number med 99 %%  max"
             " fall-backs t-outs worst frame\n",
-            first.c_str());
+            first.c_str(), gap.c_str());
     }
 
     void printRow(const Key& key, const TagRow& recent, const TagRow& total, int level, const Tags& tags) const {
@@ -140,7 +141,7 @@ private:
                         countText(row.timeouts, level, level::TIMEOUTS).c_str());
         };
         std::printf(" %3" PRId64 " %4" PRId64 " %6" PRId64 " %s", key.cam, key.pipe, key.tag,
-                    padded(nameOf(key.tag, tags), 14).c_str());
+                    padded(nameOf(key.tag, tags), mNameWidth).c_str());
         rate(recent.sets);
         rate(recent.gets);
         troubles(recent);
@@ -152,12 +153,13 @@ private:
         std::printf(" %s\n", worstText(total.worst).c_str());
     }
 
-    void draw(const Count& count, const Tags& tags) const {
+    void draw(const Count& count, const Tags& tags) {
         winsize size{};
         const bool isKnown = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_row > LINES_AROUND;
         size_t room = isKnown ? static_cast<size_t>(size.ws_row - LINES_AROUND) : SIZE_MAX;
         std::printf("\033[H\033[J\033[?7l%s, %" PRIu64 " lines, %" PRIu64 " of the store, %" PRIu64 " damaged\n",
                     timeText(count).c_str(), count.lines, count.used, count.damaged);
+        mNameWidth = nameWidthOf(mTotal, tags);
         printHeader("");
         const TagCounts::Rows recent = recentRows();
         for (const auto& [key, total] : sorted(recent)) {
@@ -168,11 +170,15 @@ private:
         std::printf("\033[?7h");
     }
 
-    /// Prints a line for each tag that was used since the last lines.
+    /// Prints a line for each tag that was used since the last lines; above the first lines, and again when a longer
+    /// name makes its column wider, the header.
     void printLines(const Count& count, const Tags& tags) {
         const std::string time = timeText(count);
-        if (!mHasHeader) printHeader(padded("time", time.size()));
-        mHasHeader = true;
+        const size_t nameWidth = nameWidthOf(mTotal, tags);
+        if (nameWidth > mNameWidth) {
+            mNameWidth = nameWidth;
+            printHeader(padded("time", time.size()));
+        }
         const TagCounts::Rows recent = recentRows();
         for (const auto& [key, total] : inOrder(mTotal)) {
             if (mSlots.back().rows.count(key) == 0) continue;
@@ -212,7 +218,7 @@ private:
 
     bool mIsJson;
     bool mIsTerminal;
-    bool mHasHeader = false;
+    size_t mNameWidth = 0;  ///< of the header printed last; 0 if none was
     TagCounts mCounts;
     std::deque<Slot> mSlots;  ///< the newest last
     TagCounts::Rows mTotal;
