@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""Proves that the files of src/ keep to their rooms, as docs/architecture.md draws them.
+"""Proves that the files of src/ keep to their layers, as docs/architecture.md draws them.
 
-usage: rooms_test.py [FOLDER]   the sources; default: those of this file's repository
+usage: layers_test.py [FOLDER]   the sources; default: those of this file's repository
 
-- Apart from its own, a file includes only files of lower rooms, and calls only private operations of the store that
+- Apart from its own, a file includes only files of lower layers, and calls only private operations of the store that
   are defined there.
 - Only pipe_store.* includes the index.
 - Only pipe_store.* changes the contents of pipes and frames, except ParamFrame's own operations, which programs call.
@@ -13,8 +13,8 @@ import pathlib
 import re
 import sys
 
-# From the lowest to the highest. A room may use those before it, and the files of its own name.
-ROOMS = [
+# From the lowest to the highest. A layer may use those before it, and the files of its own name.
+LAYERS = [
     "attempts relaxed changes store_lock hold tag_table pipe_index waiters trace allocation",
     "pipe_store",
     "request",
@@ -23,8 +23,8 @@ ROOMS = [
     "sync_access frame_lifetime metadata external_ops",
     "paramset",
 ]
-LEVEL = {name: level for level, names in enumerate(ROOMS) for name in names.split()}
-# Which files of the lowest room may include which others of it.
+LEVEL = {name: level for level, names in enumerate(LAYERS) for name in names.split()}
+# Which files of the lowest layer may include which others of it.
 BESIDE = {("waiters", "relaxed"), ("trace", "relaxed"), ("hold", "attempts"), ("tag_table", "attempts")}
 
 HELD = r"\bm(?:Frames|CheckPoint|ErasePoint|Tags|Status)\b"
@@ -59,7 +59,7 @@ def private_operations(folder):
 def check(folder, problem):
     files = sorted(path for path in folder.glob("*.[ch]*") if path.suffix in (".h", ".cpp"))
     texts = {path: code(path) for path in files}
-    home = {}  # private operation: the room that defines it
+    home = {}  # private operation: the file that defines it
     operations = private_operations(folder)
     for path, text in texts.items():
         for owner, name in DEFINITION.findall(text):
@@ -71,20 +71,20 @@ def check(folder, problem):
     for path, text in texts.items():
         stem = path.stem
         if stem not in LEVEL:
-            problem(f"{path.name} is in no room; add it to ROOMS here and to docs/architecture.md")
+            problem(f"{path.name} is in no layer; add it to LAYERS here and to docs/architecture.md")
             continue
         for number, line, owner, name in functions(text):
             where = f"{path.name}:{number}"
             if found := re.match(r'#include "src/(\w+)\.h"', line):
                 other = found[1]
                 if other != stem and (stem, other) not in BESIDE and LEVEL.get(other, 99) >= LEVEL[stem]:
-                    problem(f"{where}: includes {other}.h, which is not of a lower room")
+                    problem(f"{where}: includes {other}.h, which is not of a lower layer")
                 if other == "pipe_index" and stem not in ("pipe_store", "pipe_index"):
                     problem(f"{where}: includes the index, which only pipe_store may include")
             for call in re.findall(r"(?<![\w.:>~])(?:store->|this->|ParamSet::)?(\w+)\(", line):
                 target = home.get(call, stem)
                 if owner is not None and name != call and target != stem and LEVEL[target] >= LEVEL[stem]:
-                    problem(f"{where}: calls {call} of {target}, which is not of a lower room")
+                    problem(f"{where}: calls {call} of {target}, which is not of a lower layer")
             for found in re.finditer(HELD, line):
                 if stem == "pipe_store" or owner == "ParamFrame" or re.match(READS, line[found.end() :]):
                     continue
