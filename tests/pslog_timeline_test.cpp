@@ -158,7 +158,8 @@ std::string streamOf(uint32_t frames, uint32_t late) {
 TEST_F(PslogTimelineTest, LeadsToTheFrameThatFlickers) {
     draw(streamOf(3000, 1777));
     const std::vector<std::string> frames = texts(0, 70);
-    EXPECT_EQ(count(frames, "camera 0: 3000 frames, 1 time-out, 1 fall-back"), 1u) << "the end of the stream is no frame";
+    EXPECT_EQ(count(frames, "camera 0: 3000 frames, 1 time-out, 1 fall-back"), 1u)
+        << "the end of the stream is no frame";
     for (const char* frame : {"1773", "1777", "1781"}) EXPECT_EQ(count(frames, frame), 1u) << frame;
     for (const char* frame : {"1772", "1782", "3001"}) EXPECT_EQ(count(frames, frame), 0u) << frame;
     // The strip's first and last label, one between them, and the notes about the frames that are left out.
