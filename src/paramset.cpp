@@ -41,23 +41,24 @@ void register_tag(uint32_t tag, const std::shared_ptr<param_creator_t<char>>& cr
     const std::optional<bool> isRegistered = TagTable::isRegistered(tag);
     if (isRegistered == true) return;
 
-    std::string nameText = name != nullptr ? name : "";
-    std::string dataTypeText = dataType != nullptr ? dataType : "";
+    if (name == nullptr) name = "";
+    if (dataType == nullptr) dataType = "";
+    const int32_t size = creator != nullptr ? creator->mSize : 0;
+    retainNum = retainNumOf(tagType, retainNum);
+    tag_info_t info;
+    info.mDataType = dataType;
+    info.mCreator = creator;
+    info.mTagType = tagType;
+    info.mSize = size;
+    info.mName = name;
+    info.mRetainNum = retainNum;
 
     if (TagTable::hasEnded()) return;
     const std::lock_guard<std::mutex> lock(gRigisterMutex);
-    if (TagTable::hasEnded()) return;
     // If another thread has registered the tag since isRegistered answered "no", this registration replaces that one.
-    if (isRegistered == std::nullopt && gTagInfo.count(tag) != 0) return;
-    tag_info_t& info = TagTable::newEntry(tag);
-    info.mDataType = std::move(dataTypeText);
-    info.mCreator = creator;
-    info.mTagType = tagType;
-    info.mSize = creator != nullptr ? creator->mSize : 0;
-    info.mName = std::move(nameText);
-    info.mRetainNum = retainNumOf(tagType, retainNum);
-    TagTable::publish(tag, info, isLibraryCreator);
-    PS_LOG(3, "ParamSet tag:%d, name:%s, dataType:%s, size:%d, tagType:%d, retainNum:%d", tag, info.mName.c_str(), info.mDataType.c_str(), info.mSize, tagType, info.mRetainNum);
+    const bool mayReplace = isRegistered == false;
+    if (!TagTable::add(tag, std::move(info), isLibraryCreator, mayReplace)) return;
+    PS_LOG(3, "ParamSet tag:%d, name:%s, dataType:%s, size:%d, tagType:%d, retainNum:%d", tag, name, dataType, size, tagType, retainNum);
 }
 
 void registerBytes(uint32_t tag, uint32_t size, int tagType, const char* name, const char* dataType, int retainNum) {

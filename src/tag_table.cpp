@@ -18,37 +18,62 @@ constexpr int kFewestBits = 6;
 constexpr std::chrono::microseconds kInOperation(20);  // the store's mutex is held meanwhile
 constexpr std::chrono::milliseconds kOutside(1);
 constexpr std::chrono::milliseconds kWithoutStore(500);  // the holder may be a registration that lost its processor
-constexpr std::chrono::milliseconds kAtEnd(500);
+// At the end of the library: how long it waits for its own threads, which may have lost their processors, and for a
+// program that holds gRigisterMutex.
+constexpr std::chrono::seconds kOwnAtEnd(10);
+constexpr std::chrono::milliseconds kProgramAtEnd(500);
 
-// Takes gRigisterMutex for a scope, if it becomes free in that time and the library has not been unloaded. This very
-// thread may hold it already: POSIX lets a thread try a mutex that it holds, std::mutex::try_lock does not.
-class RegistryTry {
+// This very thread may hold it already: POSIX lets a thread try a mutex that it holds, std::mutex::try_lock does not.
+bool tryRegistryMutex() {
+    return pthread_mutex_trylock(gRigisterMutex.native_handle()) == 0;
+}
+
+}  // namespace
+
+// Lives while this library looks into the map or changes it. The end of the registry waits for it, so nothing in its
+// scope may block or call the program. Begin one, then ask hasEnded.
+class TagTable::MapUse {
 public:
-    explicit RegistryTry(std::chrono::microseconds atMost) : mIsHeld(take()) {
-        if (mIsHeld) return;
+    MapUse() { ++sUses; }
+    ~MapUse() { --sUses; }
+    MapUse(const MapUse&) = delete;
+    MapUse& operator=(const MapUse&) = delete;
+
+    static bool isAny() { return sUses != 0; }
+
+private:
+    static inline std::atomic<int> sUses{0};
+};
+
+// Takes gRigisterMutex for a scope, if it becomes free in that time and the library has not been unloaded.
+class TagTable::RegistryTry {
+public:
+    explicit RegistryTry(std::chrono::microseconds atMost) {
+        if (take()) return;
         const Attempts attempts(atMost);
-        while (!mIsHeld && !TagTable::hasEnded() && attempts.another()) mIsHeld = take();
+        while (!hasEnded() && attempts.another() && !take()) {
+        }
     }
     ~RegistryTry() {
-        if (mIsHeld) gRigisterMutex.unlock();
+        if (mUse) gRigisterMutex.unlock();
     }
     RegistryTry(const RegistryTry&) = delete;
     RegistryTry& operator=(const RegistryTry&) = delete;
 
-    explicit operator bool() const { return mIsHeld; }
+    explicit operator bool() const { return mUse.has_value(); }
 
 private:
-    static bool take() {
-        if (TagTable::hasEnded() || pthread_mutex_trylock(gRigisterMutex.native_handle()) != 0) return false;
-        if (!TagTable::hasEnded()) return true;
-        pthread_mutex_unlock(gRigisterMutex.native_handle());  // the registry has ended meanwhile
+    bool take() {
+        if (hasEnded() || !tryRegistryMutex()) return false;
+        mUse.emplace();
+        if (!hasEnded()) return true;
+        mUse.reset();  // the registry has ended meanwhile
+        gRigisterMutex.unlock();
         return false;
     }
 
-    bool mIsHeld;
+    std::optional<MapUse> mUse;  // while the mutex is held
 };
-
-}  // namespace
 
 // While there is one, entries may be read without gRigisterMutex, and the end of the registry keeps them.
 class TagTable::Reading {
@@ -118,7 +143,7 @@ TagTable::Slots::Slots(size_t tags) {
 }
 
 TagReader::TagReader() {
-    if (const RegistryTry registry{kWithoutStore}) readMap();
+    if (const TagTable::RegistryTry registry{kWithoutStore}) readMap();
 }
 
 TagReader::~TagReader() {
@@ -136,13 +161,13 @@ void TagReader::readMap() {
 }
 
 const RegisteredTag* TagReader::lookUp(uint32_t id) {
-    if (const RegistryTry registry{kInOperation}) readMap();
+    if (const TagTable::RegistryTry registry{kInOperation}) readMap();
     return TagTable::isTrusted() ? TagTable::find(id) : nullptr;
 }
 
 const tag_info_t& TagReader::findOrInsert(uint32_t id) {
     if (const RegisteredTag* tag = find(id)) return tag->info;
-    if (const RegistryTry registry{kInOperation}) {
+    if (const TagTable::RegistryTry registry{kInOperation}) {
         const tag_info_t& info = gTagInfo[id];
         readMap();
         return info;
@@ -168,6 +193,7 @@ std::shared_ptr<creator_base_t> TagTable::creatorOf(uint32_t id) {
     const RegisteredTag* tag = isTrusted() && !hasEnded() ? find(id) : nullptr;
     if (tag != nullptr) return tag->info.mCreator;
     const RegistryTry registry(isTrusted() ? kOutside : kWithoutStore);
+    const MapUse use;
     if (!isMapReadable(static_cast<bool>(registry))) return nullptr;
     const auto it = gTagInfo.find(id);
     return it != gTagInfo.end() ? it->second.mCreator : nullptr;
@@ -176,20 +202,22 @@ std::shared_ptr<creator_base_t> TagTable::creatorOf(uint32_t id) {
 void TagTable::copyTo(std::map<uint32_t, tag_info_t>& out) {
     if (&out == &gTagInfo) return;
     std::vector<EntryCopy> copies;
-    {
-        const RegistryTry registry(isTrusted() ? kOutside : kWithoutStore);
-        const Reading reading;
-        if (isMapReadable(static_cast<bool>(registry))) {
-            for (const auto& [id, info] : gTagInfo) copies.emplace_back(id, info);
-        } else if (isTrusted() && !hasEnded()) {
-            copyPublishedTo(copies);
-        }
-    }
+    if (!copyMapTo(copies)) copyPublishedTo(copies);
     out.clear();
     for (const EntryCopy& copy : copies) copy.addTo(out);
 }
 
+bool TagTable::copyMapTo(std::vector<EntryCopy>& out) {
+    const RegistryTry registry(isTrusted() ? kOutside : kWithoutStore);
+    const MapUse use;
+    if (!isMapReadable(static_cast<bool>(registry))) return false;
+    for (const auto& [id, info] : gTagInfo) out.emplace_back(id, info);
+    return true;
+}
+
 void TagTable::copyPublishedTo(std::vector<EntryCopy>& out) {
+    const Reading reading;
+    if (!isTrusted() || hasEnded()) return;
     const Slots* slots = sSlots.load(std::memory_order_acquire);
     for (size_t i = 0; i <= slots->mask; ++i) {
         const RegisteredTag* tag = slots->slots[i].load(std::memory_order_acquire);
@@ -212,6 +240,15 @@ void TagTable::publishMissing() {
     for (const auto& [id, info] : gTagInfo) {
         if (find(id) == nullptr) publish(id, info, false);
     }
+}
+
+bool TagTable::add(uint32_t id, tag_info_t&& info, bool hasLibraryCreator, bool mayReplace) {
+    const MapUse use;
+    if (hasEnded() || (!mayReplace && gTagInfo.count(id) != 0)) return false;
+    tag_info_t& entry = newEntry(id);
+    entry = std::move(info);
+    publish(id, entry, hasLibraryCreator);
+    return true;
 }
 
 tag_info_t& TagTable::newEntry(uint32_t id) {
@@ -249,10 +286,15 @@ void TagTable::put(Slots& slots, const RegisteredTag& tag) {
 }
 
 void TagTable::end(bool callsStillRun) {
-    // Lets a running registration finish, within bounds. After sHasEnded is set, none begins.
-    const RegistryTry registry(kAtEnd);
-    sHasEnded = true;
+    sHasEnded = true;  // from now on nobody begins to look into the map or to change it
+    const Attempts ofOwnThreads(kOwnAtEnd);
+    while (MapUse::isAny() && ofOwnThreads.another()) {
+    }
+    const Attempts ofProgram(kProgramAtEnd);
+    bool isHeld = tryRegistryMutex();
+    while (!isHeld && ofProgram.another()) isHeld = tryRegistryMutex();
     if (callsStillRun || Reading::isAny()) storage().kept.swap(gTagInfo);
+    if (isHeld) gRigisterMutex.unlock();
 }
 
 }  // namespace zarn

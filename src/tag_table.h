@@ -41,11 +41,9 @@ public:
     // Copies the map.
     static void copyTo(std::map<uint32_t, tag_info_t>& out);
 
-    // gRigisterMutex held. Makes an empty entry in the map. An earlier entry is taken out, but not freed: readers may
-    // still use it.
-    static tag_info_t& newEntry(uint32_t id);
-    // gRigisterMutex held. Publishes an entry of the map.
-    static void publish(uint32_t id, const tag_info_t& info, bool hasLibraryCreator);
+    // gRigisterMutex held. Adds a tag to the map and publishes it. Returns whether it did: not after the library was
+    // unloaded, and not if the map has the tag and it may not be replaced.
+    static bool add(uint32_t id, tag_info_t&& info, bool hasLibraryCreator, bool mayReplace);
 
     // Called when the library is unloaded. After it nothing is registered; calls that still run can read on.
     static void end(bool callsStillRun);
@@ -65,7 +63,9 @@ private:
         std::unique_ptr<std::atomic<const RegisteredTag*>[]> slots;
     };
     struct Storage;
+    class MapUse;
     class Reading;
+    class RegistryTry;
     class EntryCopy;
 
     static const RegisteredTag* find(uint32_t id) {
@@ -73,6 +73,8 @@ private:
         return slots != nullptr ? slots->of(id).load(std::memory_order_acquire) : nullptr;
     }
 
+    // Returns false if the map cannot be read now.
+    static bool copyMapTo(std::vector<EntryCopy>& out);
     static void copyPublishedTo(std::vector<EntryCopy>& out);
 
     // Whether a store that has read the map is still there. While it is, the map only grows, so the table stays right.
@@ -84,6 +86,9 @@ private:
     static Storage& storage();
     // gRigisterMutex held.
     static bool isMapPublished();
+    // Makes an empty entry in the map. An earlier entry is taken out, but not freed: readers may still use it.
+    static tag_info_t& newEntry(uint32_t id);
+    static void publish(uint32_t id, const tag_info_t& info, bool hasLibraryCreator);
     static void rebuild();
     static void publishMissing();
     static void put(Slots& slots, const RegisteredTag& tag);
