@@ -264,12 +264,11 @@ void PipeStore::prefetch(Frames::iterator node) {
 bool PipeStore::drop(Frame& frame, Tag& tag, Sweep& sweep) {
     FrameStatus* status = findRecord(frame, tag);
     const bool isWaitedFor = status != nullptr && wakeWaiters(*status);
-    const bool isHeld = frame.node->second.use_count() > 1;  // a get that waits holds its frame
     // The erase leaves the state as it is. If a set delivers to the frame meanwhile, the set notifies again instead.
-    if (isWaitedFor && isHeld) sweep.woken.push_back({frame.node->second, status, kWaitedFor});
+    if (isWaitedFor && isHeld(frame)) sweep.woken.push_back({frame.node->second, status, kWaitedFor});
     removeValue(frame, tag);
     if (!frame.frame->mTags.empty()) return false;
-    if (isHeld) leaveRecordsIn(frame, sweep);
+    if (isHeld(frame)) leaveRecordsIn(frame, sweep);
     return true;
 }
 

@@ -158,6 +158,8 @@ private:
     void removeValue(Frame& frame, Tag& tag);
     void removeFrame(Frames::iterator node);
     void prefetch(Frames::iterator node);
+    // Whether a get waits in the frame: it holds the frame until it returns.
+    static bool isHeld(const Frame& frame) { return frame.node->second.use_count() > 1; }
     bool drop(Frame& frame, Tag& tag, Sweep& sweep);
     void leaveRecordsIn(Frame& frame, const Sweep& sweep);
 
