@@ -547,7 +547,7 @@ public:
      * switches are read.
      *
      * Thread-safe. If another thread calls destroyInstance at the same time, the pointer that this returns may already
-     * be dangling. If gRigisterMutex is held, waits for it up to half a second. Logs at level 3 when it builds.
+     * be dangling. If a program holds gRigisterMutex, waits for it up to half a second. Logs at level 3 when it builds.
      *
      * @return the store; owned by the library, valid until destroyInstance. Null only if the process is exiting
      */
@@ -579,8 +579,8 @@ public:
     /**
      * Copies the registry into @p out, replacing what it holds. Thread-safe. Logs nothing.
      *
-     * If gRigisterMutex is held, waits for it up to half a second; while there is a store only a millisecond, after
-     * which it leaves out what only a program has added.
+     * If a program holds gRigisterMutex, waits for it up to half a second; while there is a store only a millisecond,
+     * after which it leaves out what only a program has added.
      */
     PARAMSET_API static void getTagInfo(std::map<uint32_t, tag_info_t>& out);
 

@@ -17,15 +17,18 @@ constexpr int kFewestBits = 6;
 // The time after which no further attempt to take gRigisterMutex begins.
 constexpr std::chrono::microseconds kInOperation(20);  // the store's mutex is held meanwhile
 constexpr std::chrono::milliseconds kOutside(1);
-constexpr std::chrono::milliseconds kWithoutStore(500);  // the holder may be a registration that lost its processor
-// At the end of the library: how long it waits for its own threads, which may have lost their processors, and for a
-// program that holds gRigisterMutex.
-constexpr std::chrono::seconds kOwnAtEnd(10);
-constexpr std::chrono::milliseconds kProgramAtEnd(500);
+constexpr std::chrono::milliseconds kForProgram(500);  // without a store, or at the end
+// The longest wait for other threads of this library. They never block, but may lose their processors.
+constexpr std::chrono::seconds kForOwnThreads(10);
 
 // This very thread may hold it already: POSIX lets a thread try a mutex that it holds, std::mutex::try_lock does not.
 bool tryRegistryMutex() {
     return pthread_mutex_trylock(gRigisterMutex.native_handle()) == 0;
+}
+
+// Not gRigisterMutex.unlock: clang does not know that tryRegistryMutex has locked it.
+void releaseRegistryMutex() {
+    pthread_mutex_unlock(gRigisterMutex.native_handle());
 }
 
 }  // namespace
@@ -34,28 +37,38 @@ bool tryRegistryMutex() {
 // scope may block or call the program. Begin one, then ask hasEnded.
 class TagTable::MapUse {
 public:
-    MapUse() { ++sUses; }
+    MapUse() {
+        ++sUses;
+        ++sBegun;
+    }
     ~MapUse() { --sUses; }
     MapUse(const MapUse&) = delete;
     MapUse& operator=(const MapUse&) = delete;
 
     static bool isAny() { return sUses != 0; }
+    static uint32_t countBegun() { return sBegun; }
 
 private:
     static inline std::atomic<int> sUses{0};
+    static inline std::atomic<uint32_t> sBegun{0};
 };
 
-// Takes gRigisterMutex for a scope, if it becomes free in that time and the library has not been unloaded.
+// Takes gRigisterMutex for a scope, if it becomes free in time and the library has not been unloaded.
 class TagTable::RegistryTry {
 public:
     explicit RegistryTry(std::chrono::microseconds atMost) {
-        if (take()) return;
-        const Attempts attempts(atMost);
-        while (!hasEnded() && attempts.another() && !take()) {
+        uint32_t begun = MapUse::countBegun();
+        takeIn(atMost);
+        if (atMost < kForProgram) return;
+        // If threads of this library have used the map meanwhile, no program holds the mutex: go on.
+        const Attempts attempts(kForOwnThreads);
+        while (!mUse && !hasEnded() && (MapUse::isAny() || MapUse::countBegun() != begun) && attempts.another()) {
+            begun = MapUse::countBegun();
+            takeIn(atMost);
         }
     }
     ~RegistryTry() {
-        if (mUse) gRigisterMutex.unlock();
+        if (mUse) releaseRegistryMutex();
     }
     RegistryTry(const RegistryTry&) = delete;
     RegistryTry& operator=(const RegistryTry&) = delete;
@@ -63,12 +76,18 @@ public:
     explicit operator bool() const { return mUse.has_value(); }
 
 private:
+    void takeIn(std::chrono::microseconds atMost) {
+        if (take()) return;
+        const Attempts attempts(atMost);
+        while (!hasEnded() && attempts.another() && !take()) {
+        }
+    }
     bool take() {
         if (hasEnded() || !tryRegistryMutex()) return false;
         mUse.emplace();
         if (!hasEnded()) return true;
-        mUse.reset();  // the registry has ended meanwhile
-        gRigisterMutex.unlock();
+        releaseRegistryMutex();  // the registry has ended meanwhile
+        mUse.reset();
         return false;
     }
 
@@ -143,7 +162,7 @@ TagTable::Slots::Slots(size_t tags) {
 }
 
 TagReader::TagReader() {
-    if (const TagTable::RegistryTry registry{kWithoutStore}) readMap();
+    if (const TagTable::RegistryTry registry{kForProgram}) readMap();
 }
 
 TagReader::~TagReader() {
@@ -192,7 +211,7 @@ std::shared_ptr<creator_base_t> TagTable::creatorOf(uint32_t id) {
     const Reading reading;
     const RegisteredTag* tag = isTrusted() && !hasEnded() ? find(id) : nullptr;
     if (tag != nullptr) return tag->info.mCreator;
-    const RegistryTry registry(isTrusted() ? kOutside : kWithoutStore);
+    const RegistryTry registry(isTrusted() ? kOutside : kForProgram);
     const MapUse use;
     if (!isMapReadable(static_cast<bool>(registry))) return nullptr;
     const auto it = gTagInfo.find(id);
@@ -208,7 +227,7 @@ void TagTable::copyTo(std::map<uint32_t, tag_info_t>& out) {
 }
 
 bool TagTable::copyMapTo(std::vector<EntryCopy>& out) {
-    const RegistryTry registry(isTrusted() ? kOutside : kWithoutStore);
+    const RegistryTry registry(isTrusted() ? kOutside : kForProgram);
     const MapUse use;
     if (!isMapReadable(static_cast<bool>(registry))) return false;
     for (const auto& [id, info] : gTagInfo) out.emplace_back(id, info);
@@ -287,14 +306,14 @@ void TagTable::put(Slots& slots, const RegisteredTag& tag) {
 
 void TagTable::end(bool callsStillRun) {
     sHasEnded = true;  // from now on nobody begins to look into the map or to change it
-    const Attempts ofOwnThreads(kOwnAtEnd);
-    while (MapUse::isAny() && ofOwnThreads.another()) {
+    const Attempts forOwnThreads(kForOwnThreads);
+    while (MapUse::isAny() && forOwnThreads.another()) {
     }
-    const Attempts ofProgram(kProgramAtEnd);
+    const Attempts forProgram(kForProgram);
     bool isHeld = tryRegistryMutex();
-    while (!isHeld && ofProgram.another()) isHeld = tryRegistryMutex();
+    while (!isHeld && forProgram.another()) isHeld = tryRegistryMutex();
     if (callsStillRun || Reading::isAny()) storage().kept.swap(gTagInfo);
-    if (isHeld) gRigisterMutex.unlock();
+    if (isHeld) releaseRegistryMutex();
 }
 
 }  // namespace zarn

@@ -277,40 +277,55 @@ TEST_F(Exit, ClosesTheRegistryToAThreadThatIsAboutToReadIt) {
     EXPECT_EXIT(exitWhileTheRegistryIsRead(), testing::ExitedWithCode(0), "nothing read");
 }
 
+// Starts a thread that registers a tag. While it makes the entry, with the registry's mutex held, it loses its
+// processor for much longer than a program may hold that mutex.
+std::thread registerSlowly(uint32_t tag, std::atomic<bool>& isMade) {
+    static std::atomic<bool> sIsStopped;
+    sIsStopped = false;
+    std::thread registering([tag, &isMade] {
+        const std::function<void()> loseProcessor = [&isMade] {
+            sIsStopped = true;
+            usleep(1500000);
+            isMade = true;
+        };
+        const std::function<void()> beforeEntry = [&loseProcessor] { tBeforeAllocation = &loseProcessor; };
+        tBeforeLock = &beforeEntry;
+        registerPsDynamicParam(tag, 4, 0, "made slowly", "uint32_t");
+    });
+    while (!sIsStopped) std::this_thread::yield();
+    return registering;
+}
+
 // A creator that is destroyed with the registry. It tells whether that was while a registration made its entry.
 class LateEntry : public zarn::param_creator_t<char> {
 public:
     LateEntry() : param_creator_t<char>(4) {}
     ~LateEntry() override { std::fputs(sIsMade ? "entry made" : "registry destroyed too early", stderr); }
-    static void begin(uint32_t tag) {
-        std::thread([tag] {
-            const std::function<void()> loseProcessor = [] {
-                sIsStopped = true;
-                usleep(1500000);
-                sIsMade = true;
-            };
-            const std::function<void()> beforeEntry = [&] { tBeforeAllocation = &loseProcessor; };
-            tBeforeLock = &beforeEntry;
-            registerPsDynamicParam(tag, 4, 0, "made late", "uint32_t");
-        }).detach();
-        while (!sIsStopped) std::this_thread::yield();
-    }
 
-private:
-    static inline std::atomic<bool> sIsStopped{false};
     static inline std::atomic<bool> sIsMade{false};
 };
 
-// The registering thread loses its processor for so long that the exit would have stopped waiting for a program.
 TEST_F(Exit, WaitsForARegistrationThatMakesItsEntry) {
     testing::FLAGS_gtest_death_test_style = "threadsafe";
     const auto exitWhileAnEntryIsMade = [] {
         host::setLogLevel(0);
         zarn::ParamSet::register_tag<char>(kTag, new LateEntry, 0, "first", "bytes", 0);
-        LateEntry::begin(kTag + 1);
+        registerSlowly(kTag + 1, LateEntry::sIsMade).detach();
         std::exit(0);
     };
     EXPECT_EXIT(exitWhileAnEntryIsMade(), testing::ExitedWithCode(0), "entry made");
+}
+
+TEST_F(Registration, ThatIsSlowHidesNoTagFromANewStore) {
+    registerPsDynamicParam(kTag, 4, 0, "tag", "uint32_t");
+    zarn::ParamSet::destroyInstance();
+    std::atomic<bool> isMade{false};
+    std::thread registering = registerSlowly(kTag + 1, isMade);
+    zarn::ParamSet::createInstance();
+    EXPECT_EQ(set(10, 1), PS_OK);
+    EXPECT_EQ(get(10), 1u);
+    registering.join();
+    EXPECT_EQ(set(10, 2, kTag + 1), PS_OK);
 }
 
 // A thread reads the entries without the registry's mutex, because another one holds it. The exit must leave them.
