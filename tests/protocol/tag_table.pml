@@ -4,7 +4,8 @@
 // entry of the map and the RegisteredTag that was made for it are one number; 0 is null.
 //
 // REGISTRARS is the number of registering processes (for the tags 1, 2, ... TAGS, and again from 1). STORES is the
-// number of stores, each with OPERATIONS operations. REMOVER removes a tag from the map while nothing else runs.
+// number of stores, each with OPERATIONS operations. REMOVER removes a tag from the map while nothing else runs. EXIT
+// unloads the library meanwhile; it waits for as long as it must, because there is no time here.
 // FAULT_... plants a fault that must be found.
 
 #ifndef REGISTRARS
@@ -50,20 +51,51 @@ byte sReaders = 0;
 byte callsRunning = 0;          // running registrations, and stores
 bool isRegistered[TAGS + 1];    // a registration of the tag has returned
 
+bool sHasEnded = false;
+byte storesAlive = 0;           // including those that are destroyed, but still in use
+byte sUses = 0;                 // of TagTable::MapUse
+byte sReadings = 0;             // of TagTable::Reading
+bool isMapAlive = true;         // not destroyed yet
+
 #define LOCK atomic { !gRigisterMutex -> gRigisterMutex = true }
 #define UNLOCK gRigisterMutex = false
+
+// MapUse, and the look at hasEnded that follows it. The mutex is held; if the registry has ended, releases it.
+inline beginUse() {
+#ifdef FAULT_LOOK_BEFORE_USE
+    isHeld = !sHasEnded;
+    sUses++;
+#else
+    sUses++;
+    isHeld = !sHasEnded;
+#endif
+    if
+    :: !isHeld -> UNLOCK; sUses--
+    :: else -> skip
+    fi
+}
+
+inline endUse() {
+    UNLOCK;
+    sUses--
+}
 
 // RegistryTry. One try is enough here: several tries have the same effect as one that comes later.
 inline tryLock() {
     atomic {
         if
-        :: !gRigisterMutex -> gRigisterMutex = true; isHeld = true
-        :: gRigisterMutex -> isHeld = false
+        :: !gRigisterMutex && !sHasEnded -> gRigisterMutex = true; isHeld = true
+        :: else -> isHeld = false
         fi
-    }
+    };
+    if
+    :: isHeld -> beginUse()
+    :: else -> skip
+    fi
 }
 
 inline addEntry(id) {
+    assert(isMapAlive);
     entriesMade++;
     assert(entriesMade <= ENTRIES);
     entry[entriesMade].id = id;
@@ -162,6 +194,7 @@ inline publish(which) {
 // TagReader::readMap. The mutex is held.
 inline readMap() {
     atomic {
+        assert(isMapAlive);
         // Finds an entry of the map that is not in the table.
         missing = 0;
         j = 1;
@@ -215,12 +248,12 @@ inline findInStore(id) {
         found = 0;
 #ifdef FAULT_OPERATION_WAITS
         LOCK;
-        isHeld = true;
+        beginUse();
 #else
         tryLock();
 #endif
         if
-        :: isHeld -> readMap(); UNLOCK
+        :: isHeld -> readMap(); endUse()
         :: else -> skip
         fi;
         if
@@ -245,7 +278,7 @@ proctype Store() {
     callsRunning++;
     tryLock();
     if
-    :: isHeld -> readMap(); UNLOCK
+    :: isHeld -> readMap(); endUse()
     :: else -> skip
     fi;
     do
@@ -254,7 +287,9 @@ proctype Store() {
             operations++;
             select(id : 1 .. TAGS);
             if
+#ifndef EXIT
             :: isProgram = true   // the program holds the mutex during the operation, and has added the tag
+#endif
             :: isProgram = false
             fi
         };
@@ -287,7 +322,7 @@ proctype Store() {
                 };
                 readMap();
                 found = gTagInfo[id];
-                UNLOCK
+                endUse()
             :: else -> skip
             fi
         :: else -> skip
@@ -304,6 +339,7 @@ proctype Store() {
     :: hasRead -> sReaders--
     :: else -> skip
     fi;
+    storesAlive--;
     callsRunning--
 }
 
@@ -322,15 +358,18 @@ proctype Registrar(byte id) {
     :: else ->
         tryLock();
         if
-        :: isHeld -> atomic { isKnown = true; isThere = gTagInfo[id] != 0 }; UNLOCK
+        :: isHeld -> atomic { assert(isMapAlive); isKnown = true; isThere = gTagInfo[id] != 0 }; endUse()
         :: else -> skip
         fi;
         if
         :: isKnown && isThere -> skip
         :: else ->
             LOCK;
+            // TagTable::add
+            beginUse();
             if
-            :: !isKnown && gTagInfo[id] != 0 -> skip
+            :: !isHeld -> skip
+            :: isHeld && !isKnown && gTagInfo[id] != 0 -> endUse()
             :: else ->
                 atomic {
 #ifdef FAULT_REPLACED_ENTRY_FREED
@@ -345,9 +384,9 @@ proctype Registrar(byte id) {
                 entry[gTagInfo[id]].isWhole = true;
                 publish(gTagInfo[id]);
 #endif
-                isRegistered[id] = true
-            fi;
-            UNLOCK
+                isRegistered[id] = true;
+                endUse()
+            fi
         fi
     fi;
     callsRunning--
@@ -368,6 +407,41 @@ proctype Remover() {
     }
 }
 
+// TagTable::creatorOf: reads an entry without the mutex.
+proctype Reader() {
+    byte id, found, s, i;
+    sReadings++;
+    if
+    :: sReaders != 0 && !sHasEnded -> select(id : 1 .. TAGS); find(id); use()
+    :: else -> skip
+    fi;
+    sReadings--
+}
+
+// TagTable::end, and the destruction of the map. A store that is still in use lives on.
+proctype Exit() {
+    byte k;
+    bool isHeld, isKept;
+    isKept = storesAlive != 0;
+#ifndef FAULT_ENDED_TOO_LATE
+    sHasEnded = true;
+#endif
+#ifndef FAULT_USES_IGNORED
+    sUses == 0;
+#endif
+    sHasEnded = true;
+#ifndef FAULT_READINGS_IGNORED
+    isKept = isKept || sReadings != 0;
+#endif
+    atomic {
+        isMapAlive = false;
+        do
+        :: k < entriesMade && !isKept -> k++; entry[k].isAlive = false
+        :: else -> break
+        od
+    }
+}
+
 init {
     byte k;
     atomic {
@@ -377,11 +451,15 @@ init {
         od;
         k = 0;
         do
-        :: k < STORES -> run Store(); k++
+        :: k < STORES -> storesAlive++; run Store(); k++
         :: else -> break
         od;
 #ifdef REMOVER
         run Remover();
+#endif
+#ifdef EXIT
+        run Reader();
+        run Exit();
 #endif
         k = 0
     };
