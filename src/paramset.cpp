@@ -58,6 +58,7 @@ void register_tag(uint32_t tag, const std::shared_ptr<param_creator_t<char>>& cr
     // If another thread has registered the tag since isRegistered answered "no", this registration replaces that one.
     const bool mayReplace = isRegistered == false;
     if (!TagTable::add(tag, std::move(info), isLibraryCreator, mayReplace)) return;
+    // Not the texts of the entry: if the process exits now, it may be freed.
     PS_LOG(3, "ParamSet tag:%d, name:%s, dataType:%s, size:%d, tagType:%d, retainNum:%d", tag, name, dataType, size, tagType, retainNum);
 }
 
