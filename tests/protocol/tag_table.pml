@@ -421,7 +421,7 @@ proctype Reader() {
 // TagTable::end, and the destruction of the map. A store that is still in use lives on.
 proctype Exit() {
     byte k;
-    bool isHeld, isKept;
+    bool isKept;
     isKept = storesAlive != 0;
 #ifndef FAULT_ENDED_TOO_LATE
     sHasEnded = true;
