@@ -512,6 +512,8 @@ TEST_F(Waiters, WaitForTheirTimeOutAndNotMuchLonger) {
         });
     }
     for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(countLogged(", wait timeout"), threads.size());
+    EXPECT_EQ(countLogged(", wait: *.000000 ms."), threads.size());
 }
 
 }  // namespace
