@@ -220,6 +220,7 @@ TEST_F(Paramset, FrameHoldsItsOwnBuffersAndMetadata) {
     const std::shared_ptr<void> second = frame->createTag(1, &value);
     EXPECT_EQ(*static_cast<uint32_t*>(first.get()), 0x11223344u)
         << "an existing reference to the old buffer stays valid";
+    EXPECT_EQ(*static_cast<uint32_t*>(second.get()), 5u);
     EXPECT_EQ(frame->getTag(1), second);
     EXPECT_EQ(frame->createTag(3, &value), nullptr);
     EXPECT_EQ(frame->createTag(4, &value), nullptr);

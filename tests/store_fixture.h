@@ -17,7 +17,7 @@
 #include "platform/host/host_platform.h"
 
 // Lines as "<level> <function>: <text>". A star replaces what differs from run to run: addresses, and the milliseconds
-// of a wait.
+// of a wait, if there are fewer than a million.
 using Lines = std::vector<std::string>;
 
 class StoreTest : public ::testing::Test {
