@@ -513,7 +513,7 @@ TEST_F(Waiters, WaitForTheirTimeOutAndNotMuchLonger) {
     }
     for (std::thread& thread : threads) thread.join();
     EXPECT_EQ(countLogged(", wait timeout"), threads.size());
-    EXPECT_EQ(countLogged(", wait: *.000000 ms."), threads.size());
+    EXPECT_EQ(countLogged(", wait: *.000000 ms."), threads.size()) << "not in milliseconds";
 }
 
 }  // namespace
